@@ -1,0 +1,381 @@
+// The runtime's hash map: O(1) operations, deterministic iteration order, and
+// iterators that stay usable while the map changes under them.
+//
+// Layout is an ordered linear-probing table: a key's home slot is given by the
+// top bits of its hash, and every cluster is kept sorted by (hash, tieBreak).
+// The table is then exactly the one that inserting the keys in sorted order
+// would build, so iteration order is (hash, tieBreak) order: a function of the
+// set of keys present, never of insertion history, capacity or the run. Keys
+// that would run off the end spill into a tail instead of wrapping around,
+// which keeps that order global.
+//
+// Iterators remember the key they stand on. When the map changed since (the
+// entry moved or left), ++ continues at the first key ordered after it, so a
+// loop may erase the current entry, or any other, and carry on:
+//
+//   for (auto it = map.begin(); it != map.end(); ++it) {
+//      if (done(it->first)) map.erase(it->first);
+//   }
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/vok/Assert.h"
+#include "platform/vok/KeyTraits.h"
+
+namespace Vok {
+
+template <class K, class V, class Traits = KeyTraits<K>>
+class HashMap {
+ public:
+   using key_type = K;
+   using mapped_type = V;
+   using value_type = std::pair<const K, V>;
+
+ private:
+   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+   template <bool Const>
+   class Iter {
+      using Map = std::conditional_t<Const, const HashMap, HashMap>;
+      using Ref = std::conditional_t<Const, const std::pair<const K, V>&, std::pair<const K, V>&>;
+
+    public:
+      using iterator_category = std::forward_iterator_tag;
+      using value_type = std::pair<const K, V>;
+      using difference_type = std::ptrdiff_t;
+      using reference = Ref;
+      using pointer = std::remove_reference_t<Ref>*;
+
+      Iter() = default;
+      operator Iter<true>() const {
+         Iter<true> converted;
+         converted.map_ = map_;
+         converted.slot_ = slot_;
+         converted.hash_ = hash_;
+         converted.key_ = key_;
+         return converted;
+      }
+
+      Ref operator*() const { return map_->entries_[map_->relocate(slot_, hash_, key())]; }
+      pointer operator->() const { return &**this; }
+
+      Iter& operator++() {
+         moveTo(map_->slotAfter(slot_, hash_, key()));
+         return *this;
+      }
+      Iter operator++(int) {
+         Iter before = *this;
+         ++*this;
+         return before;
+      }
+      bool atEnd() const noexcept { return slot_ == npos; }
+      friend bool operator==(const Iter& a, const Iter& b) noexcept {
+         if (a.atEnd() || b.atEnd()) {
+            return a.atEnd() == b.atEnd();
+         }
+         return a.hash_ == b.hash_ && a.key() == b.key();
+      }
+
+    private:
+      friend class HashMap;
+      template <bool>
+      friend class Iter;
+      Iter(Map* map, std::size_t slot) : map_(map) { moveTo(slot); }
+
+      void moveTo(std::size_t slot) {
+         slot_ = slot;
+         if (slot != npos) {
+            hash_ = map_->hashes_[slot];
+            key_.reset();
+            key_.emplace(map_->entries_[slot].first);
+         }
+      }
+      const K& key() const { return *key_; }
+
+      Map* map_ = nullptr;
+      std::size_t slot_ = npos;
+      std::uint32_t hash_ = 0;
+      std::optional<K> key_;
+   };
+
+ public:
+   using iterator = Iter<false>;
+   using const_iterator = Iter<true>;
+
+   HashMap() = default;
+   HashMap(const HashMap& other) {
+      for (const auto& [key, value] : other) {
+         tryEmplace(key, value);
+      }
+   }
+   HashMap(HashMap&& other) noexcept { swap(other); }
+   HashMap& operator=(HashMap other) noexcept {
+      swap(other);
+      return *this;
+   }
+   ~HashMap() { release(); }
+
+   void swap(HashMap& other) noexcept {
+      std::swap(capLog2_, other.capLog2_);
+      std::swap(capacity_, other.capacity_);
+      std::swap(length_, other.length_);
+      std::swap(size_, other.size_);
+      std::swap(entries_, other.entries_);
+      hashes_.swap(other.hashes_);
+      used_.swap(other.used_);
+   }
+
+   std::size_t size() const noexcept { return size_; }
+   bool empty() const noexcept { return size_ == 0; }
+
+   iterator begin() { return iterator(this, firstUsedFrom(0)); }
+   iterator end() { return iterator(); }
+   const_iterator begin() const { return const_iterator(this, firstUsedFrom(0)); }
+   const_iterator end() const { return const_iterator(); }
+
+   // The iterator standing on `key`, or end().
+   iterator find(const K& key) { return iterator(this, findSlot(key, Traits::hash(key))); }
+   const_iterator find(const K& key) const {
+      return const_iterator(this, findSlot(key, Traits::hash(key)));
+   }
+   // The value of `key`, or null: cheaper than find() on hot paths.
+   V* lookup(const K& key) {
+      std::size_t slot = findSlot(key, Traits::hash(key));
+      return slot == npos ? nullptr : &entries_[slot].second;
+   }
+   const V* lookup(const K& key) const { return const_cast<HashMap*>(this)->lookup(key); }
+   bool contains(const K& key) const { return lookup(key) != nullptr; }
+
+   // Inserts key -> V(args...) unless the key is present. Returns the value
+   // and whether it was inserted.
+   template <class... Args>
+   std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
+      const std::uint32_t hash = Traits::hash(key);
+      if (std::size_t slot = findSlot(key, hash); slot != npos) {
+         return {&entries_[slot].second, false};
+      }
+      std::size_t slot = insertSlot(key, hash, std::forward<Args>(args)...);
+      return {&entries_[slot].second, true};
+   }
+
+   template <class M>
+   std::pair<V*, bool> insertOrAssign(const K& key, M&& value) {
+      auto [stored, inserted] = tryEmplace(key, std::forward<M>(value));
+      if (!inserted) {
+         *stored = std::forward<M>(value);
+      }
+      return {stored, inserted};
+   }
+
+   bool erase(const K& key) {
+      std::size_t slot = findSlot(key, Traits::hash(key));
+      if (slot == npos) {
+         return false;
+      }
+      eraseSlot(slot);
+      maybeShrink();
+      return true;
+   }
+
+   void clear() {
+      release();
+      *this = HashMap();
+   }
+
+ private:
+   std::size_t home(std::uint32_t hash) const noexcept {
+      return capLog2_ == 0 ? 0 : hash >> (32 - capLog2_);
+   }
+
+   // Does the entry in `slot` order before (hash, key)?
+   bool before(std::size_t slot, std::uint32_t hash, const K& key) const {
+      const std::uint32_t h = hashes_[slot];
+      return h != hash ? h < hash : Traits::tieBreak(entries_[slot].first, key) < 0;
+   }
+
+   std::size_t findSlot(const K& key, std::uint32_t hash) const {
+      for (std::size_t i = home(hash); i < length_ && used_[i]; ++i) {
+         if (hashes_[i] == hash && entries_[i].first == key) {
+            return i;
+         }
+         if (!before(i, hash, key)) {
+            return npos;  // clusters are sorted: the key would have been here
+         }
+      }
+      return npos;
+   }
+
+   std::size_t firstUsedFrom(std::size_t slot) const {
+      while (slot < length_ && !used_[slot]) {
+         ++slot;
+      }
+      return slot < length_ ? slot : npos;
+   }
+
+   // Slot of the first entry ordered after (hash, key), whether or not that
+   // key is still present at `slot`.
+   std::size_t slotAfter(std::size_t slot, std::uint32_t hash, const K& key) const {
+      if (slot < length_ && used_[slot] && hashes_[slot] == hash && entries_[slot].first == key) {
+         return firstUsedFrom(slot + 1);
+      }
+      for (std::size_t i = std::min(home(hash), length_); i < length_; ++i) {
+         if (used_[i] && !before(i, hash, key) &&
+             !(hashes_[i] == hash && entries_[i].first == key)) {
+            return i;
+         }
+      }
+      return npos;
+   }
+
+   std::size_t relocate(std::size_t slot, std::uint32_t hash, const K& key) const {
+      if (slot < length_ && used_[slot] && hashes_[slot] == hash && entries_[slot].first == key) {
+         return slot;
+      }
+      std::size_t found = findSlot(key, hash);
+      VOK_ASSERT(found != npos, "dereferenced a map iterator whose entry was removed");
+      return found;
+   }
+
+   bool full() const noexcept {
+      return capacity_ < 8 ? size_ >= capacity_ : size_ >= capacity_ / 4 * 3;
+   }
+
+   template <class... Args>
+   std::size_t insertSlot(const K& key, std::uint32_t hash, Args&&... args) {
+      if (full()) {
+         rehash(capLog2_ + (capacity_ == 0 ? 0 : 1));
+      }
+      std::size_t slot = home(hash);
+      while (slot < length_ && used_[slot] && before(slot, hash, key)) {
+         ++slot;
+      }
+      std::size_t freeSlot = slot;
+      while (freeSlot < length_ && used_[freeSlot]) {
+         ++freeSlot;
+      }
+      if (freeSlot == length_) {
+         extendTail();
+      }
+      for (std::size_t i = freeSlot; i > slot; --i) {
+         moveSlot(i - 1, i);
+      }
+      std::construct_at(&entries_[slot], std::piecewise_construct, std::forward_as_tuple(key),
+                        std::forward_as_tuple(std::forward<Args>(args)...));
+      hashes_[slot] = hash;
+      used_[slot] = 1;
+      ++size_;
+      return slot;
+   }
+
+   void eraseSlot(std::size_t slot) {
+      std::destroy_at(&entries_[slot]);
+      used_[slot] = 0;
+      --size_;
+      // Backward shift: displaced successors move up so no gap breaks a
+      // cluster; an entry sitting at its home slot ends the shift.
+      std::size_t hole = slot;
+      for (std::size_t i = slot + 1; i < length_ && used_[i] && home(hashes_[i]) <= hole; ++i) {
+         moveSlot(i, hole);
+         hole = i;
+      }
+   }
+
+   void moveSlot(std::size_t from, std::size_t to) {
+      std::construct_at(&entries_[to], std::move(entries_[from]));
+      std::destroy_at(&entries_[from]);
+      hashes_[to] = hashes_[from];
+      used_[to] = 1;
+      used_[from] = 0;
+   }
+
+   void maybeShrink() {
+      if (capacity_ > 8 && size_ < capacity_ / 8) {
+         unsigned log2 = capLog2_;
+         while (log2 > 3 && size_ < (std::size_t{1} << log2) / 4) {
+            --log2;
+         }
+         rehash(log2);
+      }
+   }
+
+   static std::size_t tailFor(std::size_t capacity) { return capacity >= 16 ? capacity / 16 : 0; }
+
+   // Rebuilds the table with 2^log2 home slots; walking the old table in
+   // order inserts keys in sorted order, which is the canonical layout.
+   void rehash(unsigned log2) {
+      HashMap old;
+      swap(old);
+      capLog2_ = log2;
+      capacity_ = std::size_t{1} << log2;
+      allocate(capacity_ + tailFor(capacity_));
+      std::size_t next = 0;
+      for (std::size_t i = 0; i < old.length_; ++i) {
+         if (!old.used_[i]) {
+            continue;
+         }
+         std::size_t slot = std::max(home(old.hashes_[i]), next);
+         while (slot >= length_) {
+            extendTail();
+         }
+         std::construct_at(&entries_[slot], std::move(old.entries_[i]));
+         hashes_[slot] = old.hashes_[i];
+         used_[slot] = 1;
+         ++size_;
+         next = slot + 1;
+      }
+   }
+
+   void extendTail() {
+      HashMap old;
+      swap(old);
+      capLog2_ = old.capLog2_;
+      capacity_ = old.capacity_;
+      allocate(old.length_ + std::max<std::size_t>(4, old.length_ / 8));
+      for (std::size_t i = 0; i < old.length_; ++i) {
+         if (old.used_[i]) {
+            std::construct_at(&entries_[i], std::move(old.entries_[i]));
+            hashes_[i] = old.hashes_[i];
+            used_[i] = 1;
+            ++size_;
+         }
+      }
+   }
+
+   void allocate(std::size_t length) {
+      length_ = length;
+      entries_ = std::allocator<value_type>().allocate(length);
+      hashes_.assign(length, 0);
+      used_.assign(length, 0);
+   }
+
+   void release() {
+      for (std::size_t i = 0; i < length_; ++i) {
+         if (used_[i]) {
+            std::destroy_at(&entries_[i]);
+         }
+      }
+      if (entries_) {
+         std::allocator<value_type>().deallocate(entries_, length_);
+      }
+      entries_ = nullptr;
+      length_ = 0;
+      size_ = 0;
+   }
+
+   unsigned capLog2_ = 0;
+   std::size_t capacity_ = 0;  // home slots; length_ adds the spill tail
+   std::size_t length_ = 0;
+   std::size_t size_ = 0;
+   value_type* entries_ = nullptr;
+   std::vector<std::uint32_t> hashes_;
+   std::vector<std::uint8_t> used_;
+};
+
+}  // namespace Vok

@@ -1,0 +1,172 @@
+// The runtime hash map: history-independent order, safe iteration under
+// erasure, and agreement with a reference map under random operations.
+#include "platform/vok/HashMap.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <vector>
+
+namespace {
+
+using Map = Vok::HashMap<std::uint64_t, int>;
+
+std::vector<std::uint64_t> order(const Map& map) {
+   std::vector<std::uint64_t> keys;
+   for (const auto& [key, value] : map) {
+      keys.push_back(key);
+   }
+   return keys;
+}
+
+// Every key hashes alike: the whole map is one cluster ordered by tie-break.
+struct CollidingTraits {
+   static std::uint32_t hash(const std::uint64_t&) noexcept { return 0xABCD0000u; }
+   static std::strong_ordering tieBreak(const std::uint64_t& a, const std::uint64_t& b) noexcept {
+      return a <=> b;
+   }
+};
+
+TEST(HashMap, IterationOrderDependsOnlyOnTheKeysPresent) {
+   std::vector<std::uint64_t> keys(5000);
+   for (std::size_t i = 0; i < keys.size(); ++i) {
+      keys[i] = i * 7919;
+   }
+   Map reference;
+   for (auto k : keys) {
+      reference.tryEmplace(k, 0);
+   }
+   const auto expected = order(reference);
+   std::mt19937 rng(1);
+   for (int round = 0; round < 20; ++round) {
+      SCOPED_TRACE(round);
+      std::shuffle(keys.begin(), keys.end(), rng);
+      Map map;
+      // A different history each round: extra keys that come and go, and a
+      // detour through a larger capacity.
+      for (std::uint64_t extra = 0; extra < std::uint64_t(round) * 500; ++extra) {
+         map.tryEmplace(1'000'000'000 + extra, 0);
+      }
+      for (auto k : keys) {
+         map.tryEmplace(k, 1);
+      }
+      for (std::uint64_t extra = 0; extra < std::uint64_t(round) * 500; ++extra) {
+         map.erase(1'000'000'000 + extra);
+      }
+      EXPECT_EQ(order(map), expected);
+   }
+}
+
+TEST(HashMap, EqualHashesAreOrderedByTieBreakWhateverTheInsertionOrder) {
+   Vok::HashMap<std::uint64_t, int, CollidingTraits> forward, backward;
+   for (std::uint64_t k = 0; k < 300; ++k) {
+      forward.tryEmplace(k, 0);
+      backward.tryEmplace(299 - k, 0);
+   }
+   std::vector<std::uint64_t> a, b;
+   for (const auto& e : forward) a.push_back(e.first);
+   for (const auto& e : backward) b.push_back(e.first);
+   EXPECT_EQ(a, b);
+   EXPECT_TRUE(std::is_sorted(a.begin(), a.end()));
+   for (std::uint64_t k = 0; k < 300; k += 2) {
+      ASSERT_TRUE(forward.erase(k));
+   }
+   for (std::uint64_t k = 0; k < 300; ++k) {
+      EXPECT_EQ(forward.contains(k), k % 2 == 1) << k;
+   }
+}
+
+TEST(HashMap, ErasingTheCurrentEntryWhileIteratingVisitsEveryOtherEntryOnce) {
+   Map map;
+   for (std::uint64_t k = 0; k < 10000; ++k) {
+      map.tryEmplace(k * 31, int(k));
+   }
+   const auto expected = order(map);
+   std::vector<std::uint64_t> visited;
+   for (auto it = map.begin(); it != map.end(); ++it) {
+      visited.push_back(it->first);
+      map.erase(it->first);  // shifts successors and shrinks the table
+   }
+   EXPECT_EQ(visited, expected);
+   EXPECT_TRUE(map.empty());
+}
+
+TEST(HashMap, ErasingAndInsertingOtherEntriesWhileIteratingIsWellDefined) {
+   Map map;
+   for (std::uint64_t k = 0; k < 2000; ++k) {
+      map.tryEmplace(k, 0);
+   }
+   std::map<std::uint64_t, int> seen;
+   for (auto it = map.begin(); it != map.end(); ++it) {
+      ++seen[it->first];
+      map.erase(it->first ^ 1);               // a neighbour, seen or not
+      map.tryEmplace(it->first + 100'000, 0);  // may land before or after
+   }
+   for (const auto& [key, count] : seen) {
+      EXPECT_EQ(count, 1) << key;
+   }
+}
+
+TEST(HashMap, IteratorOnARemovedEntryCannotBeDereferenced) {
+   Map map;
+   map.tryEmplace(1, 1);
+   map.tryEmplace(2, 2);
+   auto it = map.find(1);
+   map.erase(1);
+   EXPECT_DEATH((void)it->second, "dereferenced a map iterator whose entry was removed");
+}
+
+TEST(HashMap, AgreesWithAReferenceMapUnderRandomOperations) {
+   for (unsigned seed = 1; seed <= 10; ++seed) {
+      SCOPED_TRACE(seed);
+      std::mt19937 rng(seed);
+      Map map;
+      std::map<std::uint64_t, int> reference;
+      for (int step = 0; step < 20000; ++step) {
+         std::uint64_t key = rng() % 3000;
+         switch (rng() % 4) {
+            case 0:
+            case 1: {
+               int value = int(rng() % 100);
+               map.insertOrAssign(key, value);
+               reference[key] = value;
+               break;
+            }
+            case 2:
+               EXPECT_EQ(map.erase(key), reference.erase(key) == 1);
+               break;
+            case 3: {
+               const int* found = map.lookup(key);
+               auto it = reference.find(key);
+               ASSERT_EQ(found != nullptr, it != reference.end());
+               if (found) {
+                  EXPECT_EQ(*found, it->second);
+               }
+               break;
+            }
+         }
+      }
+      ASSERT_EQ(map.size(), reference.size());
+      std::map<std::uint64_t, int> contents;
+      for (const auto& [k, v] : map) {
+         contents[k] = v;
+      }
+      EXPECT_EQ(contents, reference);
+   }
+}
+
+TEST(HashMap, CopiesAreIndependentAndEqual) {
+   Map map;
+   for (std::uint64_t k = 0; k < 100; ++k) {
+      map.tryEmplace(k, int(k));
+   }
+   Map copy = map;
+   copy.erase(5);
+   EXPECT_TRUE(map.contains(5));
+   EXPECT_FALSE(copy.contains(5));
+   EXPECT_EQ(copy.size(), 99u);
+}
+
+}  // namespace
