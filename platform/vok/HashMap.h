@@ -1,8 +1,8 @@
 // The runtime's hash map: O(1) operations, deterministic iteration order, and
 // iterators that stay usable while the map changes under them.
 //
-// Layout is an ordered linear-probing table: a key's home slot is given by the
-// top bits of its hash, and every cluster is kept sorted by (hash, tieBreak).
+// Layout is an ordered linear-probing table: a key's home slot is its hash
+// scaled to the table (monotone in the hash), and every cluster is kept sorted by (hash, tieBreak).
 // The table is then exactly the one that inserting the keys in sorted order
 // would build, so iteration order is (hash, tieBreak) order: a function of the
 // set of keys present, never of insertion history, capacity or the run. Keys
@@ -63,7 +63,7 @@ class HashMap {
          return converted;
       }
 
-      Ref operator*() const { return map_->entries_[map_->relocate(slot_, hash_, key())]; }
+      Ref operator*() const { return map_->entries()[map_->relocate(slot_, hash_, key())]; }
       pointer operator->() const { return &**this; }
 
       Iter& operator++() {
@@ -92,9 +92,9 @@ class HashMap {
       void moveTo(std::size_t slot) {
          slot_ = slot;
          if (slot != npos) {
-            hash_ = map_->hashes_[slot];
+            hash_ = map_->hashes()[slot];
             key_.reset();
-            key_.emplace(map_->entries_[slot].first);
+            key_.emplace(map_->entries()[slot].first);
          }
       }
       const K& key() const { return *key_; }
@@ -123,13 +123,10 @@ class HashMap {
    ~HashMap() { release(); }
 
    void swap(HashMap& other) noexcept {
-      std::swap(capLog2_, other.capLog2_);
+      std::swap(block_, other.block_);
       std::swap(capacity_, other.capacity_);
       std::swap(length_, other.length_);
       std::swap(size_, other.size_);
-      std::swap(entries_, other.entries_);
-      hashes_.swap(other.hashes_);
-      used_.swap(other.used_);
    }
 
    std::size_t size() const noexcept { return size_; }
@@ -148,7 +145,7 @@ class HashMap {
    // The value of `key`, or null: cheaper than find() on hot paths.
    V* lookup(const K& key) {
       std::size_t slot = findSlot(key, Traits::hash(key));
-      return slot == npos ? nullptr : &entries_[slot].second;
+      return slot == npos ? nullptr : &entries()[slot].second;
    }
    const V* lookup(const K& key) const { return const_cast<HashMap*>(this)->lookup(key); }
    bool contains(const K& key) const { return lookup(key) != nullptr; }
@@ -159,10 +156,10 @@ class HashMap {
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
       const std::uint32_t hash = Traits::hash(key);
       if (std::size_t slot = findSlot(key, hash); slot != npos) {
-         return {&entries_[slot].second, false};
+         return {&entries()[slot].second, false};
       }
       std::size_t slot = insertSlot(key, hash, std::forward<Args>(args)...);
-      return {&entries_[slot].second, true};
+      return {&entries()[slot].second, true};
    }
 
    template <class M>
@@ -189,20 +186,47 @@ class HashMap {
       *this = HashMap();
    }
 
- private:
+private:
+   // Home slot: the hash scaled to [0, capacity), monotone in the hash, so
+   // slot order is hash order whatever the capacity.
    std::size_t home(std::uint32_t hash) const noexcept {
-      return capLog2_ == 0 ? 0 : hash >> (32 - capLog2_);
+      return static_cast<std::size_t>((std::uint64_t{hash} * capacity_) >> 32);
+   }
+
+   // One block holds, for length_ slots, the entries, then their hashes,
+   // then their occupancy bytes.
+   static std::size_t hashesOffset(std::size_t length) noexcept {
+      std::size_t bytes = length * sizeof(value_type);
+      return (bytes + alignof(std::uint32_t) - 1) / alignof(std::uint32_t) * alignof(std::uint32_t);
+   }
+   static std::size_t blockSize(std::size_t length) noexcept {
+      return hashesOffset(length) + length * (sizeof(std::uint32_t) + 1);
+   }
+   value_type* entries() const noexcept { return reinterpret_cast<value_type*>(block_); }
+   std::uint32_t* hashes() const noexcept {
+      return reinterpret_cast<std::uint32_t*>(block_ + hashesOffset(length_));
+   }
+   std::uint8_t* used() const noexcept {
+      return reinterpret_cast<std::uint8_t*>(block_ + hashesOffset(length_) +
+                                             length_ * sizeof(std::uint32_t));
    }
 
    // Does the entry in `slot` order before (hash, key)?
    bool before(std::size_t slot, std::uint32_t hash, const K& key) const {
-      const std::uint32_t h = hashes_[slot];
-      return h != hash ? h < hash : Traits::tieBreak(entries_[slot].first, key) < 0;
+      const std::uint32_t h = hashes()[slot];
+      return h != hash ? h < hash : Traits::tieBreak(entries()[slot].first, key) < 0;
+   }
+
+   bool holds(std::size_t slot, std::uint32_t hash, const K& key) const {
+      return slot < length_ && used()[slot] && hashes()[slot] == hash &&
+             entries()[slot].first == key;
    }
 
    std::size_t findSlot(const K& key, std::uint32_t hash) const {
-      for (std::size_t i = home(hash); i < length_ && used_[i]; ++i) {
-         if (hashes_[i] == hash && entries_[i].first == key) {
+      const std::uint8_t* occupied = used();
+      const std::uint32_t* hs = hashes();
+      for (std::size_t i = home(hash); i < length_ && occupied[i]; ++i) {
+         if (hs[i] == hash && entries()[i].first == key) {
             return i;
          }
          if (!before(i, hash, key)) {
@@ -213,7 +237,8 @@ class HashMap {
    }
 
    std::size_t firstUsedFrom(std::size_t slot) const {
-      while (slot < length_ && !used_[slot]) {
+      const std::uint8_t* occupied = used();
+      while (slot < length_ && !occupied[slot]) {
          ++slot;
       }
       return slot < length_ ? slot : npos;
@@ -222,12 +247,11 @@ class HashMap {
    // Slot of the first entry ordered after (hash, key), whether or not that
    // key is still present at `slot`.
    std::size_t slotAfter(std::size_t slot, std::uint32_t hash, const K& key) const {
-      if (slot < length_ && used_[slot] && hashes_[slot] == hash && entries_[slot].first == key) {
+      if (holds(slot, hash, key)) {
          return firstUsedFrom(slot + 1);
       }
-      for (std::size_t i = std::min(home(hash), length_); i < length_; ++i) {
-         if (used_[i] && !before(i, hash, key) &&
-             !(hashes_[i] == hash && entries_[i].first == key)) {
+      for (std::size_t i = std::min(home(hash), std::size_t{length_}); i < length_; ++i) {
+         if (used()[i] && !before(i, hash, key) && !holds(i, hash, key)) {
             return i;
          }
       }
@@ -235,7 +259,7 @@ class HashMap {
    }
 
    std::size_t relocate(std::size_t slot, std::uint32_t hash, const K& key) const {
-      if (slot < length_ && used_[slot] && hashes_[slot] == hash && entries_[slot].first == key) {
+      if (holds(slot, hash, key)) {
          return slot;
       }
       std::size_t found = findSlot(key, hash);
@@ -243,21 +267,26 @@ class HashMap {
       return found;
    }
 
+   // Grows at 80 % of the home slots, by half, so the load stays between
+   // about 53 % and 80 %.
    bool full() const noexcept {
-      return capacity_ < 8 ? size_ >= capacity_ : size_ >= capacity_ / 4 * 3;
+      return capacity_ < 8 ? size_ >= capacity_ : size_ >= capacity_ / 5 * 4;
+   }
+   std::size_t grownCapacity() const noexcept {
+      return capacity_ < 8 ? capacity_ + 1 : capacity_ + capacity_ / 2;
    }
 
    template <class... Args>
    std::size_t insertSlot(const K& key, std::uint32_t hash, Args&&... args) {
       if (full()) {
-         rehash(capLog2_ + (capacity_ == 0 ? 0 : 1));
+         rehash(grownCapacity());
       }
       std::size_t slot = home(hash);
-      while (slot < length_ && used_[slot] && before(slot, hash, key)) {
+      while (slot < length_ && used()[slot] && before(slot, hash, key)) {
          ++slot;
       }
       std::size_t freeSlot = slot;
-      while (freeSlot < length_ && used_[freeSlot]) {
+      while (freeSlot < length_ && used()[freeSlot]) {
          ++freeSlot;
       }
       if (freeSlot == length_) {
@@ -266,116 +295,109 @@ class HashMap {
       for (std::size_t i = freeSlot; i > slot; --i) {
          moveSlot(i - 1, i);
       }
-      std::construct_at(&entries_[slot], std::piecewise_construct, std::forward_as_tuple(key),
+      std::construct_at(&entries()[slot], std::piecewise_construct, std::forward_as_tuple(key),
                         std::forward_as_tuple(std::forward<Args>(args)...));
-      hashes_[slot] = hash;
-      used_[slot] = 1;
+      hashes()[slot] = hash;
+      used()[slot] = 1;
       ++size_;
       return slot;
    }
 
    void eraseSlot(std::size_t slot) {
-      std::destroy_at(&entries_[slot]);
-      used_[slot] = 0;
+      std::destroy_at(&entries()[slot]);
+      used()[slot] = 0;
       --size_;
       // Backward shift: displaced successors move up so no gap breaks a
       // cluster; an entry sitting at its home slot ends the shift.
       std::size_t hole = slot;
-      for (std::size_t i = slot + 1; i < length_ && used_[i] && home(hashes_[i]) <= hole; ++i) {
+      for (std::size_t i = slot + 1; i < length_ && used()[i] && home(hashes()[i]) <= hole; ++i) {
          moveSlot(i, hole);
          hole = i;
       }
    }
 
    void moveSlot(std::size_t from, std::size_t to) {
-      std::construct_at(&entries_[to], std::move(entries_[from]));
-      std::destroy_at(&entries_[from]);
-      hashes_[to] = hashes_[from];
-      used_[to] = 1;
-      used_[from] = 0;
+      std::construct_at(&entries()[to], std::move(entries()[from]));
+      std::destroy_at(&entries()[from]);
+      hashes()[to] = hashes()[from];
+      used()[to] = 1;
+      used()[from] = 0;
    }
 
    void maybeShrink() {
-      if (capacity_ > 8 && size_ < capacity_ / 8) {
-         unsigned log2 = capLog2_;
-         while (log2 > 3 && size_ < (std::size_t{1} << log2) / 4) {
-            --log2;
-         }
-         rehash(log2);
+      if (capacity_ > 8 && size_ < capacity_ / 4) {
+         rehash(std::max<std::size_t>(8, size_ * 2));
       }
    }
 
    static std::size_t tailFor(std::size_t capacity) { return capacity >= 16 ? capacity / 16 : 0; }
 
-   // Rebuilds the table with 2^log2 home slots; walking the old table in
+   // Rebuilds the table with `capacity` home slots; walking the old table in
    // order inserts keys in sorted order, which is the canonical layout.
-   void rehash(unsigned log2) {
+   void rehash(std::size_t capacity) {
       HashMap old;
       swap(old);
-      capLog2_ = log2;
-      capacity_ = std::size_t{1} << log2;
-      allocate(capacity_ + tailFor(capacity_));
-      std::size_t next = 0;
-      for (std::size_t i = 0; i < old.length_; ++i) {
-         if (!old.used_[i]) {
-            continue;
-         }
-         std::size_t slot = std::max(home(old.hashes_[i]), next);
-         while (slot >= length_) {
-            extendTail();
-         }
-         std::construct_at(&entries_[slot], std::move(old.entries_[i]));
-         hashes_[slot] = old.hashes_[i];
-         used_[slot] = 1;
-         ++size_;
-         next = slot + 1;
-      }
+      capacity_ = static_cast<std::uint32_t>(capacity);
+      allocate(capacity + tailFor(capacity));
+      adopt(old, [this](std::size_t, std::uint32_t hash, std::size_t next) {
+         return std::max(home(hash), next);
+      });
    }
 
    void extendTail() {
       HashMap old;
       swap(old);
-      capLog2_ = old.capLog2_;
       capacity_ = old.capacity_;
       allocate(old.length_ + std::max<std::size_t>(4, old.length_ / 8));
+      adopt(old, [](std::size_t slot, std::uint32_t, std::size_t) { return slot; });
+   }
+
+   // Moves every entry of `old`, in order, to the slot `place` picks.
+   template <class Place>
+   void adopt(HashMap& old, Place place) {
+      std::size_t next = 0;
       for (std::size_t i = 0; i < old.length_; ++i) {
-         if (old.used_[i]) {
-            std::construct_at(&entries_[i], std::move(old.entries_[i]));
-            hashes_[i] = old.hashes_[i];
-            used_[i] = 1;
-            ++size_;
+         if (!old.used()[i]) {
+            continue;
          }
+         std::size_t slot = place(i, old.hashes()[i], next);
+         while (slot >= length_) {
+            extendTail();
+         }
+         std::construct_at(&entries()[slot], std::move(old.entries()[i]));
+         hashes()[slot] = old.hashes()[i];
+         used()[slot] = 1;
+         ++size_;
+         next = slot + 1;
       }
    }
 
    void allocate(std::size_t length) {
-      length_ = length;
-      entries_ = std::allocator<value_type>().allocate(length);
-      hashes_.assign(length, 0);
-      used_.assign(length, 0);
+      VOK_ASSERT(length < 0xFFFFFFFFu, "hash map too large");
+      length_ = static_cast<std::uint32_t>(length);
+      block_ = static_cast<std::byte*>(::operator new(blockSize(length)));
+      std::fill_n(used(), length, std::uint8_t{0});
    }
 
    void release() {
+      if (!block_) {
+         return;
+      }
       for (std::size_t i = 0; i < length_; ++i) {
-         if (used_[i]) {
-            std::destroy_at(&entries_[i]);
+         if (used()[i]) {
+            std::destroy_at(&entries()[i]);
          }
       }
-      if (entries_) {
-         std::allocator<value_type>().deallocate(entries_, length_);
-      }
-      entries_ = nullptr;
+      ::operator delete(block_);
+      block_ = nullptr;
       length_ = 0;
       size_ = 0;
    }
 
-   unsigned capLog2_ = 0;
-   std::size_t capacity_ = 0;  // home slots; length_ adds the spill tail
-   std::size_t length_ = 0;
-   std::size_t size_ = 0;
-   value_type* entries_ = nullptr;
-   std::vector<std::uint32_t> hashes_;
-   std::vector<std::uint8_t> used_;
+   std::byte* block_ = nullptr;
+   std::uint32_t capacity_ = 0;  // home slots; length_ adds the spill tail
+   std::uint32_t length_ = 0;
+   std::uint32_t size_ = 0;
 };
 
 }  // namespace Vok

@@ -1,0 +1,91 @@
+#include "platform/kordb/EntityManager.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Kordb {
+
+namespace {
+
+struct MountableType {
+   std::vector<std::string> collections;
+   AttachFunction attach;
+};
+
+std::map<std::string, MountableType, std::less<>>& mountableTypes() {
+   static std::map<std::string, MountableType, std::less<>> types;
+   return types;
+}
+
+}  // namespace
+
+bool registerMountableType(std::string typeName, std::vector<std::string> collections,
+                           AttachFunction attach) {
+   mountableTypes()[std::move(typeName)] = {std::move(collections), std::move(attach)};
+   return true;
+}
+
+Vok::Ptr<VokPlim::Mount> EntityManager::mount(const std::string& path, std::string_view typeName,
+                                              const MountDescription& description,
+                                              MountMode mode) const {
+   auto type = mountableTypes().find(typeName);
+   if (type == mountableTypes().end()) {
+      throw std::invalid_argument("cannot mount '" + path + "': unknown type '" +
+                                  std::string(typeName) + "'");
+   }
+   for (const CollectionSize& c : description.collections) {
+      const auto& known = type->second.collections;
+      if (std::find(known.begin(), known.end(), c.name) == known.end()) {
+         throw std::invalid_argument("cannot mount '" + path + "': type '" +
+                                     std::string(typeName) + "' has no collection '" + c.name +
+                                     "'");
+      }
+   }
+   Contents& contents = contents_[path];
+   if (!contents.typeName.empty() && contents.typeName != typeName) {
+      throw std::invalid_argument("cannot mount '" + path + "' as '" + std::string(typeName) +
+                                  "': it holds a '" + contents.typeName + "'");
+   }
+   contents.typeName = typeName;
+   Vok::Ptr<Vok::Entity> entity = type->second.attach(contents.backing, mode == MountMode::write);
+   ++contents.mounts;
+   ++mounted_;
+   return Vok::make<VokPlim::Mount>(Vok::Ptr<const EntityManager>(this), path, entity);
+}
+
+std::vector<std::string> EntityManager::paths() const {
+   std::vector<std::string> result;
+   for (const auto& [path, contents] : contents_) {
+      result.push_back(path);
+   }
+   return result;
+}
+
+std::string EntityManager::typeName(const std::string& path) const {
+   auto it = contents_.find(path);
+   return it == contents_.end() ? std::string() : it->second.typeName;
+}
+
+bool EntityManager::cleanup(const std::string& path) {
+   auto it = contents_.find(path);
+   if (it == contents_.end() || it->second.mounts > 0) {
+      return false;
+   }
+   contents_.erase(it);
+   return true;
+}
+
+}  // namespace Kordb
+
+namespace VokPlim {
+
+void Mount::unmount() {
+   if (!mounted_) {
+      return;
+   }
+   mounted_ = false;
+   --manager_->mounted_;
+   --manager_->contents_[path_].mounts;
+}
+
+}  // namespace VokPlim

@@ -1,0 +1,69 @@
+#include "platform/rib/ViaSetConfig.h"
+
+#include <ostream>
+
+#include "platform/kordb/EntityManager.h"
+#include "platform/vok/Assert.h"
+
+namespace Routing::Rib {
+
+namespace Plim {
+std::ostream& operator<<(std::ostream& os, const ViaSet& s) {
+   return os << s.key << " via " << s.via.viaKey << " kind " << static_cast<unsigned>(s.kind)
+             << " vias " << s.viaCount;
+}
+}  // namespace Plim
+
+namespace {
+const bool registered = Kordb::registerMountableType(
+      "Routing::Rib::ViaSetConfig", {"viaSet"},
+      [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
+         return ViaSetConfig::attach(backing, writable);
+      });
+}  // namespace
+
+Vok::Ptr<ViaSetConfig> ViaSetConfig::attach(std::shared_ptr<::Plim::Backing>& backing,
+                                            bool writable) {
+   (void)registered;
+   if (!backing) {
+      backing = std::make_shared<Backing>();
+   }
+   return Vok::Ptr<ViaSetConfig>(new ViaSetConfig(backing, writable));
+}
+
+Vok::Ptr<ViaSetConfig> ViaSetConfig::create() {
+   std::shared_ptr<::Plim::Backing> backing;
+   return attach(backing, true);
+}
+
+ViaSetKey ViaSetConfig::newViaSetKey() {
+   checkChange(Change::write);
+   VOK_ASSERT(rows().lastKey < 0xFFFFFFFF, "via-set keys exhausted");
+   return ViaSetKey(++rows().lastKey);
+}
+
+const Plim::ViaSet* ViaSetConfig::viaSet(ViaSetKey key) const {
+   checkRead();
+   return rows().viaSets->row(key);
+}
+
+void ViaSetConfig::viaSetIs(const Plim::ViaSet& viaSet) {
+   checkChange(Change::write);
+   rows().viaSets->rowIs(viaSet.key, viaSet);
+}
+
+void ViaSetConfig::viaSetDel(ViaSetKey key) {
+   checkChange(Change::remove);
+   rows().viaSets->rowDel(key);
+}
+
+void ViaSetConfig::viaSetDelAll() {
+   checkChange(Change::cleanup);
+   rows().viaSets->rowDelAll();
+}
+
+void ViaSetConfig::forEachViaSet(const std::function<void(const Plim::ViaSet&)>& visit) const {
+   rows().viaSets->forEach([&](const ViaSetKey&, const Plim::ViaSet& s) { visit(s); });
+}
+
+}  // namespace Routing::Rib
