@@ -19,6 +19,8 @@ class IdAllocator {
    std::uint32_t maxId() const noexcept { return kMaxId; }
    // Stops the process when every identifier has been used.
    std::uint32_t newId();
+   // Resumes from an identifier handed out earlier, as after a restart.
+   void currentIdIs(std::uint32_t id) noexcept { currentId_ = id; }
 
  private:
    std::uint32_t currentId_ = 0;

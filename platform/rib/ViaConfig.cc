@@ -58,6 +58,11 @@ ViaKey ViaConfig::newViaKey() {
    return ViaKey(rows().transport, rows().vrfId.value(), id);
 }
 
+void ViaConfig::viaIdCurrentIs(std::uint32_t id) {
+   checkChange(Change::write);
+   rows().viaIdAllocator.currentIdIs(id);
+}
+
 const Via* ViaConfig::via(const ViaKey& key) const {
    checkRead();
    return rows().vias->row(key);

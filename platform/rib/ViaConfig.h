@@ -37,6 +37,8 @@ class ViaConfig final : public ::Plim::Table {
    // A new via key from the table's transport and VRF and a fresh identifier.
    ViaKey newViaKey();
    const IdAllocator& viaIdAllocator() const { return rows().viaIdAllocator; }
+   // Resumes identifier allocation after `id`, as after a restart.
+   void viaIdCurrentIs(std::uint32_t id);
 
    const Via* via(const ViaKey& key) const;
    void viaIs(const Via& via);

@@ -1,0 +1,317 @@
+#include "install/IntfBacklogSm.h"
+
+#include <cstdlib>
+
+#include "install/IntfBacklogSmTrace.h"
+#include "platform/trace/Zipmark.h"
+#include "platform/vok/Assert.h"
+
+namespace Routing::ConnectedRoute {
+
+const Vok::TraceHandle& intfBacklogSmTrace() {
+   static const Vok::TraceHandle handle("IntfBacklogSm");
+   return handle;
+}
+
+const Agent::FeatureToggle& vrfScaleToggle() {
+   static const Agent::FeatureToggle& toggle = Agent::FeatureToggle::handle("VrfScaleToggle");
+   return toggle;
+}
+
+namespace {
+
+// The drain's test mode: 0 normal, 1 drop entries unprocessed, 2 or more
+// leave them where they are.
+long backlogTestMode() {
+   const char* value = std::getenv("INTERFACEROUTEINFOSM_TEST");
+   return value ? std::strtol(value, nullptr, 10) : 0;
+}
+
+}  // namespace
+
+class IntfBacklogSm::VokIntfBacklog final : public Vok::Reactor<IntfBacklog> {
+ public:
+   VokIntfBacklog(Vok::Ptr<const IntfBacklog> store, IntfBacklogSm& owner)
+         : Vok::Reactor<IntfBacklog>(std::move(store)), owner_(owner) {}
+   void onBacklog(const IntfIdAndPrefix& key) override { owner_.handleStoreBacklog(key); }
+   void onIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) override {
+      owner_.handleStoreIntfIdsByPrefix(prefix);
+   }
+
+ private:
+   IntfBacklogSm& owner_;
+};
+
+IntfBacklogSm::IntfBacklogSm(L3::VrfName vrfName, VrfId vrfId, Vok::ActivityManager* systemClock,
+                             Vok::Ptr<const Ip::Status> ipStatus,
+                             Vok::Ptr<const Ip6::Status> ip6Status,
+                             Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig,
+                             Vok::Ptr<Rib::RouteConfig> route4Config,
+                             Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig,
+                             Vok::Ptr<Rib::Ip::ViaConfig> ipv6ViaConfig,
+                             Vok::Ptr<Rib::RouteConfig> route6Config,
+                             Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig,
+                             Vok::Ptr<Rib::ViaSetConfig> viaSetConfig,
+                             Vok::Ptr<IntfBacklog> intfBacklog)
+      : vrfName_(std::move(vrfName)),
+        vrfId_(vrfId),
+        ipStatus_(std::move(ipStatus)),
+        ip6Status_(std::move(ip6Status)),
+        ipv4ViaConfig_(std::move(ipv4ViaConfig)),
+        route4Config_(std::move(route4Config)),
+        route4OrmoConfig_(std::move(route4OrmoConfig)),
+        ipv6ViaConfig_(std::move(ipv6ViaConfig)),
+        route6Config_(std::move(route6Config)),
+        route6OrmoConfig_(std::move(route6OrmoConfig)),
+        viaSetConfig_(std::move(viaSetConfig)),
+        intfBacklog_(std::move(intfBacklog)) {
+   if (systemClock) {
+      backlogClock_ = std::make_unique<Vok::Clock>(*systemClock, [this] { handleBacklog(); });
+   }
+   if (intfBacklog_) {
+      intfBacklogReactor_ = std::make_unique<VokIntfBacklog>(intfBacklog_, *this);
+      for (const auto& [key, value] : intfBacklog_->backlog()) {
+         backlog_.insertOrAssign(key, value);
+      }
+      for (const auto& [prefix, set] : intfBacklog_->intfIdsByPrefixes()) {
+         intfIdsByPrefix_.insertOrAssign(prefix, set);
+      }
+   }
+}
+
+// Reactors, mirrors and the clock go with the machine; nothing is written
+// to the RIB on the way out.
+IntfBacklogSm::~IntfBacklogSm() {
+   if (intfBacklogReactor_) {
+      intfBacklogReactor_->isZombieIs(true);
+   }
+}
+
+Vok::Ptr<IntfBacklogSm> intfBacklogSmFactory(
+      L3::VrfName vrfName, Vrf::VrfIdMap::VrfId vrfId, Vok::ActivityManager* systemClock,
+      Vok::Ptr<const Ip::Status> ipStatus, Vok::Ptr<const Ip6::Status> ip6Status,
+      Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig, Vok::Ptr<Rib::RouteConfig> route4Config,
+      Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig, Vok::Ptr<Rib::Ip::ViaConfig> ipv6ViaConfig,
+      Vok::Ptr<Rib::RouteConfig> route6Config, Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig,
+      Vok::Ptr<Rib::ViaSetConfig> viaSetConfig, Vok::Ptr<IntfBacklog> intfBacklog) {
+   auto sm = Vok::make<IntfBacklogSm>(
+         std::move(vrfName), vrfId, systemClock, std::move(ipStatus), std::move(ip6Status),
+         std::move(ipv4ViaConfig), std::move(route4Config), std::move(route4OrmoConfig),
+         std::move(ipv6ViaConfig), std::move(route6Config), std::move(route6OrmoConfig),
+         std::move(viaSetConfig), std::move(intfBacklog));
+   sm->handleInitialized();
+   return sm;
+}
+
+void IntfBacklogSm::handleInitialized() {
+   VOK_TRACE(intfBacklogSmTrace(), 0, describe(), "handleInitialized");
+   if (backlogClock_) {
+      backlogClock_->nextTimeIs(Vok::never);
+   }
+   Vok::ValidPtr<IntfBacklog> store(intfBacklog_);
+   store->intfViaSetKeyStatus4Is(Ovel::AddressFamily::ipv4);
+   store->intfViaSetKeyStatus6Is(Ovel::AddressFamily::ipv6);
+   initialized_ = true;
+}
+
+const Vok::Ptr<IntfViaSetKeyStatus>& IntfBacklogSm::intfViaSetKeyStatus4() const {
+   return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfViaSetKeyStatus4();
+}
+
+const Vok::Ptr<IntfViaSetKeyStatus>& IntfBacklogSm::intfViaSetKeyStatus6() const {
+   return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfViaSetKeyStatus6();
+}
+
+void IntfBacklogSm::handleStoreBacklog(const IntfIdAndPrefix& key) {
+   const bool* value = intfBacklog_->backlog(key);
+   if (value && *value) {
+      backlog_.insertOrAssign(key, true);
+   } else {
+      backlog_.erase(key);
+   }
+   if (!intfBacklogReactor_->isZombie()) {
+      scheduleBacklog();
+   }
+}
+
+void IntfBacklogSm::handleStoreIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) {
+   if (Vok::Ptr<IntfIdSet> set = intfBacklog_->intfIdsByPrefix(prefix)) {
+      intfIdsByPrefix_.insertOrAssign(prefix, set);
+   } else {
+      intfIdsByPrefix_.erase(prefix);
+   }
+}
+
+void IntfBacklogSm::backlogDelayIs(double seconds) {
+   if (seconds == backlogDelay_) {
+      return;
+   }
+   backlogDelay_ = seconds;
+   scheduleBacklog();
+}
+
+void IntfBacklogSm::scheduleBacklog() {
+   if (!backlogClock_ || backlogClock_->nextTime() != Vok::never) {
+      return;  // an earlier schedule is never postponed
+   }
+   backlogClock_->nextTimeIs(backlogClock_->manager().now() + backlogDelay_);
+   VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "scheduleBacklog vrf=" << vrfName_);
+}
+
+void IntfBacklogSm::handleBacklog() {
+   if (!initialized_) {
+      return;
+   }
+   ++handleBacklogCallCount_;
+   if (backlog_.empty()) {
+      VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
+                "backlogSize=" << backlog_.size() << " invocation=" << handleBacklogCallCount_);
+      ZIPMARK(1, "handleBacklog", Zipmark::text("vrf=", vrfName_.str()),
+              Zipmark::integer(" backlog size=", 0),
+              Zipmark::integer(" invocation=", handleBacklogCallCount_));
+      return;
+   }
+   VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
+             "start backlogSize=" << backlog_.size() << " invocation=" << handleBacklogCallCount_);
+   Vok::ActivityManager& clock = backlogClock_->manager();
+   backlogClock_->nextTimeIs(Vok::never);
+   const Vok::Seconds start = clock.now();
+
+   auto it = backlog_.begin();
+   if (backlogBookmark_ != IntfIdAndPrefix()) {
+      if (auto bookmarked = backlog_.find(backlogBookmark_); bookmarked != backlog_.end()) {
+         it = bookmarked;
+      }
+   }
+   backlogBookmark_ = IntfIdAndPrefix();
+
+   const long testMode = backlogTestMode();
+   do {
+      if (it == backlog_.end()) {
+         break;
+      }
+      const IntfIdAndPrefix key = it->first;
+      const bool remove = testMode == 0 ? !processBacklog(key) : true;
+      if (testMode <= 1 && remove) {
+         intfBacklog_->backlogDel(key);  // the mirror follows through the reactor
+      }
+      // The iterator survives the removal; wrapping rotates fairly over a
+      // backlog that keeps growing.
+      if (++it == backlog_.end()) {
+         it = backlog_.begin();
+      }
+   } while (start + backlogQuantum_ > clock.now());
+
+   VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "backlogSize=" << backlog_.size() << " done");
+   if (!backlog_.empty()) {
+      if (it != backlog_.end()) {
+         backlogBookmark_ = it->first;
+      }
+      scheduleBacklog();
+   } else {
+      intfBacklog_->backlogEmptyInc(1);
+   }
+}
+
+ConnectedRouteProperty IntfBacklogSm::installedProperty(const Ovel::IpGenPrefix& prefix) const {
+   const bool v4 = prefix.af() == Ovel::AddressFamily::ipv4;
+   if (vrfScaleToggle().enabled()) {
+      const auto& table = v4 ? route4OrmoConfig_ : route6OrmoConfig_;
+      const Rib::IpRibRouteOrq* row =
+            Vok::ValidPtr<Rib::IpRibRouteOrqTable>(table)->row(Rib::OrqKey{vrfId_, prefix});
+      return row ? ConnectedRouteProperty(row->route().routeType, row->route().viaSetKey)
+                 : ConnectedRouteProperty();
+   }
+   Vok::ValidPtr<Rib::RouteConfig> table(v4 ? route4Config_ : route6Config_);
+   try {
+      const Rib::Route* route = table->route(prefix);
+      return route ? ConnectedRouteProperty(route->routeType, route->viaSetKey)
+                   : ConnectedRouteProperty();
+   } catch (const Belm::CorruptionDetectedException& error) {
+      table->corruptionDetected(error);
+      return ConnectedRouteProperty();
+   }
+}
+
+IntfViaSetKeyStatus& IntfBacklogSm::keyStatusFor(Ovel::AddressFamily af) const {
+   switch (af) {
+      case Ovel::AddressFamily::ipv4:
+         return *Vok::ValidPtr<IntfViaSetKeyStatus>(intfViaSetKeyStatus4());
+      case Ovel::AddressFamily::ipv6:
+         return *Vok::ValidPtr<IntfViaSetKeyStatus>(intfViaSetKeyStatus6());
+      default:
+         Vok::assertionFailed("0", __FILE__, __LINE__);
+   }
+}
+
+bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
+   const Ovel::IpGenPrefix& prefix = key.genPrefix();
+   const Ovel::AddressFamily af = prefix.af();
+   VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
+             "intf=" << key.intfId() << " pfx=" << prefix << " af=" << static_cast<int>(af));
+   const bool v4 = af == Ovel::AddressFamily::ipv4;
+   Rib::RouteConfig* routeConfig = (v4 ? route4Config_ : route6Config_).get();
+   Rib::IpRibRouteOrqTable* queryTable = (v4 ? route4OrmoConfig_ : route6OrmoConfig_).get();
+
+   const ConnectedRouteProperty installed = installedProperty(prefix);
+   const ConnectedRouteProperty candidate = getCandidateRouteProperty(prefix);
+   if (candidate == installed) {
+      return false;
+   }
+   if (!installed.isEmpty()) {
+      const Ovel::IntfId existingIntfId = installedIntfId(prefix);
+      VOK_ASSERT(existingIntfId != Ovel::IntfId(), "existingIntfId != Ovel::IntfId()");
+      if (candidate.isEmpty()) {
+         if (vrfScaleToggle().enabled()) {
+            doOrmoRouteConfigDel(existingIntfId, queryTable, prefix, installed.viaSetKey());
+         } else {
+            doRouteConfigDel(existingIntfId, routeConfig, prefix, installed.viaSetKey());
+         }
+      }
+      // The old owner lets go before the new one takes hold, even when both
+      // are the same interface.
+      IntfViaSetKeyStatus& keyStatus = keyStatusFor(af);
+      keyStatus.decIntfVskRefcount(existingIntfId);
+      if (keyStatus.vskRefcountByIntfId(existingIntfId) == 0) {
+         delViaSetKey(existingIntfId, af);
+      }
+   }
+   if (!candidate.isEmpty()) {
+      const Ovel::IntfId newIntfId = getCandidateIntfId(prefix);
+      keyStatusFor(af).incIntfVskRefcount(newIntfId);
+      if (vrfScaleToggle().enabled()) {
+         doOrmoRouteConfigAdd(newIntfId, queryTable, prefix, candidate.viaSetKey(),
+                              candidate.routeType());
+      } else {
+         doRouteConfigAdd(newIntfId, routeConfig, prefix, candidate.viaSetKey(),
+                          candidate.routeType());
+      }
+   }
+   return false;
+}
+
+Ovel::IntfId IntfBacklogSm::getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const {
+   const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
+   VOK_ASSERT(set, "intfIdAndAddrs");
+   const IntfIdSet& intfIdAndAddrs = **set;
+   VOK_ASSERT(intfIdAndAddrs.intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
+   return intfIdAndAddrs.entries().begin()->first.intfId();
+}
+
+ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
+      const Ovel::IpGenPrefix& prefix) const {
+   const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
+   if (!set) {
+      return ConnectedRouteProperty();
+   }
+   const IntfIdSet& intfIdAndAddrs = **set;
+   VOK_ASSERT(intfIdAndAddrs.intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
+   return intfIdAndAddrs.entries().begin()->second;
+}
+
+Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {
+   const Ovel::IntfId* intfId = installedIntfId_.lookup(prefix);
+   return intfId ? *intfId : Ovel::IntfId();
+}
+
+}  // namespace Routing::ConnectedRoute

@@ -1,0 +1,144 @@
+// The per-VRF route installer: drains the store's backlog on its own clock,
+// chooses the owner of every prefix, keeps vias and via sets, and writes the
+// RIB's route tables.
+//
+// It mirrors the store's backlog and candidate sets through a reactor. A
+// store change arms the clock backlogDelay (40 ms) ahead unless a drain is
+// already scheduled; a schedule is never pushed back, so a steady stream of
+// changes cannot starve the drain. Each firing processes entries for at most
+// backlogQuantum (80 ms, checked after every entry), then bookmarks where it
+// stopped and schedules the next slice. The owner of a prefix is the first
+// entry of its candidate set, in that set's deterministic order.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "model/IntfBacklog.h"
+#include "platform/ip/IpIntfStatus.h"
+#include "platform/ip6/Ip6IntfStatus.h"
+#include "platform/rib/IpRibRouteOrqTable.h"
+#include "platform/rib/RouteConfig.h"
+#include "platform/rib/ViaConfig.h"
+#include "platform/rib/ViaSetConfig.h"
+#include "platform/vok/ActivityManager.h"
+
+namespace Routing::ConnectedRoute {
+
+class IntfBacklogSm final : public Vok::Entity {
+ public:
+   using VrfId = Vrf::VrfIdMap::VrfId;
+
+   IntfBacklogSm(L3::VrfName vrfName, VrfId vrfId, Vok::ActivityManager* systemClock,
+                 Vok::Ptr<const Ip::Status> ipStatus, Vok::Ptr<const Ip6::Status> ip6Status,
+                 Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig, Vok::Ptr<Rib::RouteConfig> route4Config,
+                 Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig,
+                 Vok::Ptr<Rib::Ip::ViaConfig> ipv6ViaConfig, Vok::Ptr<Rib::RouteConfig> route6Config,
+                 Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig,
+                 Vok::Ptr<Rib::ViaSetConfig> viaSetConfig, Vok::Ptr<IntfBacklog> intfBacklog);
+   ~IntfBacklogSm() override;
+
+   void handleInitialized();
+
+   // The drain.
+   void scheduleBacklog();
+   void handleBacklog();
+   bool processBacklog(const IntfIdAndPrefix& key);
+
+   // Owner choice.
+   Ovel::IntfId getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const;
+   ConnectedRouteProperty getCandidateRouteProperty(const Ovel::IpGenPrefix& prefix) const;
+   Ovel::IntfId installedIntfId(const Ovel::IpGenPrefix& prefix) const;
+
+   // Vias and via sets of an interface and family.
+   IntfViaSetKey findOrCreateViaSetKey(const Ovel::IntfId& intfId, Ovel::AddressFamily af);
+   void doAddViaSet(const Ovel::IntfId& intfId, Rib::Ip::ViaConfig& viaConfig,
+                    IntfViaSetKeyStatus& keyStatus);
+   void delViaSetKey(const Ovel::IntfId& intfId, Ovel::AddressFamily af);
+
+   // Route writers; the installed owner is recorded before an add and
+   // forgotten after a delete.
+   void doRouteConfigAdd(const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
+                         const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
+                         Fib::RouteType routeType);
+   void doRouteConfigDel(const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
+                         const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey);
+   void doOrmoRouteConfigAdd(const Ovel::IntfId& intfId, Rib::IpRibRouteOrqTable* table,
+                             const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
+                             Fib::RouteType routeType);
+   void doOrmoRouteConfigDel(const Ovel::IntfId& intfId, Rib::IpRibRouteOrqTable* table,
+                             const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey);
+
+   // Attributes.
+   const L3::VrfName& vrfName() const noexcept { return vrfName_; }
+   VrfId vrfId() const noexcept { return vrfId_; }
+   const Vok::Clock* backlogClock() const noexcept { return backlogClock_.get(); }
+   const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
+   const Vok::HashMap<IntfIdAndPrefix, bool>& backlog() const noexcept { return backlog_; }
+   const Vok::HashMap<Ovel::IpGenPrefix, Vok::Ptr<IntfIdSet>>& intfIdsByPrefix() const noexcept {
+      return intfIdsByPrefix_;
+   }
+   const Vok::HashMap<Ovel::IpGenPrefix, Ovel::IntfId>& installedIntfIds() const noexcept {
+      return installedIntfId_;
+   }
+   const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus4() const;
+   const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus6() const;
+
+   double backlogQuantum() const noexcept { return backlogQuantum_; }
+   void backlogQuantumIs(double seconds) noexcept { backlogQuantum_ = seconds; }
+   double backlogDelay() const noexcept { return backlogDelay_; }
+   void backlogDelayIs(double seconds);
+   std::uint32_t handleBacklogCallCount() const noexcept { return handleBacklogCallCount_; }
+   void handleBacklogCallCountIs(std::uint32_t count) noexcept { handleBacklogCallCount_ = count; }
+   const IntfIdAndPrefix& backlogBookmark() const noexcept { return backlogBookmark_; }
+   void backlogBookmarkIs(const IntfIdAndPrefix& key) noexcept { backlogBookmark_ = key; }
+   bool initialized() const noexcept { return initialized_; }
+   void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
+
+ private:
+   class VokIntfBacklog;
+
+   std::string describe() const { return vrfName_.str(); }
+   IntfViaSetKeyStatus& keyStatusFor(Ovel::AddressFamily af) const;
+   ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
+   void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
+                    Rib::ViaSetKind kind);
+
+   // Mirror upkeep, from the store reactor.
+   void handleStoreBacklog(const IntfIdAndPrefix& key);
+   void handleStoreIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix);
+
+   L3::VrfName vrfName_;
+   VrfId vrfId_;
+   std::unique_ptr<Vok::Clock> backlogClock_;
+   Vok::Ptr<const Ip::Status> ipStatus_;
+   Vok::Ptr<const Ip6::Status> ip6Status_;
+   Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig_;
+   Vok::Ptr<Rib::RouteConfig> route4Config_;
+   Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig_;
+   Vok::Ptr<Rib::Ip::ViaConfig> ipv6ViaConfig_;
+   Vok::Ptr<Rib::RouteConfig> route6Config_;
+   Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig_;
+   Vok::Ptr<Rib::ViaSetConfig> viaSetConfig_;
+   Vok::Ptr<IntfBacklog> intfBacklog_;
+   std::unique_ptr<VokIntfBacklog> intfBacklogReactor_;
+   Vok::HashMap<IntfIdAndPrefix, bool> backlog_;
+   Vok::HashMap<Ovel::IpGenPrefix, Vok::Ptr<IntfIdSet>> intfIdsByPrefix_;
+   Vok::HashMap<Ovel::IpGenPrefix, Ovel::IntfId> installedIntfId_;
+   double backlogQuantum_ = 0.08;
+   double backlogDelay_ = 0.04;
+   std::uint32_t handleBacklogCallCount_ = 0;
+   IntfIdAndPrefix backlogBookmark_;
+   bool initialized_ = false;
+};
+
+// Builds the installer and runs its initialisation.
+Vok::Ptr<IntfBacklogSm> intfBacklogSmFactory(
+      L3::VrfName vrfName, Vrf::VrfIdMap::VrfId vrfId, Vok::ActivityManager* systemClock,
+      Vok::Ptr<const Ip::Status> ipStatus, Vok::Ptr<const Ip6::Status> ip6Status,
+      Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig, Vok::Ptr<Rib::RouteConfig> route4Config,
+      Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig, Vok::Ptr<Rib::Ip::ViaConfig> ipv6ViaConfig,
+      Vok::Ptr<Rib::RouteConfig> route6Config, Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig,
+      Vok::Ptr<Rib::ViaSetConfig> viaSetConfig, Vok::Ptr<IntfBacklog> intfBacklog);
+
+}  // namespace Routing::ConnectedRoute

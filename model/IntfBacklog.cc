@@ -1,0 +1,198 @@
+#include "model/IntfBacklog.h"
+
+#include <stdexcept>
+
+#include "model/IntfBacklogTrace.h"
+#include "platform/trace/Zipmark.h"
+#include "platform/vok/Assert.h"
+#include "platform/vok/Errors.h"
+
+namespace Routing::ConnectedRoute {
+
+const Vok::TraceHandle& intfBacklogTrace() {
+   static const Vok::TraceHandle handle("IntfBacklog");
+   return handle;
+}
+
+namespace {
+
+// Only IPv4 and IPv6 prefixes of non-zero length are ever stored or queued.
+bool storable(const Ovel::IpGenPrefix& prefix) {
+   return (prefix.af() == Ovel::AddressFamily::ipv4 || prefix.af() == Ovel::AddressFamily::ipv6) &&
+          prefix.len() != 0;
+}
+
+}  // namespace
+
+Vok::Ptr<IntfBacklog> intfBacklogFactory(std::string name, L3::VrfName vrfName) {
+   return Vok::make<IntfBacklog>(std::move(name), std::move(vrfName));
+}
+
+IntfBacklog::~IntfBacklog() {
+   // Whatever is left is discarded without per-entry notifications: nobody
+   // can be watching a store that is being destroyed.
+   status4_ = nullptr;
+   status6_ = nullptr;
+}
+
+void IntfBacklog::doAddBacklog(const Ovel::IntfId& intfId, const Ovel::IpGenPrefix& prefix) {
+   if (!storable(prefix)) {
+      return;
+   }
+   VOK_TRACE(intfBacklogTrace(), 8, describe(), "intf=" << intfId << " pfx=" << prefix);
+   ZIPMARK(1, "doAddBacklog", Zipmark::text("vrf=", vrfName_.str()),
+           Zipmark::text("intf=", intfId.name()), Zipmark::text(" pfx=", prefix.toString()));
+   backlogIs(IntfIdAndPrefix(intfId, prefix), true);
+}
+
+void IntfBacklog::backlogIs(const IntfIdAndPrefix& key, bool value) {
+   auto [stored, inserted] = backlog_.tryEmplace(key, value);
+   if (!inserted) {
+      if (*stored == value) {
+         return;
+      }
+      *stored = value;
+   }
+   notify([&](IntfBacklogNotifiee& n) { n.onBacklog(key); });
+}
+
+void IntfBacklog::backlogDel(const IntfIdAndPrefix& key) {
+   if (backlog_.erase(key)) {
+      notify([&](IntfBacklogNotifiee& n) { n.onBacklog(key); });
+   }
+}
+
+void IntfBacklog::backlogDelAll() {
+   for (auto it = backlog_.begin(); it != backlog_.end(); ++it) {
+      backlogDel(it->first);
+   }
+}
+
+void IntfBacklog::backlogEmptyInc(std::uint32_t increment) {
+   if (increment == 0) {
+      return;
+   }
+   backlogEmpty_ += increment;  // modulo 2^32
+   notify([](IntfBacklogNotifiee& n) { n.onBacklogEmpty(); });
+}
+
+void IntfBacklog::backlogEmptyIs(std::uint32_t value) {
+   if (value == backlogEmpty_) {
+      return;
+   }
+   backlogEmpty_ = value;
+   notify([](IntfBacklogNotifiee& n) { n.onBacklogEmpty(); });
+}
+
+Vok::Ptr<IntfIdSet> IntfBacklog::intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const {
+   const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
+   return set ? *set : nullptr;
+}
+
+void IntfBacklog::intfIdsByPrefixIs(const Vok::Ptr<IntfIdSet>& set) {
+   if (!set) {
+      throw std::range_error(Vok::nullMutatorParameterText(
+            "intfIdsByPrefix", "Routing::ConnectedRoute::IntfBacklog::intfIdsByPrefix"));
+   }
+   const Ovel::IpGenPrefix prefix = set->genPrefix();
+   auto [stored, inserted] = intfIdsByPrefix_.tryEmplace(prefix, set);
+   if (!inserted) {
+      if (*stored == set) {
+         return;
+      }
+      *stored = set;
+   }
+   notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
+}
+
+void IntfBacklog::intfIdsByPrefixDel(const Ovel::IpGenPrefix& prefix) {
+   if (intfIdsByPrefix_.erase(prefix)) {
+      notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
+   }
+}
+
+void IntfBacklog::intfIdsByPrefixDelAll() {
+   for (auto it = intfIdsByPrefix_.begin(); it != intfIdsByPrefix_.end(); ++it) {
+      intfIdsByPrefixDel(it->first);
+   }
+}
+
+void IntfBacklog::addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::IpGenPrefix& prefix,
+                                       const Ovel::IpGenAddrWithMask& addr,
+                                       Fib::RouteType routeType, Rib::ViaSetKey viaSetKey) {
+   VOK_TRACE(intfBacklogTrace(), 8, describe(),
+             "intf=" << intfId << " pfx=" << prefix << " addr=" << addr << " type=" << routeType
+                     << " viaSetKey=" << viaSetKey);
+   ZIPMARK(1, "addToIntfIdsByPrefix", Zipmark::text("vrf=", vrfName_.str()),
+           Zipmark::text(" intf=", intfId.name()), Zipmark::text(" pfx=", prefix.toString()),
+           Zipmark::text(" addr=", addr.toString()),
+           Zipmark::integer(" type=", static_cast<int>(routeType)),
+           Zipmark::integer(" viaSetKey=", viaSetKey.value()));
+   if (!storable(prefix)) {
+      return;
+   }
+   Vok::Ptr<IntfIdSet> set = intfIdsByPrefix(prefix);
+   if (!set) {
+      // Watchers hear of the new prefix while its set is still empty.
+      intfIdsByPrefixIs(intfIdSetFactory(prefix));
+      set = intfIdsByPrefix(prefix);
+   }
+   set->intfIdAndAddrIs(IntfIdAndAddr(intfId, addr), ConnectedRouteProperty(routeType, viaSetKey));
+   doAddBacklog(intfId, prefix);
+}
+
+void IntfBacklog::delFromIntfIdsByPrefix(const Ovel::IntfId& intfId,
+                                         const Ovel::IpGenPrefix& prefix,
+                                         const Ovel::IpGenAddrWithMask& addr) {
+   VOK_TRACE(intfBacklogTrace(), 8, describe(),
+             "intf=" << intfId << " pfx=" << prefix << " addr=" << addr);
+   ZIPMARK(1, "delFromIntfIdsByPrefix", Zipmark::text("vrf=", vrfName_.str()),
+           Zipmark::text(" intf=", intfId.name()), Zipmark::text(" pfx=", prefix.toString()),
+           Zipmark::text(" addr=", addr.toString()));
+   if (!storable(prefix)) {
+      return;
+   }
+   Vok::Ptr<IntfIdSet> set = intfIdsByPrefix(prefix);
+   VOK_ASSERT(set, "intfIdSet");
+   set->intfIdAndAddrDel(IntfIdAndAddr(intfId, addr));
+   // The pair is queued before an emptied prefix disappears, so the
+   // installer always finds the work for a vanished prefix.
+   doAddBacklog(intfId, prefix);
+   if (set->intfIdAndAddrs() == 0) {
+      intfIdsByPrefixDel(prefix);
+   }
+}
+
+Vok::Ptr<IntfViaSetKeyStatus> IntfBacklog::intfViaSetKeyStatus4Is(Ovel::AddressFamily af) {
+   if (status4_ && status4_->addressFamily() == af) {
+      return status4_;
+   }
+   status4_ = Vok::make<IntfViaSetKeyStatus>(af);
+   notify([](IntfBacklogNotifiee& n) { n.onIntfViaSetKeyStatus4(); });
+   return status4_;
+}
+
+Vok::Ptr<IntfViaSetKeyStatus> IntfBacklog::intfViaSetKeyStatus6Is(Ovel::AddressFamily af) {
+   if (status6_ && status6_->addressFamily() == af) {
+      return status6_;
+   }
+   status6_ = Vok::make<IntfViaSetKeyStatus>(af);
+   notify([](IntfBacklogNotifiee& n) { n.onIntfViaSetKeyStatus6(); });
+   return status6_;
+}
+
+void IntfBacklog::intfViaSetKeyStatus4Del() {
+   if (status4_) {
+      status4_ = nullptr;
+      notify([](IntfBacklogNotifiee& n) { n.onIntfViaSetKeyStatus4(); });
+   }
+}
+
+void IntfBacklog::intfViaSetKeyStatus6Del() {
+   if (status6_) {
+      status6_ = nullptr;
+      notify([](IntfBacklogNotifiee& n) { n.onIntfViaSetKeyStatus6(); });
+   }
+}
+
+}  // namespace Routing::ConnectedRoute

@@ -1,0 +1,94 @@
+// The per-VRF store between the interface address machines and the route
+// installer.
+//
+// Address machines record, address by address, which interface carries
+// which prefix and what route it asks for; the store keeps the candidates of
+// every prefix and queues each (interface, prefix) whose candidates changed
+// into the backlog, which the installer drains. A pair already pending is
+// queued once, however many changes arrive before the installer gets to it.
+// Watchers hear every change synchronously, in the order the operations
+// below make them. The store decides nothing about owners.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "model/IntfIdSet.h"
+#include "model/IntfViaSetKeyStatus.h"
+#include "model/ValueRecords.h"
+#include "platform/l3/VrfName.h"
+#include "platform/vok/Notifier.h"
+
+namespace Routing::ConnectedRoute {
+
+class IntfBacklogNotifiee : public Vok::ReactorBase {
+ public:
+   virtual void onBacklog(const IntfIdAndPrefix& /*key*/) {}
+   virtual void onBacklogEmpty() {}
+   virtual void onIntfIdsByPrefix(const Ovel::IpGenPrefix& /*prefix*/) {}
+   virtual void onIntfViaSetKeyStatus4() {}
+   virtual void onIntfViaSetKeyStatus6() {}
+};
+
+class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
+ public:
+   using Backlog = Vok::HashMap<IntfIdAndPrefix, bool>;
+   using IntfIdsByPrefix = Vok::HashMap<Ovel::IpGenPrefix, Vok::Ptr<IntfIdSet>>;
+
+   IntfBacklog(std::string name, L3::VrfName vrfName)
+         : name_(std::move(name)), vrfName_(std::move(vrfName)) {}
+   ~IntfBacklog() override;
+
+   const std::string& name() const noexcept { return name_; }
+   const L3::VrfName& vrfName() const noexcept { return vrfName_; }
+
+   // Candidates, as the address machines hand them over.
+   void addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::IpGenPrefix& prefix,
+                             const Ovel::IpGenAddrWithMask& addr, Fib::RouteType routeType,
+                             Rib::ViaSetKey viaSetKey);
+   void delFromIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::IpGenPrefix& prefix,
+                               const Ovel::IpGenAddrWithMask& addr);
+   void doAddBacklog(const Ovel::IntfId& intfId, const Ovel::IpGenPrefix& prefix);
+
+   // The backlog of pending (interface, prefix) pairs.
+   const Backlog& backlog() const noexcept { return backlog_; }
+   const bool* backlog(const IntfIdAndPrefix& key) const { return backlog_.lookup(key); }
+   void backlogIs(const IntfIdAndPrefix& key, bool value);
+   void backlogDel(const IntfIdAndPrefix& key);
+   void backlogDelAll();
+
+   // How many times the installer found the backlog drained.
+   std::uint32_t backlogEmpty() const noexcept { return backlogEmpty_; }
+   void backlogEmptyInc(std::uint32_t increment);
+   void backlogEmptyIs(std::uint32_t value);
+
+   // Candidate sets, one per prefix that some interface address claims.
+   const IntfIdsByPrefix& intfIdsByPrefixes() const noexcept { return intfIdsByPrefix_; }
+   Vok::Ptr<IntfIdSet> intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const;
+   void intfIdsByPrefixIs(const Vok::Ptr<IntfIdSet>& set);
+   void intfIdsByPrefixDel(const Ovel::IpGenPrefix& prefix);
+   void intfIdsByPrefixDelAll();
+
+   // The per-family via-set-key tables.
+   const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus4() const noexcept { return status4_; }
+   const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus6() const noexcept { return status6_; }
+   Vok::Ptr<IntfViaSetKeyStatus> intfViaSetKeyStatus4Is(Ovel::AddressFamily af);
+   Vok::Ptr<IntfViaSetKeyStatus> intfViaSetKeyStatus6Is(Ovel::AddressFamily af);
+   void intfViaSetKeyStatus4Del();
+   void intfViaSetKeyStatus6Del();
+
+ private:
+   std::string describe() const { return vrfName_.str(); }
+
+   std::string name_;
+   L3::VrfName vrfName_;
+   Backlog backlog_;
+   std::uint32_t backlogEmpty_ = 0;
+   IntfIdsByPrefix intfIdsByPrefix_;
+   Vok::Ptr<IntfViaSetKeyStatus> status4_;
+   Vok::Ptr<IntfViaSetKeyStatus> status6_;
+};
+
+Vok::Ptr<IntfBacklog> intfBacklogFactory(std::string name, L3::VrfName vrfName);
+
+}  // namespace Routing::ConnectedRoute

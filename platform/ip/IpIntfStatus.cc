@@ -1,0 +1,119 @@
+#include "platform/ip/IpIntfStatus.h"
+
+#include <stdexcept>
+
+#include "platform/vok/Errors.h"
+
+namespace Ip {
+
+void IpIntfStatus::activeAddrWithMaskIs(const Ovel::IpAddrWithMask& addr) {
+   if (addr == activeAddr_) {
+      return;
+   }
+   activeAddr_ = addr;
+   notify([](IpIntfStatusNotifiee& n) { n.onActiveAddrWithMask(); });
+}
+
+std::optional<bool> IpIntfStatus::activeSecondaryWithMask(const Ovel::IpAddrWithMask& addr) const {
+   auto it = secondaries_.find(addr);
+   return it == secondaries_.end() ? std::nullopt : std::optional<bool>(it->second);
+}
+
+void IpIntfStatus::activeSecondaryWithMaskIs(const Ovel::IpAddrWithMask& addr, bool active) {
+   auto [it, inserted] = secondaries_.try_emplace(addr, active);
+   if (!inserted) {
+      if (it->second == active) {
+         return;
+      }
+      it->second = active;
+   }
+   notify([&](IpIntfStatusNotifiee& n) { n.onActiveSecondaryWithMask(addr); });
+}
+
+void IpIntfStatus::activeSecondaryWithMaskDel(const Ovel::IpAddrWithMask& addr) {
+   if (secondaries_.erase(addr)) {
+      notify([&](IpIntfStatusNotifiee& n) { n.onActiveSecondaryWithMask(addr); });
+   }
+}
+
+void IpIntfStatus::directedBroadcastEnabledIs(bool enabled) {
+   if (enabled == directedBroadcast_) {
+      return;
+   }
+   directedBroadcast_ = enabled;
+   notify([](IpIntfStatusNotifiee& n) { n.onDirectedBroadcastEnabled(); });
+}
+
+Vok::Ptr<IpIntfStatus> VrfIpIntfStatus::ipIntfStatus(const Ovel::IntfId& intfId) const {
+   const Vok::Ptr<IpIntfStatus>* status = statuses_.lookup(intfId);
+   return status ? *status : nullptr;
+}
+
+Vok::Ptr<IpIntfStatus> VrfIpIntfStatus::ipIntfStatusIs(const Ovel::IntfId& intfId) {
+   if (auto existing = ipIntfStatus(intfId)) {
+      return existing;
+   }
+   auto status = Vok::make<IpIntfStatus>(intfId);
+   ipIntfStatusIs(status);
+   return status;
+}
+
+void VrfIpIntfStatus::ipIntfStatusIs(const Vok::Ptr<IpIntfStatus>& status) {
+   if (!status) {
+      throw std::range_error(
+            Vok::nullMutatorParameterText("ipIntfStatus", "Ip::VrfIpIntfStatus::ipIntfStatus"));
+   }
+   const Ovel::IntfId intfId = status->intfId();
+   auto [stored, inserted] = statuses_.tryEmplace(intfId, status);
+   if (!inserted) {
+      if (*stored == status) {
+         return;
+      }
+      *stored = status;
+   }
+   notify([&](VrfIpIntfStatusNotifiee& n) { n.onIpIntfStatus(intfId); });
+}
+
+void VrfIpIntfStatus::ipIntfStatusDel(const Ovel::IntfId& intfId) {
+   if (statuses_.erase(intfId)) {
+      notify([&](VrfIpIntfStatusNotifiee& n) { n.onIpIntfStatus(intfId); });
+   }
+}
+
+Vok::Ptr<VrfIpIntfStatus> Status::vrfIpIntfStatus(const L3::VrfName& vrfName) const {
+   auto it = vrfs_.find(vrfName);
+   return it == vrfs_.end() ? nullptr : it->second;
+}
+
+Vok::Ptr<VrfIpIntfStatus> Status::vrfIpIntfStatusIs(const L3::VrfName& vrfName) {
+   if (auto existing = vrfIpIntfStatus(vrfName)) {
+      return existing;
+   }
+   auto status = Vok::make<VrfIpIntfStatus>(vrfName);
+   vrfIpIntfStatusIs(status);
+   return status;
+}
+
+void Status::vrfIpIntfStatusIs(const Vok::Ptr<VrfIpIntfStatus>& status) {
+   if (!status) {
+      throw std::range_error(
+            Vok::nullMutatorParameterText("vrfIpIntfStatus", "Ip::Status::vrfIpIntfStatus"));
+   }
+   const L3::VrfName vrfName = status->vrfName();
+   auto [it, inserted] = vrfs_.try_emplace(vrfName, status);
+   if (!inserted) {
+      if (it->second == status) {
+         return;
+      }
+      it->second = status;
+   }
+   notify([&](StatusNotifiee& n) { n.onVrfIpIntfStatus(vrfName); });
+}
+
+void Status::vrfIpIntfStatusDel(const L3::VrfName& vrfName) {
+   if (vrfs_.erase(vrfName)) {
+      notify([&](StatusNotifiee& n) { n.onVrfIpIntfStatus(vrfName); });
+   }
+}
+
+}  // namespace Ip

@@ -1,0 +1,103 @@
+#include "platform/ip6/Ip6IntfStatus.h"
+
+#include <stdexcept>
+
+#include "platform/vok/Errors.h"
+
+namespace Ip6 {
+
+AddressInfo IntfStatus::addr(const Ovel::Ip6AddrWithMask& addr) const {
+   const AddressInfo* info = addrs_.lookup(addr);
+   return info ? *info : AddressInfo();
+}
+
+void IntfStatus::addrIs(const Ovel::Ip6AddrWithMask& addr, const AddressInfo& info) {
+   auto [stored, inserted] = addrs_.tryEmplace(addr, info);
+   if (!inserted) {
+      if (*stored == info) {
+         return;
+      }
+      *stored = info;
+   }
+   notify([&](IntfStatusNotifiee& n) { n.onAddr(addr); });
+}
+
+void IntfStatus::addrDel(const Ovel::Ip6AddrWithMask& addr) {
+   if (addrs_.erase(addr)) {
+      notify([&](IntfStatusNotifiee& n) { n.onAddr(addr); });
+   }
+}
+
+Vok::Ptr<IntfStatus> VrfIp6IntfStatus::ip6IntfStatus(const Ovel::IntfId& intfId) const {
+   const Vok::Ptr<IntfStatus>* status = statuses_.lookup(intfId);
+   return status ? *status : nullptr;
+}
+
+Vok::Ptr<IntfStatus> VrfIp6IntfStatus::ip6IntfStatusIs(const Ovel::IntfId& intfId) {
+   if (auto existing = ip6IntfStatus(intfId)) {
+      return existing;
+   }
+   auto status = Vok::make<IntfStatus>(intfId);
+   ip6IntfStatusIs(status);
+   return status;
+}
+
+void VrfIp6IntfStatus::ip6IntfStatusIs(const Vok::Ptr<IntfStatus>& status) {
+   if (!status) {
+      throw std::range_error(Vok::nullMutatorParameterText(
+            "ip6IntfStatus", "Ip6::VrfIp6IntfStatus::ip6IntfStatus"));
+   }
+   const Ovel::IntfId intfId = status->intfId();
+   auto [stored, inserted] = statuses_.tryEmplace(intfId, status);
+   if (!inserted) {
+      if (*stored == status) {
+         return;
+      }
+      *stored = status;
+   }
+   notify([&](VrfIp6IntfStatusNotifiee& n) { n.onIp6IntfStatus(intfId); });
+}
+
+void VrfIp6IntfStatus::ip6IntfStatusDel(const Ovel::IntfId& intfId) {
+   if (statuses_.erase(intfId)) {
+      notify([&](VrfIp6IntfStatusNotifiee& n) { n.onIp6IntfStatus(intfId); });
+   }
+}
+
+Vok::Ptr<VrfIp6IntfStatus> Status::vrfIp6IntfStatus(const L3::VrfName& vrfName) const {
+   auto it = vrfs_.find(vrfName);
+   return it == vrfs_.end() ? nullptr : it->second;
+}
+
+Vok::Ptr<VrfIp6IntfStatus> Status::vrfIp6IntfStatusIs(const L3::VrfName& vrfName) {
+   if (auto existing = vrfIp6IntfStatus(vrfName)) {
+      return existing;
+   }
+   auto status = Vok::make<VrfIp6IntfStatus>(vrfName);
+   vrfIp6IntfStatusIs(status);
+   return status;
+}
+
+void Status::vrfIp6IntfStatusIs(const Vok::Ptr<VrfIp6IntfStatus>& status) {
+   if (!status) {
+      throw std::range_error(
+            Vok::nullMutatorParameterText("vrfIp6IntfStatus", "Ip6::Status::vrfIp6IntfStatus"));
+   }
+   const L3::VrfName vrfName = status->vrfName();
+   auto [it, inserted] = vrfs_.try_emplace(vrfName, status);
+   if (!inserted) {
+      if (it->second == status) {
+         return;
+      }
+      it->second = status;
+   }
+   notify([&](StatusNotifiee& n) { n.onVrfIp6IntfStatus(vrfName); });
+}
+
+void Status::vrfIp6IntfStatusDel(const L3::VrfName& vrfName) {
+   if (vrfs_.erase(vrfName)) {
+      notify([&](StatusNotifiee& n) { n.onVrfIp6IntfStatus(vrfName); });
+   }
+}
+
+}  // namespace Ip6

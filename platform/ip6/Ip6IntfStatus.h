@@ -1,0 +1,93 @@
+// IPv6 status of interfaces as the IPv6 agent publishes it: per VRF
+// (Ip6::Status::vrfIp6IntfStatus), per interface
+// (VrfIp6IntfStatus::ip6IntfStatus), the addresses with their address
+// information. An address whose information equals the default record is
+// not in use. Mutators notify per key, and only on change.
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+#include "platform/l3/VrfName.h"
+#include "platform/ovel/IntfId.h"
+#include "platform/ovel/Ip6AddrWithMask.h"
+#include "platform/vok/HashMap.h"
+#include "platform/vok/Notifier.h"
+
+namespace Ip6 {
+
+// How an address was configured and where duplicate detection stands.
+struct AddressInfo {
+   enum class Source : std::uint8_t { none = 0, manual = 1, autoconfig = 2, dhcp = 3 };
+   enum class DadState : std::uint8_t { none = 0, tentative = 1, valid = 2, duplicate = 3 };
+   Source source = Source::none;
+   DadState dadState = DadState::none;
+   friend bool operator==(const AddressInfo&, const AddressInfo&) = default;
+};
+
+class IntfStatusNotifiee : public Vok::ReactorBase {
+ public:
+   virtual void onAddr(const Ovel::Ip6AddrWithMask& /*addr*/) {}
+};
+
+class IntfStatus final : public Vok::Notifier<IntfStatusNotifiee> {
+ public:
+   using Addresses = Vok::HashMap<Ovel::Ip6AddrWithMask, AddressInfo>;
+
+   explicit IntfStatus(Ovel::IntfId intfId) : intfId_(intfId) {}
+
+   const Ovel::IntfId& intfId() const noexcept { return intfId_; }
+   const Addresses& addr() const noexcept { return addrs_; }
+   // The address's information; an absent address reads as the default.
+   AddressInfo addr(const Ovel::Ip6AddrWithMask& addr) const;
+   void addrIs(const Ovel::Ip6AddrWithMask& addr, const AddressInfo& info);
+   void addrDel(const Ovel::Ip6AddrWithMask& addr);
+
+ private:
+   Ovel::IntfId intfId_;
+   Addresses addrs_;
+};
+
+class VrfIp6IntfStatusNotifiee : public Vok::ReactorBase {
+ public:
+   virtual void onIp6IntfStatus(const Ovel::IntfId& /*intfId*/) {}
+};
+
+class VrfIp6IntfStatus final : public Vok::Notifier<VrfIp6IntfStatusNotifiee> {
+ public:
+   using Collection = Vok::HashMap<Ovel::IntfId, Vok::Ptr<IntfStatus>>;
+
+   explicit VrfIp6IntfStatus(L3::VrfName vrfName) : vrfName_(std::move(vrfName)) {}
+
+   const L3::VrfName& vrfName() const noexcept { return vrfName_; }
+   const Collection& ip6IntfStatus() const noexcept { return statuses_; }
+   Vok::Ptr<IntfStatus> ip6IntfStatus(const Ovel::IntfId& intfId) const;
+   Vok::Ptr<IntfStatus> ip6IntfStatusIs(const Ovel::IntfId& intfId);
+   void ip6IntfStatusIs(const Vok::Ptr<IntfStatus>& status);
+   void ip6IntfStatusDel(const Ovel::IntfId& intfId);
+
+ private:
+   L3::VrfName vrfName_;
+   Collection statuses_;
+};
+
+class StatusNotifiee : public Vok::ReactorBase {
+ public:
+   virtual void onVrfIp6IntfStatus(const L3::VrfName& /*vrfName*/) {}
+};
+
+class Status final : public Vok::Notifier<StatusNotifiee> {
+ public:
+   using Collection = std::map<L3::VrfName, Vok::Ptr<VrfIp6IntfStatus>>;
+
+   const Collection& vrfIp6IntfStatus() const noexcept { return vrfs_; }
+   Vok::Ptr<VrfIp6IntfStatus> vrfIp6IntfStatus(const L3::VrfName& vrfName) const;
+   Vok::Ptr<VrfIp6IntfStatus> vrfIp6IntfStatusIs(const L3::VrfName& vrfName);
+   void vrfIp6IntfStatusIs(const Vok::Ptr<VrfIp6IntfStatus>& status);
+   void vrfIp6IntfStatusDel(const L3::VrfName& vrfName);
+
+ private:
+   Collection vrfs_;
+};
+
+}  // namespace Ip6

@@ -1,0 +1,185 @@
+// The store: what it records, what it queues, and the exact order in which
+// its watchers hear about it.
+#include "model/IntfBacklog.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/InstallerHarness.h"
+
+namespace Routing::ConnectedRoute {
+namespace {
+
+using Testing::addr;
+using Testing::intf;
+using Testing::prefix;
+
+class Recorder final : public Vok::Reactor<IntfBacklog> {
+ public:
+   using Vok::Reactor<IntfBacklog>::Reactor;
+   void onBacklog(const IntfIdAndPrefix& key) override {
+      log.push_back("backlog " + std::string(key.intfId().name()) + " " +
+                    key.genPrefix().toString());
+   }
+   void onBacklogEmpty() override { log.push_back("backlogEmpty"); }
+   void onIntfIdsByPrefix(const Ovel::IpGenPrefix& p) override {
+      log.push_back("prefix " + p.toString());
+   }
+   void onIntfViaSetKeyStatus4() override { log.push_back("status4"); }
+   std::vector<std::string> log;
+};
+
+struct Store : ::testing::Test {
+   Vok::Ptr<IntfBacklog> store = intfBacklogFactory("", L3::VrfName("red"));
+   Recorder recorder{store};
+   const Ovel::IntfId e1 = intf("Ethernet1");
+   const Ovel::IpGenPrefix p = prefix("10.1.1.0/24");
+
+   void add(std::string_view address, Fib::RouteType type = Fib::RouteType::attachedSubnet) {
+      store->addToIntfIdsByPrefix(e1, p, addr(address), type, Rib::ViaSetKey(1));
+   }
+};
+
+TEST_F(Store, FirstCandidateAnnouncesThePrefixThenQueuesThePair) {
+   add("10.1.1.5/24");
+   EXPECT_EQ(recorder.log,
+             (std::vector<std::string>{"prefix 10.1.1.0/24", "backlog Ethernet1 10.1.1.0/24"}));
+   EXPECT_EQ(store->intfIdsByPrefix(p)->intfIdAndAddrs(), 1u);
+}
+
+TEST_F(Store, APendingPairIsQueuedOnceWhateverChanges) {
+   add("10.1.1.5/24");
+   add("10.1.1.5/24");
+   add("10.1.1.5/24", Fib::RouteType::hostOfSubnetAddress);
+   EXPECT_EQ(recorder.log.size(), 2u);
+   EXPECT_EQ(store->backlog().size(), 1u);
+   EXPECT_EQ(store->intfIdsByPrefix(p)->intfIdAndAddrs(), 1u);
+   EXPECT_EQ(store->intfIdsByPrefix(p)->intfIdAndAddr(IntfIdAndAddr(e1, addr("10.1.1.5/24")))
+                   ->routeType(),
+             Fib::RouteType::hostOfSubnetAddress);
+}
+
+TEST_F(Store, TwoAddressesOfOneInterfaceInOnePrefixAreTwoCandidates) {
+   add("10.1.1.5/24");
+   add("10.1.1.6/24");
+   store->backlogDel(IntfIdAndPrefix(e1, p));
+   recorder.log.clear();
+   store->delFromIntfIdsByPrefix(e1, p, addr("10.1.1.5/24"));
+   EXPECT_EQ(recorder.log, std::vector<std::string>{"backlog Ethernet1 10.1.1.0/24"});
+   EXPECT_EQ(store->intfIdsByPrefix(p)->intfIdAndAddrs(), 1u);
+}
+
+TEST_F(Store, DeletingTheLastCandidateQueuesThePairBeforeThePrefixGoes) {
+   add("10.1.1.5/24");
+   store->backlogDel(IntfIdAndPrefix(e1, p));
+   recorder.log.clear();
+   store->delFromIntfIdsByPrefix(e1, p, addr("10.1.1.5/24"));
+   EXPECT_EQ(recorder.log,
+             (std::vector<std::string>{"backlog Ethernet1 10.1.1.0/24", "prefix 10.1.1.0/24"}));
+   EXPECT_FALSE(store->intfIdsByPrefix(p));
+}
+
+TEST_F(Store, DeletingAnAbsentAddressStillQueuesThePair) {
+   add("10.1.1.5/24");
+   store->backlogDel(IntfIdAndPrefix(e1, p));
+   recorder.log.clear();
+   store->delFromIntfIdsByPrefix(e1, p, addr("10.1.1.9/24"));
+   EXPECT_EQ(recorder.log, std::vector<std::string>{"backlog Ethernet1 10.1.1.0/24"});
+}
+
+TEST_F(Store, ZeroLengthAndFamilylessPrefixesNeverEnter) {
+   store->addToIntfIdsByPrefix(e1, prefix("0.0.0.0/0"), addr("10.0.0.1/0"),
+                               Fib::RouteType::attachedSubnet, Rib::ViaSetKey(1));
+   store->addToIntfIdsByPrefix(e1, Ovel::IpGenPrefix(), addr("10.0.0.1/8"),
+                               Fib::RouteType::attachedSubnet, Rib::ViaSetKey(1));
+   store->delFromIntfIdsByPrefix(e1, prefix("::/0"), addr("::1/0"));
+   store->doAddBacklog(e1, prefix("0.0.0.0/0"));
+   EXPECT_TRUE(recorder.log.empty());
+   EXPECT_TRUE(store->backlog().empty());
+   EXPECT_TRUE(store->intfIdsByPrefixes().empty());
+}
+
+TEST_F(Store, AProcessedPairIsQueuedAndAnnouncedAgain) {
+   add("10.1.1.5/24");
+   store->backlogDel(IntfIdAndPrefix(e1, p));
+   recorder.log.clear();
+   add("10.1.1.5/24");
+   EXPECT_EQ(recorder.log, std::vector<std::string>{"backlog Ethernet1 10.1.1.0/24"});
+}
+
+TEST_F(Store, EmptyCounterNotifiesOnlyOnChange) {
+   store->backlogEmptyInc(0);
+   store->backlogEmptyIs(0);
+   EXPECT_TRUE(recorder.log.empty());
+   store->backlogEmptyInc(1);
+   store->backlogEmptyIs(5);
+   EXPECT_EQ(recorder.log, (std::vector<std::string>{"backlogEmpty", "backlogEmpty"}));
+   EXPECT_EQ(store->backlogEmpty(), 5u);
+   store->backlogEmptyIs(0xFFFFFFFF);
+   store->backlogEmptyInc(2);
+   EXPECT_EQ(store->backlogEmpty(), 1u);  // modulo 2^32
+}
+
+TEST_F(Store, DeletingFromAPrefixNeverAddedIsFatal) {
+   EXPECT_DEATH(store->delFromIntfIdsByPrefix(e1, p, addr("10.1.1.5/24")),
+                "assertion failed: intfIdSet");
+}
+
+TEST_F(Store, ANullCandidateSetIsRefusedWithTheRuntimeText) {
+   try {
+      store->intfIdsByPrefixIs(nullptr);
+      FAIL() << "accepted";
+   } catch (const std::range_error& e) {
+      EXPECT_STREQ(e.what(),
+                   "null _intfIdsByPrefix parameter to mutator for "
+                   "Routing::ConnectedRoute::IntfBacklog::intfIdsByPrefix not allowed\"");
+   }
+   EXPECT_TRUE(recorder.log.empty());
+}
+
+TEST_F(Store, ViaSetKeyTablesAreKeptForTheirFamily) {
+   auto first = store->intfViaSetKeyStatus4Is(Ovel::AddressFamily::ipv4);
+   EXPECT_EQ(store->intfViaSetKeyStatus4Is(Ovel::AddressFamily::ipv4), first);
+   EXPECT_EQ(recorder.log, std::vector<std::string>{"status4"});
+   EXPECT_NE(store->intfViaSetKeyStatus4Is(Ovel::AddressFamily::ipv6), first);
+   store->intfViaSetKeyStatus4Del();
+   store->intfViaSetKeyStatus4Del();
+   EXPECT_EQ(recorder.log, (std::vector<std::string>{"status4", "status4", "status4"}));
+}
+
+TEST_F(Store, DelAllNotifiesOncePerKey) {
+   add("10.1.1.5/24");
+   store->addToIntfIdsByPrefix(e1, prefix("10.2.0.0/16"), addr("10.2.0.1/16"),
+                               Fib::RouteType::attachedSubnet, Rib::ViaSetKey(1));
+   recorder.log.clear();
+   store->backlogDelAll();
+   store->intfIdsByPrefixDelAll();
+   EXPECT_EQ(recorder.log.size(), 4u);
+   EXPECT_TRUE(store->backlog().empty());
+   EXPECT_TRUE(store->intfIdsByPrefixes().empty());
+}
+
+TEST(IntfViaSetKeyStatus, CountsUsesAndKeepsKeysApart) {
+   auto table = Vok::make<IntfViaSetKeyStatus>(Ovel::AddressFamily::ipv4);
+   const auto e1 = intf("Ethernet1");
+   table->intfViaSetKeyIs(IntfViaSetKey(e1, Rib::ViaKey(1, 0, 1), Rib::ViaSetKey(1),
+                                        Rib::ViaSetKey(2), Rib::ViaSetKey(3), Rib::ViaSetKey(4)));
+   table->incIntfVskRefcount(e1);
+   table->incIntfVskRefcount(e1);
+   EXPECT_EQ(table->vskRefcountByIntfId(e1), 2u);
+   table->decIntfVskRefcount(e1);
+   table->decIntfVskRefcount(e1);
+   EXPECT_FALSE(table->hasVskRefcount(e1));
+   ASSERT_TRUE(table->intfViaSetKey(e1));
+   const IntfViaSetKey replacement(e1, Rib::ViaKey(1, 0, 9), Rib::ViaSetKey(9), Rib::ViaSetKey(10),
+                                   Rib::ViaSetKey(), Rib::ViaSetKey());
+   table->intfViaSetKeyIs(replacement);
+   EXPECT_EQ(*table->intfViaSetKey(e1), replacement);
+   EXPECT_DEATH(table->decIntfVskRefcount(e1),
+                "assertion failed: vskRefcountByIntfId\\( intfId \\) > 0");
+}
+
+}  // namespace
+}  // namespace Routing::ConnectedRoute
