@@ -254,7 +254,8 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    Rib::IpRibRouteOrqTable* queryTable = (v4 ? route4OrmoConfig_ : route6OrmoConfig_).get();
 
    const ConnectedRouteProperty installed = installedProperty(prefix);
-   const ConnectedRouteProperty candidate = getCandidateRouteProperty(prefix);
+   const Vok::Ptr<IntfIdSet>* candidates = intfIdsByPrefix_.lookup(prefix);
+   const ConnectedRouteProperty candidate = candidateOf(candidates).second;
    if (candidate == installed) {
       return false;
    }
@@ -277,7 +278,7 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
       }
    }
    if (!candidate.isEmpty()) {
-      const Ovel::IntfId newIntfId = getCandidateIntfId(prefix);
+      const Ovel::IntfId newIntfId = candidateOf(candidates).first;
       keyStatusFor(af).incIntfVskRefcount(newIntfId);
       if (vrfScaleToggle().enabled()) {
          doOrmoRouteConfigAdd(newIntfId, queryTable, prefix, candidate.viaSetKey(),
@@ -290,23 +291,28 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    return false;
 }
 
+// The owner and its property: the first entry of the candidate set, or no
+// interface and the empty property when the prefix has no set.
+std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(
+      const Vok::Ptr<IntfIdSet>* set) {
+   if (!set) {
+      return {};
+   }
+   const IntfIdSet& intfIdAndAddrs = **set;
+   VOK_ASSERT(intfIdAndAddrs.intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
+   const auto& first = *intfIdAndAddrs.entries().begin();
+   return {first.first.intfId(), first.second};
+}
+
 Ovel::IntfId IntfBacklogSm::getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const {
    const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
    VOK_ASSERT(set, "intfIdAndAddrs");
-   const IntfIdSet& intfIdAndAddrs = **set;
-   VOK_ASSERT(intfIdAndAddrs.intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
-   return intfIdAndAddrs.entries().begin()->first.intfId();
+   return candidateOf(set).first;
 }
 
 ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
       const Ovel::IpGenPrefix& prefix) const {
-   const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
-   if (!set) {
-      return ConnectedRouteProperty();
-   }
-   const IntfIdSet& intfIdAndAddrs = **set;
-   VOK_ASSERT(intfIdAndAddrs.intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
-   return intfIdAndAddrs.entries().begin()->second;
+   return candidateOf(intfIdsByPrefix_.lookup(prefix)).second;
 }
 
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {

@@ -100,6 +100,8 @@ class IntfBacklogSm final : public Vok::Entity {
 
    std::string describe() const { return vrfName_.str(); }
    IntfViaSetKeyStatus& keyStatusFor(Ovel::AddressFamily af) const;
+   static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(
+         const Vok::Ptr<IntfIdSet>* set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
                     Rib::ViaSetKind kind);

@@ -4,6 +4,8 @@
 // trivially copyable and hashable by their bytes.
 #pragma once
 
+#include "platform/vok/SameBytes.h"
+
 #include <array>
 #include <compare>
 #include <cstddef>
@@ -32,7 +34,11 @@ class IntfId {
    // Same rules as the constructor, but throws Vok::ParseError.
    static IntfId parse(std::string_view text);
 
-   constexpr bool operator==(const IntfId&) const = default;
+   // Bytewise: equal values have identical bytes, and a fixed-size compare
+   // compiles to a few word loads on the hot lookup paths.
+   bool operator==(const IntfId& other) const noexcept {
+      return Vok::sameBytes(*this, other);
+   }
    // Lexicographic by name.
    std::strong_ordering operator<=>(const IntfId& other) const {
       return name() <=> other.name();

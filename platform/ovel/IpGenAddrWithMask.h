@@ -4,6 +4,8 @@
 // 20-byte zero-padded layout as IpGenPrefix, so it hashes by bytes as well.
 #pragma once
 
+#include "platform/vok/SameBytes.h"
+
 #include <array>
 #include <compare>
 #include <cstdint>
@@ -41,7 +43,11 @@ class IpGenAddrWithMask {
    // with a mask length. Throws Vok::ParseError.
    static IpGenAddrWithMask parse(std::string_view text);
 
-   constexpr bool operator==(const IpGenAddrWithMask&) const = default;
+   // Bytewise: equal values have identical bytes, and a fixed-size compare
+   // compiles to a few word loads on the hot lookup paths.
+   bool operator==(const IpGenAddrWithMask& other) const noexcept {
+      return Vok::sameBytes(*this, other);
+   }
    // By family, then address, then length, like IpGenPrefix.
    std::strong_ordering operator<=>(const IpGenAddrWithMask& other) const;
 

@@ -4,6 +4,8 @@
 // so equal prefixes are byte-identical for the runtime's byte hashing.
 #pragma once
 
+#include "platform/vok/SameBytes.h"
+
 #include <array>
 #include <compare>
 #include <cstdint>
@@ -45,7 +47,11 @@ class IpGenPrefix {
    // Throws Vok::ParseError.
    static IpGenPrefix parse(std::string_view text);
 
-   constexpr bool operator==(const IpGenPrefix&) const = default;
+   // Bytewise: equal values have identical bytes, and a fixed-size compare
+   // compiles to a few word loads on the hot lookup paths.
+   bool operator==(const IpGenPrefix& other) const noexcept {
+      return Vok::sameBytes(*this, other);
+   }
    // By family, then address, then length: a prefix sorts right before the
    // longer prefixes it covers, and those follow contiguously, which the
    // member order (length before address) would not give.

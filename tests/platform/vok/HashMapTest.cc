@@ -109,6 +109,25 @@ TEST(HashMap, ErasingAndInsertingOtherEntriesWhileIteratingIsWellDefined) {
    }
 }
 
+TEST(HashMap, ProbesStayShortWhenEntriesLeaveInIterationOrder) {
+   // The drain erases in iteration order, that is in hash order: the
+   // survivors then crowd one end of the hash range.
+   Map map;
+   for (std::uint64_t k = 0; k < 100'000; ++k) {
+      map.tryEmplace(k * 2654435761u, 0);
+   }
+   std::size_t erased = 0;
+   for (auto it = map.begin(); it != map.end() && erased < 95'000; ++it, ++erased) {
+      map.erase(it->first);
+   }
+   EXPECT_LE(map.longestProbe(), 64u);
+   for (std::uint64_t k = 0; k < 50'000; ++k) {
+      map.tryEmplace(k * 40503u + 7, 0);
+   }
+   EXPECT_LE(map.longestProbe(), 64u);
+   EXPECT_EQ(map.size(), 55'000u);
+}
+
 TEST(HashMap, IteratorOnARemovedEntryCannotBeDereferenced) {
    Map map;
    map.tryEmplace(1, 1);
