@@ -4,6 +4,21 @@
 
 namespace Vok {
 
+namespace {
+ActivityManager* current = nullptr;
+}
+
+ActivityManager* activityManager() noexcept { return current; }
+void activityManagerIs(ActivityManager* manager) noexcept { current = manager; }
+
+Seconds now() {
+   if (current) {
+      return current->now();
+   }
+   static MonotonicTimeSource monotonic;
+   return monotonic.now();
+}
+
 Seconds ActivityManager::nextDue() const noexcept {
    return armed_.empty() ? never : std::get<0>(*armed_.begin());
 }

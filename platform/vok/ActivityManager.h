@@ -24,6 +24,14 @@ namespace Vok {
 
 class Clock;
 
+// The runtime's current activity manager, whose clock machines use when they
+// are not handed one and whose time is "now" for the whole process.
+class ActivityManager;
+ActivityManager* activityManager() noexcept;
+void activityManagerIs(ActivityManager* manager) noexcept;
+// The current time of the current activity manager (monotonic if none).
+Seconds now();
+
 class ActivityManager {
  public:
    explicit ActivityManager(TimeSource& time) : time_(time) {}

@@ -1,0 +1,14 @@
+#include "platform/rib/RibReady.h"
+
+#include "platform/vok/TypeRegistry.h"
+
+namespace Routing::Rib {
+
+namespace {
+const bool registered = Vok::registerEntityType<ProtoVrfStatus>("Routing::Rib::ProtoVrfStatus",
+                                                                 {"ready", "readyTime"});
+}  // namespace
+
+ProtoVrfStatus::~ProtoVrfStatus() { (void)registered; }
+
+}  // namespace Routing::Rib

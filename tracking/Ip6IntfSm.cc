@@ -1,0 +1,137 @@
+#include "tracking/Ip6IntfSm.h"
+
+#include <vector>
+
+#include "platform/trace/Zipmark.h"
+#include "tracking/ConnectedRouteTrace.h"
+
+namespace Routing::ConnectedRoute {
+
+namespace {
+
+const char* flag(bool value) { return value ? "true" : "false"; }
+
+}  // namespace
+
+class Ip6IntfSm::VokIp6IntfStatus final : public Vok::Reactor<Ip6::IntfStatus> {
+ public:
+   VokIp6IntfStatus(Vok::Ptr<const Ip6::IntfStatus> status, Ip6IntfSm& owner)
+         : Vok::Reactor<Ip6::IntfStatus>(std::move(status)), owner_(owner) {}
+   void onAddr(const Ovel::Ip6AddrWithMask& addr) override { owner_.handleIp6Address(addr); }
+
+ private:
+   Ip6IntfSm& owner_;
+};
+
+Ip6IntfSm::Ip6IntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip6::IntfStatus> ip6IntfStatus,
+                     Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm)
+      : intfId_(intfId),
+        intfBacklog_(std::move(intfBacklog)),
+        intfBacklogSm_(std::move(intfBacklogSm)),
+        reactor_(std::make_unique<VokIp6IntfStatus>(std::move(ip6IntfStatus), *this)) {
+   handleInitialized();
+}
+
+Ip6IntfSm::~Ip6IntfSm() {
+   handleIntfDeletion();
+   reactor_->isZombieIs(true);
+}
+
+Vok::Ptr<Ip6IntfSm> ip6IntfSmFactory(Ovel::IntfId intfId,
+                                     Vok::Ptr<const Ip6::IntfStatus> ip6IntfStatus,
+                                     Vok::Ptr<IntfBacklog> intfBacklog,
+                                     Vok::Ptr<IntfBacklogSm> intfBacklogSm) {
+   auto sm = Vok::make<Ip6IntfSm>(intfId, std::move(ip6IntfStatus), std::move(intfBacklog),
+                                  std::move(intfBacklogSm));
+   sm->hasNotificationActiveIs(true);
+   return sm;
+}
+
+const Vok::Ptr<const Ip6::IntfStatus>& Ip6IntfSm::ip6IntfStatus() const noexcept {
+   return reactor_->notifier();
+}
+
+void Ip6IntfSm::ip6IntfStatusIs(Vok::Ptr<const Ip6::IntfStatus> status) {
+   reactor_->notifierIs(std::move(status));
+}
+
+void Ip6IntfSm::hasNotificationActiveIs(bool active) { reactor_->hasNotificationActiveIs(active); }
+
+L3::VrfName Ip6IntfSm::vrfName() const {
+   return intfBacklog_ ? intfBacklog_->vrfName() : L3::VrfName();
+}
+
+std::string Ip6IntfSm::describe() const { return describeIntf(vrfName(), intfId_); }
+
+IntfViaSetKeyStatus& Ip6IntfSm::keyStatus() const {
+   return *Vok::ValidPtr<IntfViaSetKeyStatus>(intfBacklog_->intfViaSetKeyStatus6());
+}
+
+void Ip6IntfSm::updateIntfIdsByPrefix(const Ovel::Ip6AddrWithMask& addr, bool del) {
+   if (addr.addr().isZero() || addr.addr().isLinkLocal()) {
+      return;  // link-local addresses never become routes
+   }
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flag(del));
+   const Ovel::IpGenAddrWithMask genAddr(addr);
+   const Ovel::IpGenPrefix subnet(addr.subnet(), addr.len());
+   const Ovel::IpGenPrefix host(addr.addr(), 128);
+   const bool hasSubnet = addr.len() <= 127;
+   if (!del) {
+      const IntfViaSetKey keys =
+            intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv6);
+      if (hasSubnet) {
+         intfBacklog_->addToIntfIdsByPrefix(intfId_, subnet, genAddr,
+                                            Fib::RouteType::attachedSubnet, keys.viaSetKey());
+      }
+      intfBacklog_->addToIntfIdsByPrefix(
+            intfId_, host, genAddr,
+            hasSubnet ? Fib::RouteType::hostOfSubnetAddress : Fib::RouteType::hostOfFullLengthAddress,
+            keys.rxViaSetKey());
+      keyStatus().incIntfVskRefcount(intfId_);
+      return;
+   }
+   if (hasSubnet) {
+      intfBacklog_->delFromIntfIdsByPrefix(intfId_, subnet, genAddr);
+   }
+   intfBacklog_->delFromIntfIdsByPrefix(intfId_, host, genAddr);
+   keyStatus().decIntfVskRefcount(intfId_);
+   if (keyStatus().vskRefcountByIntfId(intfId_) == 0) {
+      intfBacklogSm_->delViaSetKey(intfId_, Ovel::AddressFamily::ipv6);
+   }
+}
+
+void Ip6IntfSm::handleIp6Address(const Ovel::Ip6AddrWithMask& addr) {
+   const auto& status = ip6IntfStatus();
+   const bool found = status && status->addr(addr) != Ip6::AddressInfo();
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " found=" << flag(found));
+   ZIPMARK(1, "handleIp6Address", Zipmark::text("vrf=", vrfName().str()),
+           Zipmark::text(" intf=", intfId_.name()),
+           Zipmark::am6(" addr=", addr.addr().bytes(), addr.len()),
+           Zipmark::boolean(" found=", found));
+   updateIntfIdsByPrefix(addr, !found);
+}
+
+void Ip6IntfSm::handleInitialized() {
+   VOK_TRACE(connectedRouteTrace(), 0, describe(), "");
+   ZIPMARK(1, "handleInitialized", Zipmark::text("vrf=", vrfName().str()));
+   initialized_ = true;
+   if (const auto& status = ip6IntfStatus()) {
+      for (const auto& [addr, info] : status->addr()) {
+         handleIp6Address(addr);
+      }
+   }
+}
+
+void Ip6IntfSm::handleIntfDeletion() {
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "");
+   ZIPMARK(1, "handleIntfDeletion", Zipmark::text("vrfName=", vrfName().str()),
+           Zipmark::text(" intf=", intfId_.name()));
+   if (const auto& status = ip6IntfStatus()) {
+      // Whatever each listed address's record says.
+      for (const auto& [addr, info] : status->addr()) {
+         updateIntfIdsByPrefix(addr, true);
+      }
+   }
+}
+
+}  // namespace Routing::ConnectedRoute

@@ -1,0 +1,225 @@
+#include "tracking/IpIntfSm.h"
+
+#include "platform/trace/Zipmark.h"
+#include "tracking/ConnectedRouteTrace.h"
+
+namespace Routing::ConnectedRoute {
+
+namespace {
+
+const char* flag(bool value) { return value ? "true" : "false"; }
+
+Zipmark::Field am4(std::string_view label, const Ovel::IpAddrWithMask& addr) {
+   return Zipmark::am4(label, addr.addr().value(), addr.len());
+}
+
+}  // namespace
+
+class IpIntfSm::VokIpIntfStatus final : public Vok::Reactor<Ip::IpIntfStatus> {
+ public:
+   VokIpIntfStatus(Vok::Ptr<const Ip::IpIntfStatus> status, IpIntfSm& owner)
+         : Vok::Reactor<Ip::IpIntfStatus>(std::move(status)), owner_(owner) {}
+
+   void onActiveAddrWithMask() override { owner_.handleActiveAddress(activeAddr()); }
+   void onActiveSecondaryWithMask(const Ovel::IpAddrWithMask& addr) override {
+      owner_.handleSecondaryAddress(addr);
+   }
+   void onDirectedBroadcastEnabled() override { owner_.handleDirectedBroadcast(); }
+   void onNotifier() override {
+      owner_.handleActiveAddress(activeAddr());
+      owner_.handleDirectedBroadcast();
+   }
+
+ private:
+   Ovel::IpAddrWithMask activeAddr() const {
+      return notifier() ? notifier()->activeAddrWithMask() : Ovel::IpAddrWithMask();
+   }
+   IpIntfSm& owner_;
+};
+
+IpIntfSm::IpIntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip::IpIntfStatus> ipIntfStatus,
+                   Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm)
+      : intfId_(intfId),
+        intfBacklog_(std::move(intfBacklog)),
+        intfBacklogSm_(std::move(intfBacklogSm)),
+        reactor_(std::make_unique<VokIpIntfStatus>(std::move(ipIntfStatus), *this)) {
+   handleInitialized();
+}
+
+IpIntfSm::~IpIntfSm() {
+   handleIntfDeletion();
+   reactor_->isZombieIs(true);
+}
+
+Vok::Ptr<IpIntfSm> ipIntfSmFactory(Ovel::IntfId intfId,
+                                   Vok::Ptr<const Ip::IpIntfStatus> ipIntfStatus,
+                                   Vok::Ptr<IntfBacklog> intfBacklog,
+                                   Vok::Ptr<IntfBacklogSm> intfBacklogSm) {
+   auto sm = Vok::make<IpIntfSm>(intfId, std::move(ipIntfStatus), std::move(intfBacklog),
+                                 std::move(intfBacklogSm));
+   sm->hasNotificationActiveIs(true);
+   return sm;
+}
+
+const Vok::Ptr<const Ip::IpIntfStatus>& IpIntfSm::ipIntfStatus() const noexcept {
+   return reactor_->notifier();
+}
+
+void IpIntfSm::ipIntfStatusIs(Vok::Ptr<const Ip::IpIntfStatus> status) {
+   reactor_->notifierIs(std::move(status));
+}
+
+void IpIntfSm::hasNotificationActiveIs(bool active) { reactor_->hasNotificationActiveIs(active); }
+
+L3::VrfName IpIntfSm::vrfName() const {
+   return intfBacklog_ ? intfBacklog_->vrfName() : L3::VrfName();
+}
+
+std::string IpIntfSm::describe() const { return describeIntf(vrfName(), intfId_); }
+
+IntfViaSetKeyStatus& IpIntfSm::keyStatus() const {
+   return *Vok::ValidPtr<IntfViaSetKeyStatus>(intfBacklog_->intfViaSetKeyStatus4());
+}
+
+void IpIntfSm::add(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr,
+                   Fib::RouteType type, Rib::ViaSetKey viaSetKey) {
+   intfBacklog_->addToIntfIdsByPrefix(intfId_, prefix, addr, type, viaSetKey);
+}
+
+void IpIntfSm::remove(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr) {
+   intfBacklog_->delFromIntfIdsByPrefix(intfId_, prefix, addr);
+}
+
+void IpIntfSm::updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del) {
+   if (addr.addr().isZero()) {
+      return;
+   }
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flag(del));
+   const Ovel::IpGenAddrWithMask genAddr(addr);
+   const Ovel::IpGenPrefix subnet(addr.subnet(), addr.len());
+   const Ovel::IpGenPrefix host(addr.addr(), 32);
+   const bool hasSubnet = addr.len() <= 31;
+   if (!del) {
+      const IntfViaSetKey keys =
+            intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
+      if (hasSubnet) {
+         add(subnet, genAddr, Fib::RouteType::attachedSubnet, keys.viaSetKey());
+      }
+      add(host, genAddr,
+          hasSubnet ? Fib::RouteType::hostOfSubnetAddress : Fib::RouteType::hostOfFullLengthAddress,
+          keys.rxViaSetKey());
+      updateBcastRoute(addr, false);
+      keyStatus().incIntfVskRefcount(intfId_);
+      return;
+   }
+   if (hasSubnet) {
+      remove(subnet, genAddr);
+   }
+   remove(host, genAddr);
+   updateBcastRoute(addr, true);
+   keyStatus().decIntfVskRefcount(intfId_);
+   if (keyStatus().vskRefcountByIntfId(intfId_) != 0) {
+      return;  // another address (or an installed route) still holds the keys
+   }
+   intfBacklogSm_->delViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
+}
+
+void IpIntfSm::updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del) {
+   if (addr.addr().isZero()) {
+      return;
+   }
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flag(del));
+   if (addr.len() > 30) {
+      return;  // /31 and /32 have no network or broadcast address
+   }
+   const Ovel::IpGenAddrWithMask genAddr(addr);
+   const Ovel::IpGenPrefix network(addr.subnet(), 32);
+   const Ovel::IpGenPrefix broadcast(addr.broadcast(), 32);
+   if (del) {
+      remove(network, genAddr);
+      remove(broadcast, genAddr);
+      return;
+   }
+   // The count belongs to the address as a whole, so it is not moved here.
+   const IntfViaSetKey keys =
+         intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
+   add(network, genAddr, Fib::RouteType::networkOrBroadcastReceive, keys.rxBcastViaSetKey());
+   const auto& status = ipIntfStatus();
+   if (status && status->directedBroadcastEnabled()) {
+      add(broadcast, genAddr, Fib::RouteType::directedBroadcast, keys.directedBcastViaSetKey());
+   } else {
+      add(broadcast, genAddr, Fib::RouteType::networkOrBroadcastReceive, keys.rxBcastViaSetKey());
+   }
+}
+
+void IpIntfSm::handleActiveAddress(const Ovel::IpAddrWithMask& addr) {
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " prev=" << prevActiveAddr_);
+   ZIPMARK(1, "handleActiveAddress", Zipmark::text("vrf=", vrfName().str()),
+           Zipmark::text(" intf=", intfId_.name()), am4(" addr=", addr),
+           am4(" prevAddr=", prevActiveAddr_));
+   if (prevActiveAddr_ != addr) {
+      updateIntfIdsByPrefix(prevActiveAddr_, true);
+   }
+   // Also when unchanged: a repeat adds (and counts) the address again.
+   updateIntfIdsByPrefix(addr, false);
+   prevActiveAddr_ = addr;
+}
+
+void IpIntfSm::handleSecondaryAddress(const Ovel::IpAddrWithMask& addr) {
+   const auto& status = ipIntfStatus();
+   const std::optional<bool> active =
+         status ? status->activeSecondaryWithMask(addr) : std::optional<bool>();
+   const bool missing = !active || !*active;
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " missing=" << flag(missing));
+   ZIPMARK(1, "handleSecondaryAddress", Zipmark::text("vrf=", vrfName().str()),
+           Zipmark::text(" intf=", intfId_.name()), am4(" addr=", addr),
+           Zipmark::boolean(" missing=", missing));
+   updateIntfIdsByPrefix(addr, missing);
+}
+
+void IpIntfSm::handleDirectedBroadcast() {
+   const auto& status = ipIntfStatus();
+   const bool enabled = status && status->directedBroadcastEnabled();
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "enabled=" << flag(enabled));
+   ZIPMARK(1, "handleDirectedBroadcast", Zipmark::text("vrf=", vrfName().str()),
+           Zipmark::text(" intf=", intfId_.name()), Zipmark::boolean(" enabled=", enabled));
+   if (!status) {
+      return;
+   }
+   updateBcastRoute(status->activeAddrWithMask(), false);
+   // Every listed secondary, active or not, gets its entries re-added.
+   for (const auto& [secondary, active] : status->activeSecondaryWithMask()) {
+      updateBcastRoute(secondary, false);
+   }
+}
+
+void IpIntfSm::handleInitialized() {
+   VOK_TRACE(connectedRouteTrace(), 0, describe(), "");
+   ZIPMARK(1, "handleInitialized", Zipmark::text("vrf=", vrfName().str()));
+   initialized_ = true;
+   const auto& status = ipIntfStatus();
+   handleActiveAddress(status ? status->activeAddrWithMask() : Ovel::IpAddrWithMask());
+   if (!status) {
+      return;
+   }
+   for (const auto& [secondary, active] : status->activeSecondaryWithMask()) {
+      handleSecondaryAddress(secondary);
+   }
+}
+
+void IpIntfSm::handleIntfDeletion() {
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "");
+   ZIPMARK(1, "handleIntfDeletion", Zipmark::text("vrfName=", vrfName().str()),
+           Zipmark::text(" intf=", intfId_.name()));
+   const auto& status = ipIntfStatus();
+   // What the status lists now, not what was last handed to the store.
+   updateIntfIdsByPrefix(status ? status->activeAddrWithMask() : Ovel::IpAddrWithMask(), true);
+   if (!status) {
+      return;
+   }
+   for (const auto& [secondary, active] : status->activeSecondaryWithMask()) {
+      updateIntfIdsByPrefix(secondary, true);
+   }
+}
+
+}  // namespace Routing::ConnectedRoute

@@ -1,0 +1,73 @@
+// The IPv4 address machine of one interface: turns the interface's active
+// address, active secondaries and directed-broadcast setting into
+// candidates in the VRF's store.
+//
+// Per address A/L: the attached subnet (type 11) unless /32, the host route
+// A/32 (type 1, or 2 for a /32), and for L <= 30 the network and broadcast
+// /32s (type 3; the broadcast type 4 while directed broadcast is on). The
+// interface's keys exist before its first candidate is stored, its count
+// rises once per address after its candidates, and its keys are released
+// when no address holds them. Two repeats are deliberate: an unchanged
+// active address handed in again is added (and counted) again, and a change
+// of directed broadcast re-adds the network and broadcast entries of every
+// listed secondary, active or not.
+#pragma once
+
+#include <memory>
+
+#include "install/IntfBacklogSm.h"
+#include "platform/ip/IpIntfStatus.h"
+
+namespace Routing::ConnectedRoute {
+
+class IpIntfSm final : public Vok::Entity {
+ public:
+   IpIntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip::IpIntfStatus> ipIntfStatus,
+            Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm);
+   ~IpIntfSm() override;
+
+   void handleInitialized();
+   void handleActiveAddress(const Ovel::IpAddrWithMask& addr);
+   void handleSecondaryAddress(const Ovel::IpAddrWithMask& addr);
+   void handleDirectedBroadcast();
+   void handleIntfDeletion();
+   void updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del);
+   void updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del);
+
+   const Ovel::IntfId& intfId() const noexcept { return intfId_; }
+   const Vok::Ptr<const Ip::IpIntfStatus>& ipIntfStatus() const noexcept;
+   // Watches another status object and replays its active address and
+   // directed-broadcast setting (not its secondaries).
+   void ipIntfStatusIs(Vok::Ptr<const Ip::IpIntfStatus> status);
+   const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
+   const Vok::Ptr<IntfBacklogSm>& intfBacklogSm() const noexcept { return intfBacklogSm_; }
+   const Ovel::IpAddrWithMask& prevActiveAddrWithMask() const noexcept { return prevActiveAddr_; }
+   bool initialized() const noexcept { return initialized_; }
+   L3::VrfName vrfName() const;
+   void hasNotificationActiveIs(bool active);
+
+ private:
+   class VokIpIntfStatus;
+
+   std::string describe() const;
+   void add(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr,
+            Fib::RouteType type, Rib::ViaSetKey viaSetKey);
+   void remove(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr);
+   IntfViaSetKeyStatus& keyStatus() const;
+
+   Ovel::IntfId intfId_;
+   Vok::Ptr<IntfBacklog> intfBacklog_;
+   Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
+   std::unique_ptr<VokIpIntfStatus> reactor_;
+   Ovel::IpAddrWithMask prevActiveAddr_;
+   bool initialized_ = false;
+};
+
+// Builds a machine with its notifications active (the initial sweep runs in
+// the constructor).
+Vok::Ptr<IpIntfSm> ipIntfSmFactory(Ovel::IntfId intfId,
+                                   Vok::Ptr<const Ip::IpIntfStatus> ipIntfStatus,
+                                   Vok::Ptr<IntfBacklog> intfBacklog,
+                                   Vok::Ptr<IntfBacklogSm> intfBacklogSm);
+
+}  // namespace Routing::ConnectedRoute
