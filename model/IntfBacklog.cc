@@ -56,7 +56,7 @@ void IntfBacklog::backlogIs(const IntfIdAndPrefix& key, bool value) {
    notify([&](IntfBacklogNotifiee& n) { n.onBacklog(key); });
 }
 
-void IntfBacklog::backlogDel(const IntfIdAndPrefix& key) {
+void IntfBacklog::backlogDel(IntfIdAndPrefix key) {
    if (backlog_.erase(key)) {
       notify([&](IntfBacklogNotifiee& n) { n.onBacklog(key); });
    }
@@ -105,7 +105,7 @@ void IntfBacklog::intfIdsByPrefixIs(const Vok::Ptr<IntfIdSet>& set) {
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
 
-void IntfBacklog::intfIdsByPrefixDel(const Ovel::IpGenPrefix& prefix) {
+void IntfBacklog::intfIdsByPrefixDel(Ovel::IpGenPrefix prefix) {
    if (intfIdsByPrefix_.erase(prefix)) {
       notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
    }

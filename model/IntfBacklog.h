@@ -54,7 +54,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    const Backlog& backlog() const noexcept { return backlog_; }
    const bool* backlog(const IntfIdAndPrefix& key) const { return backlog_.lookup(key); }
    void backlogIs(const IntfIdAndPrefix& key, bool value);
-   void backlogDel(const IntfIdAndPrefix& key);
+   void backlogDel(IntfIdAndPrefix key);
    void backlogDelAll();
 
    // How many times the installer found the backlog drained.
@@ -66,7 +66,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    const IntfIdsByPrefix& intfIdsByPrefixes() const noexcept { return intfIdsByPrefix_; }
    Vok::Ptr<IntfIdSet> intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const;
    void intfIdsByPrefixIs(const Vok::Ptr<IntfIdSet>& set);
-   void intfIdsByPrefixDel(const Ovel::IpGenPrefix& prefix);
+   void intfIdsByPrefixDel(Ovel::IpGenPrefix prefix);
    void intfIdsByPrefixDelAll();
 
    // The per-family via-set-key tables.

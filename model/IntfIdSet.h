@@ -24,7 +24,7 @@ class IntfIdSet final : public Vok::Entity {
    void intfIdAndAddrIs(const IntfIdAndAddr& key, const ConnectedRouteProperty& property) {
       entries_.insertOrAssign(key, property);
    }
-   void intfIdAndAddrDel(const IntfIdAndAddr& key) { entries_.erase(key); }
+   void intfIdAndAddrDel(IntfIdAndAddr key) { entries_.erase(key); }
    const ConnectedRouteProperty* intfIdAndAddr(const IntfIdAndAddr& key) const {
       return entries_.lookup(key);
    }

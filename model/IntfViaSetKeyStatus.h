@@ -32,7 +32,7 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
    void intfViaSetKeyIs(const IntfViaSetKey& value) {
       intfViaSetKey_.insertOrAssign(value.intfId(), value);
    }
-   void intfViaSetKeyDel(const Ovel::IntfId& intfId) { intfViaSetKey_.erase(intfId); }
+   void intfViaSetKeyDel(Ovel::IntfId intfId) { intfViaSetKey_.erase(intfId); }
    void intfViaSetKeyDelAll() { intfViaSetKey_.clear(); }
    std::size_t intfViaSetKeyCount() const noexcept { return intfViaSetKey_.size(); }
    const Vok::HashMap<Ovel::IntfId, IntfViaSetKey>& intfViaSetKeys() const noexcept {
@@ -50,7 +50,7 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
    void vskRefcountByIntfIdIs(const Ovel::IntfId& intfId, std::uint32_t count) {
       vskRefcountByIntfId_.insertOrAssign(intfId, count);
    }
-   void vskRefcountByIntfIdDel(const Ovel::IntfId& intfId) { vskRefcountByIntfId_.erase(intfId); }
+   void vskRefcountByIntfIdDel(Ovel::IntfId intfId) { vskRefcountByIntfId_.erase(intfId); }
    void vskRefcountByIntfIdDelAll() { vskRefcountByIntfId_.clear(); }
    std::size_t vskRefcountCount() const noexcept { return vskRefcountByIntfId_.size(); }
    const Vok::HashMap<Ovel::IntfId, std::uint32_t>& vskRefcounts() const noexcept {

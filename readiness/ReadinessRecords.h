@@ -93,7 +93,7 @@ class AllVrfReadyStatus final : public Vok::Notifier<AllVrfReadyStatusNotifiee> 
       }
       return it->second;
    }
-   void vrfReadyStatusDel(const L3::VrfName& vrfName) {
+   void vrfReadyStatusDel(L3::VrfName vrfName) {
       if (records_.erase(vrfName)) {
          notify([&](AllVrfReadyStatusNotifiee& n) { n.onVrfReadyStatus(vrfName); });
       }

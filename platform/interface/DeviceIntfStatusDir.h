@@ -45,7 +45,7 @@ class DeviceIntfStatusDir final : public Vok::Notifier<DeviceIntfStatusDirNotifi
       }
       notify([&](DeviceIntfStatusDirNotifiee& n) { n.onIntfStatusAndDeviceName(intfId); });
    }
-   void intfStatusAndDeviceNameDel(const Ovel::IntfId& intfId) {
+   void intfStatusAndDeviceNameDel(Ovel::IntfId intfId) {
       if (devices_.erase(intfId)) {
          notify([&](DeviceIntfStatusDirNotifiee& n) { n.onIntfStatusAndDeviceName(intfId); });
       }

@@ -30,7 +30,7 @@ void IpIntfStatus::activeSecondaryWithMaskIs(const Ovel::IpAddrWithMask& addr, b
    notify([&](IpIntfStatusNotifiee& n) { n.onActiveSecondaryWithMask(addr); });
 }
 
-void IpIntfStatus::activeSecondaryWithMaskDel(const Ovel::IpAddrWithMask& addr) {
+void IpIntfStatus::activeSecondaryWithMaskDel(Ovel::IpAddrWithMask addr) {
    if (secondaries_.erase(addr)) {
       notify([&](IpIntfStatusNotifiee& n) { n.onActiveSecondaryWithMask(addr); });
    }
@@ -74,7 +74,7 @@ void VrfIpIntfStatus::ipIntfStatusIs(const Vok::Ptr<IpIntfStatus>& status) {
    notify([&](VrfIpIntfStatusNotifiee& n) { n.onIpIntfStatus(intfId); });
 }
 
-void VrfIpIntfStatus::ipIntfStatusDel(const Ovel::IntfId& intfId) {
+void VrfIpIntfStatus::ipIntfStatusDel(Ovel::IntfId intfId) {
    if (statuses_.erase(intfId)) {
       notify([&](VrfIpIntfStatusNotifiee& n) { n.onIpIntfStatus(intfId); });
    }
@@ -110,7 +110,7 @@ void Status::vrfIpIntfStatusIs(const Vok::Ptr<VrfIpIntfStatus>& status) {
    notify([&](StatusNotifiee& n) { n.onVrfIpIntfStatus(vrfName); });
 }
 
-void Status::vrfIpIntfStatusDel(const L3::VrfName& vrfName) {
+void Status::vrfIpIntfStatusDel(L3::VrfName vrfName) {
    if (vrfs_.erase(vrfName)) {
       notify([&](StatusNotifiee& n) { n.onVrfIpIntfStatus(vrfName); });
    }

@@ -41,7 +41,7 @@ class IpIntfStatus final : public Vok::Notifier<IpIntfStatusNotifiee> {
    // The secondary's flag, or nothing when the address is not listed.
    std::optional<bool> activeSecondaryWithMask(const Ovel::IpAddrWithMask& addr) const;
    void activeSecondaryWithMaskIs(const Ovel::IpAddrWithMask& addr, bool active);
-   void activeSecondaryWithMaskDel(const Ovel::IpAddrWithMask& addr);
+   void activeSecondaryWithMaskDel(Ovel::IpAddrWithMask addr);
 
    bool directedBroadcastEnabled() const noexcept { return directedBroadcast_; }
    void directedBroadcastEnabledIs(bool enabled);
@@ -71,7 +71,7 @@ class VrfIpIntfStatus final : public Vok::Notifier<VrfIpIntfStatusNotifiee> {
    Vok::Ptr<IpIntfStatus> ipIntfStatusIs(const Ovel::IntfId& intfId);
    // Puts `status` in place of the interface's current one (a replacement).
    void ipIntfStatusIs(const Vok::Ptr<IpIntfStatus>& status);
-   void ipIntfStatusDel(const Ovel::IntfId& intfId);
+   void ipIntfStatusDel(Ovel::IntfId intfId);
 
  private:
    L3::VrfName vrfName_;
@@ -91,7 +91,7 @@ class Status final : public Vok::Notifier<StatusNotifiee> {
    Vok::Ptr<VrfIpIntfStatus> vrfIpIntfStatus(const L3::VrfName& vrfName) const;
    Vok::Ptr<VrfIpIntfStatus> vrfIpIntfStatusIs(const L3::VrfName& vrfName);
    void vrfIpIntfStatusIs(const Vok::Ptr<VrfIpIntfStatus>& status);
-   void vrfIpIntfStatusDel(const L3::VrfName& vrfName);
+   void vrfIpIntfStatusDel(L3::VrfName vrfName);
 
  private:
    Collection vrfs_;

@@ -22,7 +22,7 @@ void IntfStatus::addrIs(const Ovel::Ip6AddrWithMask& addr, const AddressInfo& in
    notify([&](IntfStatusNotifiee& n) { n.onAddr(addr); });
 }
 
-void IntfStatus::addrDel(const Ovel::Ip6AddrWithMask& addr) {
+void IntfStatus::addrDel(Ovel::Ip6AddrWithMask addr) {
    if (addrs_.erase(addr)) {
       notify([&](IntfStatusNotifiee& n) { n.onAddr(addr); });
    }
@@ -58,7 +58,7 @@ void VrfIp6IntfStatus::ip6IntfStatusIs(const Vok::Ptr<IntfStatus>& status) {
    notify([&](VrfIp6IntfStatusNotifiee& n) { n.onIp6IntfStatus(intfId); });
 }
 
-void VrfIp6IntfStatus::ip6IntfStatusDel(const Ovel::IntfId& intfId) {
+void VrfIp6IntfStatus::ip6IntfStatusDel(Ovel::IntfId intfId) {
    if (statuses_.erase(intfId)) {
       notify([&](VrfIp6IntfStatusNotifiee& n) { n.onIp6IntfStatus(intfId); });
    }
@@ -94,7 +94,7 @@ void Status::vrfIp6IntfStatusIs(const Vok::Ptr<VrfIp6IntfStatus>& status) {
    notify([&](StatusNotifiee& n) { n.onVrfIp6IntfStatus(vrfName); });
 }
 
-void Status::vrfIp6IntfStatusDel(const L3::VrfName& vrfName) {
+void Status::vrfIp6IntfStatusDel(L3::VrfName vrfName) {
    if (vrfs_.erase(vrfName)) {
       notify([&](StatusNotifiee& n) { n.onVrfIp6IntfStatus(vrfName); });
    }

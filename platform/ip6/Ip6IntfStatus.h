@@ -41,7 +41,7 @@ class IntfStatus final : public Vok::Notifier<IntfStatusNotifiee> {
    // The address's information; an absent address reads as the default.
    AddressInfo addr(const Ovel::Ip6AddrWithMask& addr) const;
    void addrIs(const Ovel::Ip6AddrWithMask& addr, const AddressInfo& info);
-   void addrDel(const Ovel::Ip6AddrWithMask& addr);
+   void addrDel(Ovel::Ip6AddrWithMask addr);
 
  private:
    Ovel::IntfId intfId_;
@@ -64,7 +64,7 @@ class VrfIp6IntfStatus final : public Vok::Notifier<VrfIp6IntfStatusNotifiee> {
    Vok::Ptr<IntfStatus> ip6IntfStatus(const Ovel::IntfId& intfId) const;
    Vok::Ptr<IntfStatus> ip6IntfStatusIs(const Ovel::IntfId& intfId);
    void ip6IntfStatusIs(const Vok::Ptr<IntfStatus>& status);
-   void ip6IntfStatusDel(const Ovel::IntfId& intfId);
+   void ip6IntfStatusDel(Ovel::IntfId intfId);
 
  private:
    L3::VrfName vrfName_;
@@ -84,7 +84,7 @@ class Status final : public Vok::Notifier<StatusNotifiee> {
    Vok::Ptr<VrfIp6IntfStatus> vrfIp6IntfStatus(const L3::VrfName& vrfName) const;
    Vok::Ptr<VrfIp6IntfStatus> vrfIp6IntfStatusIs(const L3::VrfName& vrfName);
    void vrfIp6IntfStatusIs(const Vok::Ptr<VrfIp6IntfStatus>& status);
-   void vrfIp6IntfStatusDel(const L3::VrfName& vrfName);
+   void vrfIp6IntfStatusDel(L3::VrfName vrfName);
 
  private:
    Collection vrfs_;

@@ -36,7 +36,7 @@ void IpRibRouteOrqTable::rowIs(const IpRibRouteOrq& row) {
    rows().rows->rowIs(row.key(), row);
 }
 
-void IpRibRouteOrqTable::rowDel(const IpRibRouteOrq& row) {
+void IpRibRouteOrqTable::rowDel(IpRibRouteOrq row) {
    checkChange(Change::remove);
    rows().rows->rowDel(row.key());
 }

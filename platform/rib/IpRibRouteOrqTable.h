@@ -27,7 +27,7 @@ class IpRibRouteOrqTable final : public ::Plim::Table {
    const IpRibRouteOrq* row(const OrqKey& key) const;
    void rowIs(const IpRibRouteOrq& row);
    // Removes the row with row.key(), present or not.
-   void rowDel(const IpRibRouteOrq& row);
+   void rowDel(IpRibRouteOrq row);
    // Removes every row of one VRF.
    void vrfDelAll(Vrf::VrfIdMap::VrfId vrfId);
    std::size_t rowCount() const;

@@ -25,7 +25,7 @@ class AllVrfRibReady final : public Vok::Notifier<AllVrfRibReadyNotifiee> {
          notify([&](AllVrfRibReadyNotifiee& n) { n.onVrfRibReady(vrfName); });
       }
    }
-   void vrfRibReadyDel(const L3::VrfName& vrfName) {
+   void vrfRibReadyDel(L3::VrfName vrfName) {
       if (vrfs_.erase(vrfName)) {
          notify([&](AllVrfRibReadyNotifiee& n) { n.onVrfRibReady(vrfName); });
       }

@@ -34,7 +34,7 @@ void RouteConfig::routeAdd(const Route& route) {
    rows().routes->rowIs(route.prefix, route);
 }
 
-void RouteConfig::routeDel(const Ovel::IpGenPrefix& prefix) {
+void RouteConfig::routeDel(Ovel::IpGenPrefix prefix) {
    checkChange(Change::remove);
    rows().routes->rowDel(prefix);
 }

@@ -22,7 +22,7 @@ class RouteConfig final : public ::Plim::Table {
 
    // Inserts or replaces the row of route.prefix.
    void routeAdd(const Route& route);
-   void routeDel(const Ovel::IpGenPrefix& prefix);
+   void routeDel(Ovel::IpGenPrefix prefix);
    void routeDelAll();
    // The row of `prefix`, or null. Raises CorruptionDetectedException when
    // the table is corrupt.

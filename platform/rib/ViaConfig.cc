@@ -73,7 +73,7 @@ void ViaConfig::viaIs(const Via& via) {
    rows().vias->rowIs(via.key, via);
 }
 
-void ViaConfig::viaDel(const ViaKey& key) {
+void ViaConfig::viaDel(ViaKey key) {
    checkChange(Change::remove);
    rows().vias->rowDel(key);
 }

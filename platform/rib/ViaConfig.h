@@ -42,7 +42,7 @@ class ViaConfig final : public ::Plim::Table {
 
    const Via* via(const ViaKey& key) const;
    void viaIs(const Via& via);
-   void viaDel(const ViaKey& key);
+   void viaDel(ViaKey key);
    void viaDelAll();
    std::size_t viaCount() const { return rows().vias->size(); }
    void forEachVia(const std::function<void(const Via&)>& visit) const;

@@ -28,7 +28,7 @@ Ptr<Entity> Dir::entityIs(const std::string& name, std::string_view typeName) {
    return created;
 }
 
-bool Dir::entityDel(const std::string& name) {
+bool Dir::entityDel(std::string name) {
    auto it = entries_.find(name);
    if (it == entries_.end()) {
       return false;

@@ -43,7 +43,7 @@ class Dir final : public Notifier<DirNotifiee> {
    Ptr<T> entityIs(const std::string& name, std::string_view typeName) {
       return Ptr<T>(dynamic_cast<T*>(entityIs(name, typeName).get()));
    }
-   bool entityDel(const std::string& name);
+   bool entityDel(std::string name);
 
    template <class Fn>
    void forEachName(Fn&& fn) const {
