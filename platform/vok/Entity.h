@@ -37,6 +37,23 @@ class Entity {
       VOK_ASSERT(references_ == 0, "entity destroyed while still referenced");
    }
 
+   // Held by a constructor that already acts as a referenced entity (one
+   // that builds children or checks it is referenced, as the runtime's
+   // entry machine does): the entity counts one reference more until the
+   // constructor returns, and is never deleted by it.
+   class ConstructionReference {
+    public:
+      explicit ConstructionReference(const Entity& entity) : entity_(entity) {
+         ++entity_.references_;
+      }
+      ~ConstructionReference() { --entity_.references_; }
+      ConstructionReference(const ConstructionReference&) = delete;
+      ConstructionReference& operator=(const ConstructionReference&) = delete;
+
+    private:
+      const Entity& entity_;
+   };
+
  private:
    mutable std::uint32_t references_ = 0;
 };

@@ -1,0 +1,211 @@
+#include "lifecycle/ContainerSm.h"
+
+#include "install/IntfBacklogSmTrace.h"
+#include "tracking/ConnectedRouteTrace.h"
+
+namespace Routing::ConnectedRoute {
+
+namespace {
+
+constexpr std::size_t kRouteCollectionSize = 4112;
+constexpr std::size_t kViaCollectionSize = 1028;
+
+}  // namespace
+
+ContainerSm::ContainerSm(
+      Vok::Ptr<const Kordb::EntityManager> entityManager, L3::VrfName vrfName, VrfId vrfId,
+      Vok::Ptr<Rib::ViaSetConfig> viaSetConfig, Vok::Ptr<const Ip::Status> ipStatus,
+      Vok::Ptr<const Ip6::Status> ip6Status,
+      Vok::Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper> nameToIdMapWrapper,
+      Vok::Ptr<const Ip::AllVrfStatusLocal> allVrfStatusLocal,
+      Vok::Ptr<const Interface::AllIntfStatusDir> allIntfStatusDir,
+      Vok::Ptr<const Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir,
+      Vok::Ptr<Interface::NetNsIntfStatusManagerRoot> intfStatusManagerRoot,
+      Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig,
+      Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig, Vok::Ptr<const IvoState> ivoState,
+      Vok::Ptr<VrfReadyStatus> vrfReadyStatus)
+      : entityManager_(std::move(entityManager)),
+        vrfName_(std::move(vrfName)),
+        vrfId_(vrfId),
+        viaSetConfig_(std::move(viaSetConfig)),
+        ipStatus_(std::move(ipStatus)),
+        ip6Status_(std::move(ip6Status)),
+        nameToIdMapWrapper_(std::move(nameToIdMapWrapper)),
+        allVrfStatusLocal_(std::move(allVrfStatusLocal)),
+        allIntfStatusDir_(std::move(allIntfStatusDir)),
+        allIntfStatusLocalDir_(std::move(allIntfStatusLocalDir)),
+        intfStatusManagerRoot_(std::move(intfStatusManagerRoot)),
+        route4OrmoConfig_(std::move(route4OrmoConfig)),
+        route6OrmoConfig_(std::move(route6OrmoConfig)),
+        ivoState_(std::move(ivoState)),
+        vrfReadyStatus_(std::move(vrfReadyStatus)) {
+   handleInitialized();
+}
+
+ContainerSm::~ContainerSm() {
+   doCleanup();
+   intfBacklog_ = nullptr;
+   intfBacklogSm_ = nullptr;
+   vrfIpIntfStatusSm_ = nullptr;
+   vrfIp6IntfStatusSm_ = nullptr;
+   kernelIntfStatus_ = nullptr;
+}
+
+std::string ContainerSm::rib4Path(VrfId vrfId) {
+   return "routing/rib/routeConfig/ipv4/" + std::to_string(vrfId.value()) + "/connected";
+}
+std::string ContainerSm::rib6Path(VrfId vrfId) {
+   return "routing/rib/routeConfig/ipv6/" + std::to_string(vrfId.value()) + "/connected";
+}
+std::string ContainerSm::via4Path(VrfId vrfId) {
+   return "routing/rib/viaConfig/ipv4/" + std::to_string(vrfId.value()) + "/connected";
+}
+std::string ContainerSm::via6Path(VrfId vrfId) {
+   return "routing/rib/viaConfig/ipv6/" + std::to_string(vrfId.value()) + "/connected";
+}
+std::string ContainerSm::kniPath(const Ovel::NamespaceName& netNs) {
+   return "kni/ns/" + netNs.str() + "/status";
+}
+
+Vok::Ptr<VokPlim::Mount> ContainerSm::mountTable(const std::string& path, std::string_view type,
+                                                 std::string_view collection, std::size_t size) {
+   return Vok::ValidPtr<const Kordb::EntityManager>(entityManager_.get())
+         ->mount(path, type, Kordb::MountDescription{{{std::string(collection), size}}},
+                 Kordb::MountMode::write);
+}
+
+void ContainerSm::handleInitialized() {
+   if (initialized_) {
+      VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(), vrfName_ << " already initialized");
+      return;
+   }
+   doKniInit();
+   kernelIntfStatus_ = kernelIntfStatusFactory(vrfName_, kernelIntfStatusDir_);
+   if (!vrfScaleToggle().enabled()) {
+      route4Mount_ = mountTable(rib4Path(vrfId_), "Routing::Rib::RouteConfig", "route",
+                                kRouteCollectionSize);
+      route4Config_ = route4Mount_->entityAs<Rib::RouteConfig>();
+      route6Mount_ = mountTable(rib6Path(vrfId_), "Routing::Rib::RouteConfig", "route",
+                                kRouteCollectionSize);
+      route6Config_ = route6Mount_->entityAs<Rib::RouteConfig>();
+   }
+   via4Mount_ = mountTable(via4Path(vrfId_), "Routing::Rib::Ip::ViaConfig", "via", kViaCollectionSize);
+   ipv4ViaConfig_ = via4Mount_->entityAs<Rib::Ip::ViaConfig>();
+   ipv4ViaConfig_->transportIs(1);
+   ipv4ViaConfig_->rpIs(Rib::RoutingProtocol::connected);
+   ipv4ViaConfig_->vrfIdIs(vrfId_);
+   via6Mount_ = mountTable(via6Path(vrfId_), "Routing::Rib::Ip::ViaConfig", "via", kViaCollectionSize);
+   ipv6ViaConfig_ = via6Mount_->entityAs<Rib::Ip::ViaConfig>();
+   ipv6ViaConfig_->transportIs(2);
+   ipv6ViaConfig_->rpIs(Rib::RoutingProtocol::connected);
+   ipv6ViaConfig_->vrfIdIs(vrfId_);
+   VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(),
+             "ipv4ViaConfig: rp " << static_cast<unsigned>(ipv4ViaConfig_->rp()) << " transport "
+                                  << static_cast<unsigned>(ipv4ViaConfig_->transport()) << " vrfId "
+                                  << ipv4ViaConfig_->vrfId());
+   clearState();  // a restarted agent starts from empty tables
+   intfBacklog_ = intfBacklogFactory("", vrfName_);
+   Vok::ActivityManager* activity = Vok::activityManager();
+   if (!activity) {
+      throw std::range_error("null ValidPtr");  // the runtime has no activity manager
+   }
+   intfBacklogSm_ = intfBacklogSmFactory(
+         vrfName_, vrfId_, activity,
+         ipStatus_, ip6Status_, ipv4ViaConfig_, route4Config_, route4OrmoConfig_, ipv6ViaConfig_,
+         route6Config_, route6OrmoConfig_, viaSetConfig_, intfBacklog_);
+   vrfIpIntfStatusSm_ = Vok::make<VrfIpIntfStatusSm>(vrfName_, ipStatus_, intfBacklog_,
+                                                     intfBacklogSm_, kernelIntfStatus_, ivoState_,
+                                                     vrfReadyStatus_);
+   vrfIp6IntfStatusSm_ = Vok::make<VrfIp6IntfStatusSm>(vrfName_, ip6Status_, intfBacklog_,
+                                                       intfBacklogSm_, kernelIntfStatus_, ivoState_,
+                                                       vrfReadyStatus_);
+   initialized_ = true;
+}
+
+void ContainerSm::doKniInit() {
+   VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(),
+             "Mounting kniStatus and initializing KernelIntfStatusManager for vrf : " << vrfName_);
+   if (vrfName_.str() == "default") {
+      netNs_ = Ovel::NamespaceName::defaultNamespace();
+   } else {
+      // The root builds no container for a non-default VRF without one.
+      auto local = Vok::ValidPtr<const Ip::AllVrfStatusLocal>(allVrfStatusLocal_.get())->vrf(vrfName_);
+      netNs_ = Vok::ValidPtr<Ip::VrfStatusLocal>(local)->netNsName();
+   }
+   kernelIntfStatusDir_ = Vok::make<Interface::DeviceIntfStatusDir>();
+   kniMount_ = Vok::ValidPtr<const Kordb::EntityManager>(entityManager_.get())
+                     ->mount(kniPath(netNs_), "KernelNetInfo::Status", {},
+                             Kordb::MountMode::readOnly);
+   kniStatus_ = kniMount_->entityAs<KernelNetInfo::Status>();
+   Vok::ValidPtr<Interface::NetNsIntfStatusManagerRoot>(intfStatusManagerRoot_)
+         ->intfStatusManagerIs(kernelIntfStatusDir_, kniStatus_, netNs_);
+}
+
+void ContainerSm::doKniDelete() {
+   VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(),
+             "Unmounting kniStatus and deleting KernelIntfStatusManager for vrf : " << vrfName_);
+   intfStatusManagerRoot_->intfStatusManagerDel(netNs_);
+   if (kniMount_) {
+      kniMount_->unmount();
+   }
+}
+
+void ContainerSm::clearState() {
+   for (const auto& via : {ipv4ViaConfig_, ipv6ViaConfig_}) {
+      via->viaDelAll();
+      via->viaMapDelAll();
+   }
+   if (vrfScaleToggle().enabled()) {
+      route4OrmoConfig_->vrfDelAll(vrfId_);
+      route6OrmoConfig_->vrfDelAll(vrfId_);
+      return;
+   }
+   if (route4Mount_ && route4Mount_->mounted()) {
+      route4Config_->routeDelAll();
+   }
+   if (route6Mount_ && route6Mount_->mounted()) {
+      route6Config_->routeDelAll();
+   }
+}
+
+void ContainerSm::doCleanup() {
+   VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(), "Cleaning up ContainerSm for vrf " << vrfName_);
+   doKniDelete();
+   if (!vrfScaleToggle().enabled()) {
+      for (const auto& mount : {route4Mount_, route6Mount_}) {
+         if (mount) {
+            mount->unmount();
+         }
+      }
+      route4Mount_ = nullptr;
+      route6Mount_ = nullptr;
+   }
+   if (auto v4 = ipStatus_ ? ipStatus_->vrfIpIntfStatus(vrfName_) : nullptr) {
+      for (auto it = v4->ipIntfStatus().begin(); it != v4->ipIntfStatus().end(); ++it) {
+         intfBacklogSm_->delViaSetKey(it->first, Ovel::AddressFamily::ipv4);
+      }
+   }
+   if (auto v6 = ip6Status_ ? ip6Status_->vrfIp6IntfStatus(vrfName_) : nullptr) {
+      for (auto it = v6->ip6IntfStatus().begin(); it != v6->ip6IntfStatus().end(); ++it) {
+         intfBacklogSm_->delViaSetKey(it->first, Ovel::AddressFamily::ipv6);
+      }
+   }
+   clearState();
+   for (const auto& mount : {via4Mount_, via6Mount_}) {
+      mount->unmount();
+   }
+   via4Mount_ = nullptr;
+   via6Mount_ = nullptr;
+}
+
+void ContainerSm::hasNotificationActiveIs(bool active) {
+   notificationActive_ = active;
+   if (vrfIpIntfStatusSm_) {
+      vrfIpIntfStatusSm_->hasNotificationActiveIs(active);
+   }
+   if (vrfIp6IntfStatusSm_) {
+      vrfIp6IntfStatusSm_->hasNotificationActiveIs(active);
+   }
+}
+
+}  // namespace Routing::ConnectedRoute

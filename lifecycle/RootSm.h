@@ -1,0 +1,97 @@
+// The engine's entry: decides, VRF by VRF, whether a ContainerSm must exist
+// and makes it so, keeps one readiness record per live container, and owns
+// the readiness machine, the namespace manager root and the fast-trace file.
+//
+// A VRF is served when the RIB's name-to-id map gives it a valid identifier
+// and it is either "default" or locally active. The decision is re-taken
+// whenever an input of it changes: a map entry, the map itself, a VRF's
+// local state. Removing a VRF's local status deletes its container at once.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "lifecycle/ContainerSm.h"
+#include "lifecycle/VrfNameSet.h"
+#include "readiness/AllVrfRibReadySm.h"
+
+namespace Routing::ConnectedRoute {
+
+class RootSm final : public Vok::Entity {
+ public:
+   RootSm(Vok::Ptr<const Kordb::EntityManager> entityManager,
+          Vok::Ptr<Rib::ViaSetConfig> viaSetConfig, Vok::Ptr<const Ip::Status> ipStatus,
+          Vok::Ptr<const Ip6::Status> ip6Status,
+          Vok::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> nameToIdMapWrapper,
+          Vok::Ptr<const Ip::AllVrfStatusLocal> allVrfStatusLocal,
+          Vok::Ptr<const Interface::AllIntfStatusDir> allIntfStatusDir,
+          Vok::Ptr<const Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir,
+          Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig,
+          Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig,
+          Vok::Ptr<const Rib::AllVrfRibReady> allVrfRibReady, Vok::Ptr<Vok::Dir> dir,
+          Vok::Ptr<const IvoState> ivoState);
+   ~RootSm() override;
+
+   void handleInitialized();
+   void handleRibVrfNameToIdMap();
+   void doCreateOrDeleteContainer(const L3::VrfName& name);
+   void doDeleteContainer(L3::VrfName vrfName);
+   void doDeleteContainer();
+   void handleDelete() { doDeleteContainer(); }
+   void hasNotificationActiveIs(bool active);
+   void vokDoZombieReactors(bool zombie);
+
+   // The VRF's container, created from these arguments unless it exists;
+   // one built from other arguments raises Vok::ReinstantiationError.
+   Vok::Ptr<ContainerSm> containerSmIs(const L3::VrfName& vrfName, Vrf::VrfIdMap::VrfId vrfId,
+                                       Vok::Ptr<VrfReadyStatus> vrfReadyStatus);
+
+   bool initialized() const noexcept { return initialized_; }
+   const std::map<L3::VrfName, Vok::Ptr<ContainerSm>>& containerSm() const noexcept {
+      return containers_;
+   }
+   Vok::Ptr<ContainerSm> containerSm(const L3::VrfName& vrfName) const;
+   bool vrfStatusLocalSm(const L3::VrfName& vrfName) const { return watchers_.contains(vrfName); }
+   const Vok::Ptr<AllVrfReadyStatus>& allVrfReadyStatus() const noexcept { return allVrfReadyStatus_; }
+   const Vok::Ptr<AllVrfRibReadySm>& allVrfRibReadySm() const noexcept { return allVrfRibReadySm_; }
+   const Vok::Ptr<Interface::NetNsIntfStatusManagerRoot>& intfStatusManagerRoot() const noexcept {
+      return intfStatusManagerRoot_;
+   }
+
+ private:
+   class VokNameToIdMapWrapper;
+   class VokNameToIdMap;
+   class VokAllVrfStatusLocal;
+   class VrfStatusLocalSm;
+
+   void handleVrfStatusLocal(const L3::VrfName& vrfName);
+   std::string describe() const { return "root"; }
+
+   Vok::Ptr<const Kordb::EntityManager> entityManager_;
+   Vok::Ptr<Rib::ViaSetConfig> viaSetConfig_;
+   Vok::Ptr<const Ip::Status> ipStatus_;
+   Vok::Ptr<const Ip6::Status> ip6Status_;
+   Vok::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> nameToIdMapWrapper_;
+   Vok::Ptr<const Ip::AllVrfStatusLocal> allVrfStatusLocal_;
+   Vok::Ptr<const Interface::AllIntfStatusDir> allIntfStatusDir_;
+   Vok::Ptr<const Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir_;
+   Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig_;
+   Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig_;
+   Vok::Ptr<const Rib::AllVrfRibReady> allVrfRibReady_;
+   Vok::Ptr<Vok::Dir> dir_;
+   Vok::Ptr<const IvoState> ivoState_;
+
+   std::unique_ptr<VokNameToIdMapWrapper> wrapperReactor_;
+   std::unique_ptr<VokNameToIdMap> mapReactor_;
+   std::unique_ptr<VokAllVrfStatusLocal> localReactor_;
+   std::map<L3::VrfName, std::unique_ptr<VrfStatusLocalSm>> watchers_;
+   std::map<L3::VrfName, Vok::Ptr<ContainerSm>> containers_;
+   Vok::Ptr<AllVrfReadyStatus> allVrfReadyStatus_;
+   Vok::Ptr<AllVrfRibReadySm> allVrfRibReadySm_;
+   Vok::Ptr<Interface::NetNsIntfStatusManagerRoot> intfStatusManagerRoot_;
+   bool notificationActive_ = true;
+   bool zombie_ = false;
+   bool initialized_ = false;
+};
+
+}  // namespace Routing::ConnectedRoute
