@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds connroute and plays its bundled example scenario.
+# Builds connroute and plays a scenario: the bundled example, or the file given.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 cmake -S . -B build -G Ninja >/dev/null
-cmake --build build --target connroute_demo
-./build/connroute_demo "$@"
+cmake --build build --target connroute
+./build/connroute run "$@"

@@ -1,0 +1,375 @@
+#include "app/Host.h"
+
+#include <cstdlib>
+#include <regex>
+#include <set>
+
+#include "platform/agent/FeatureToggle.h"
+
+namespace App {
+
+using namespace Routing::ConnectedRoute;
+namespace Rib = Routing::Rib;
+namespace Fib = Routing::Fib;
+
+// Virtual time starts at 1 s: a readiness mark at time 0.0 would read as
+// "not ready yet".
+Host::Host(Vok::Seconds stepPerReading) : time_(1.0, stepPerReading) {
+   Vok::activityManagerIs(&am_);
+}
+
+Host::~Host() {
+   root_ = nullptr;
+   Vok::activityManagerIs(nullptr);
+}
+
+std::optional<Snapshot> Host::apply(const Step& step) {
+   if (const auto* dump = std::get_if<DumpStep>(&step.action)) {
+      return snapshot(dump->label);
+   }
+   std::visit(
+         [this](const auto& action) {
+            if constexpr (!std::is_same_v<std::decay_t<decltype(action)>, DumpStep>) {
+               apply(action);
+            }
+         },
+         step.action);
+   return std::nullopt;
+}
+
+void Host::apply(const VrfIdMapStep& s) {
+   auto& wrapper = *shared_.nameToIdMapWrapper;
+   switch (s.op) {
+      case VrfIdMapStep::Op::set:
+         if (!wrapper.nameToIdMap()) {
+            wrapper.nameToIdMapIs(Vok::make<Vrf::VrfIdMap::NameToIdMap>());
+         }
+         for (const auto& [name, id] : s.entries) {
+            wrapper.nameToIdMap()->vrfNameToIdIs(name, id);
+         }
+         break;
+      case VrfIdMapStep::Op::remove:
+         if (wrapper.nameToIdMap()) {
+            for (const auto& name : s.names) {
+               wrapper.nameToIdMap()->vrfNameToIdDel(name);
+            }
+         }
+         break;
+      case VrfIdMapStep::Op::replace: {
+         auto map = Vok::make<Vrf::VrfIdMap::NameToIdMap>();
+         for (const auto& [name, id] : s.entries) {
+            map->vrfNameToIdIs(name, id);
+         }
+         wrapper.nameToIdMapIs(map);
+         break;
+      }
+      case VrfIdMapStep::Op::clear:
+         wrapper.nameToIdMapIs(nullptr);
+         break;
+   }
+}
+
+void Host::apply(const VrfLocalStep& s) {
+   if (s.remove) {
+      shared_.allVrfStatusLocal->vrfDel(s.vrf);
+      return;
+   }
+   auto local = shared_.allVrfStatusLocal->vrfIs(s.vrf);
+   if (s.netns) {
+      local->netNsNameIs(*s.netns);  // before the state, which may build the container
+   }
+   if (s.state) {
+      local->stateIs(*s.state);
+   }
+}
+
+void Host::apply(const KernelStep& s) {
+   auto kernel = shared_.kernelNamespace(s.netns);
+   for (const auto& device : s.up) {
+      kernel->deviceIs(device, Interface::KernelIntfState::up);
+   }
+   for (const auto& device : s.down) {
+      kernel->deviceDel(device);
+   }
+}
+
+void Host::apply(const InterfaceStep& s) {
+   if (s.remove) {
+      shared_.allIntfStatusDir->entryDel(s.intf);
+      shared_.allIntfStatusLocalDir->entryDel(s.intf);
+      return;
+   }
+   if (s.device) {
+      shared_.allIntfStatusDir->entryIs(s.intf, *s.device);
+   }
+   if (s.netns) {
+      shared_.allIntfStatusLocalDir->entryIs(s.intf, *s.netns);
+   }
+}
+
+void Host::apply(const Ipv4Step& s) {
+   if (s.remove) {
+      if (auto vrf = shared_.ipStatus->vrfIpIntfStatus(s.vrf)) {
+         vrf->ipIntfStatusDel(s.intf);
+      }
+      return;
+   }
+   auto status = shared_.ipStatus->vrfIpIntfStatusIs(s.vrf)->ipIntfStatusIs(s.intf);
+   for (const auto& addr : s.removeSecondaries) {
+      status->activeSecondaryWithMaskDel(addr);
+   }
+   for (const auto& [addr, active] : s.secondaries) {
+      status->activeSecondaryWithMaskIs(addr, active);
+   }
+   if (s.active) {
+      status->activeAddrWithMaskIs(*s.active);
+   }
+   if (s.directedBroadcast) {
+      status->directedBroadcastEnabledIs(*s.directedBroadcast);
+   }
+}
+
+void Host::apply(const Ipv6Step& s) {
+   if (s.remove) {
+      if (auto vrf = shared_.ip6Status->vrfIp6IntfStatus(s.vrf)) {
+         vrf->ip6IntfStatusDel(s.intf);
+      }
+      return;
+   }
+   auto status = shared_.ip6Status->vrfIp6IntfStatusIs(s.vrf)->ip6IntfStatusIs(s.intf);
+   for (const auto& addr : s.add) {
+      status->addrIs(addr, Ip6::AddressInfo{Ip6::AddressInfo::Source::manual,
+                                            Ip6::AddressInfo::DadState::valid});
+   }
+   for (const auto& addr : s.makeDefault) {
+      status->addrIs(addr, Ip6::AddressInfo());
+   }
+   for (const auto& addr : s.removeAddrs) {
+      status->addrDel(addr);
+   }
+}
+
+void Host::apply(const CollectionStep& s) {
+   if (s.family == 4) {
+      s.present ? void(shared_.ipStatus->vrfIpIntfStatusIs(s.vrf))
+                : shared_.ipStatus->vrfIpIntfStatusDel(s.vrf);
+   } else {
+      s.present ? void(shared_.ip6Status->vrfIp6IntfStatusIs(s.vrf))
+                : shared_.ip6Status->vrfIp6IntfStatusDel(s.vrf);
+   }
+}
+
+void Host::apply(const RibAwaitsStep& s) {
+   for (const auto& name : s.add) {
+      shared_.allVrfRibReady->vrfRibReadyIs(name);
+   }
+   for (const auto& name : s.remove) {
+      shared_.allVrfRibReady->vrfRibReadyDel(name);
+   }
+}
+
+void Host::apply(const StartStep& s) {
+   ivo_ = Vok::make<IvoState>(s.mode);
+   root_ = Vok::make<RootSm>(shared_.entityManager, shared_.viaSetConfig, shared_.ipStatus,
+                             shared_.ip6Status, shared_.nameToIdMapWrapper,
+                             shared_.allVrfStatusLocal, shared_.allIntfStatusDir,
+                             shared_.allIntfStatusLocalDir, shared_.route4OrmoConfig,
+                             shared_.route6OrmoConfig, shared_.allVrfRibReady,
+                             shared_.protoVrfStatusDir, ivo_);
+}
+
+void Host::apply(const StopStep&) {
+   root_ = nullptr;
+   ivo_ = nullptr;
+}
+
+void Host::apply(const VerificationStep& s) { ivo_->startReadyVerificationIs(s.value); }
+
+void Host::apply(const ToggleStep& s) { Agent::FeatureToggle::enabledIs(s.name, s.enabled); }
+
+void Host::apply(const EnvStep& s) {
+   for (const auto& [name, value] : s.values) {
+      if (value) {
+         ::setenv(name.c_str(), value->c_str(), 1);
+      } else {
+         ::unsetenv(name.c_str());
+      }
+   }
+}
+
+void Host::apply(const AdvanceStep& s) { am_.advanceBy(time_, s.seconds); }
+
+void Host::apply(const RunStep& s) { am_.runUntilIdle(time_, time_.peek() + s.limit); }
+
+void Host::apply(const StaleStep& s) {
+   auto mountFor = [&](const std::string& path, std::string_view type) {
+      auto mount = shared_.entityManager->mount(path, type, {}, Kordb::MountMode::write);
+      mount->unmount();
+      return mount->entity();
+   };
+   for (auto [prefixes, path] : {std::pair{&s.ipv4Routes, ContainerSm::rib4Path(s.vrfId)},
+                                 std::pair{&s.ipv6Routes, ContainerSm::rib6Path(s.vrfId)}}) {
+      if (prefixes->empty()) {
+         continue;
+      }
+      auto table = Vok::Ptr<Rib::RouteConfig>(
+            dynamic_cast<Rib::RouteConfig*>(mountFor(path, "Routing::Rib::RouteConfig").get()));
+      for (const auto& prefix : *prefixes) {
+         table->routeAdd(Rib::Route{Ovel::IpGenPrefix::parse(prefix), Rib::RoutingProtocol::connected,
+                                    {0, 0}, Rib::ViaSetKey(), Rib::kUnassignedFecIndex,
+                                    Fib::RouteType::attachedSubnet, 0});
+      }
+   }
+   for (auto [path, transport] : {std::pair{ContainerSm::via4Path(s.vrfId), 1},
+                                  std::pair{ContainerSm::via6Path(s.vrfId), 2}}) {
+      if (s.vias.empty()) {
+         continue;
+      }
+      auto table = Vok::Ptr<Rib::Ip::ViaConfig>(
+            dynamic_cast<Rib::Ip::ViaConfig*>(mountFor(path, "Routing::Rib::Ip::ViaConfig").get()));
+      table->transportIs(static_cast<std::uint8_t>(transport));
+      table->vrfIdIs(s.vrfId);
+      for (const auto& intf : s.vias) {
+         table->viaIs(Rib::Via{table->newViaKey(), Ovel::IpGenAddr(), intf, Rib::kViaFlagsAttached,
+                               Rib::kViaKindInterface});
+      }
+   }
+   for (std::size_t i = 0; i < s.viaSets; ++i) {
+      Rib::Plim::ViaSet set;
+      set.key = shared_.viaSetConfig->newViaSetKey();
+      set.viaCount = 1;
+      shared_.viaSetConfig->viaSetIs(set);
+   }
+   for (const auto& name : s.protoVrfStatus) {
+      auto entity = shared_.protoVrfStatusDir->entityIs<Rib::ProtoVrfStatus>(
+            name.str(), "Routing::Rib::ProtoVrfStatus");
+      entity->readyTimeIs(time_.peek());
+      entity->readyIs(true);
+   }
+}
+
+Vok::Ptr<ContainerSm> Host::containerOf(std::uint32_t vrfId) const {
+   if (!root_) {
+      return nullptr;
+   }
+   for (const auto& [name, container] : root_->containerSm()) {
+      if (container->vrfId().value() == vrfId) {
+         return container;
+      }
+   }
+   return nullptr;
+}
+
+std::string Host::vrfNameOf(std::uint32_t vrfId) const {
+   if (auto container = containerOf(vrfId)) {
+      return container->vrfName().str();
+   }
+   if (const auto& map = shared_.nameToIdMapWrapper->nameToIdMap()) {
+      for (const auto& [name, id] : map->vrfNameToId()) {
+         if (id.value() == vrfId) {
+            return name.str();
+         }
+      }
+   }
+   return "";
+}
+
+RouteRow Host::routeRow(const Rib::Route& r, std::uint32_t vrfId) const {
+   std::string owner = "-";
+   if (auto container = containerOf(vrfId)) {
+      const Ovel::IntfId intf = container->intfBacklogSm()->installedIntfId(r.prefix);
+      if (!intf.empty()) {
+         owner = std::string(intf.name());
+      }
+   }
+   return RouteRow{r.prefix.toString(), static_cast<unsigned>(r.routeType), r.viaSetKey.value(),
+                   owner, static_cast<std::uint32_t>(r.routingProtocol), r.metricPref.metric,
+                   r.metricPref.preference, r.fecIndex, r.flags};
+}
+
+std::vector<RouteRow> Host::routeRows(const std::string& path, std::uint32_t vrfId) {
+   std::vector<std::pair<Ovel::IpGenPrefix, RouteRow>> rows;
+   if (shared_.entityManager->typeName(path).empty()) {
+      return {};
+   }
+   auto mount = shared_.entityManager->mount(path, "Routing::Rib::RouteConfig", {},
+                                             Kordb::MountMode::readOnly);
+   mount->entityAs<Rib::RouteConfig>()->forEachRoute(
+         [&](const Rib::Route& r) { rows.emplace_back(r.prefix, routeRow(r, vrfId)); });
+   std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+   std::vector<RouteRow> out;
+   for (auto& [prefix, row] : rows) {
+      out.push_back(std::move(row));
+   }
+   return out;
+}
+
+std::vector<ViaRow> Host::viaRows(const std::string& path) {
+   std::vector<std::pair<Rib::ViaKey, ViaRow>> rows;
+   if (shared_.entityManager->typeName(path).empty()) {
+      return {};
+   }
+   auto mount = shared_.entityManager->mount(path, "Routing::Rib::Ip::ViaConfig", {},
+                                             Kordb::MountMode::readOnly);
+   mount->entityAs<Rib::Ip::ViaConfig>()->forEachVia([&](const Rib::Via& v) {
+      rows.emplace_back(v.key, ViaRow{v.key.toString(), v.nexthop.toString(),
+                                      std::string(v.intfId.name()), v.flags, v.kind});
+   });
+   std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+   std::vector<ViaRow> out;
+   for (auto& [key, row] : rows) {
+      out.push_back(std::move(row));
+   }
+   return out;
+}
+
+Snapshot Host::snapshot(const std::string& label) {
+   Snapshot s{label, time_.peek(), root_ != nullptr, {}, {}, {}, {}};
+   static const std::regex kTablePath(R"(routing/rib/(routeConfig|viaConfig)/ipv[46]/(\d+)/connected)");
+   std::set<std::uint32_t> vrfIds;
+   for (const std::string& path : shared_.entityManager->paths()) {
+      std::smatch match;
+      if (std::regex_match(path, match, kTablePath)) {
+         vrfIds.insert(static_cast<std::uint32_t>(std::stoul(match[2])));
+      }
+   }
+   for (std::uint32_t id : vrfIds) {
+      const Vrf::VrfIdMap::VrfId vrfId(id);
+      VrfDump vrf{vrfNameOf(id), id, std::nullopt, std::nullopt, {}, {}, {}, {}};
+      if (root_ && root_->allVrfReadyStatus() && !vrf.name.empty()) {
+         if (auto record = root_->allVrfReadyStatus()->vrfReadyStatus(L3::VrfName(vrf.name))) {
+            vrf.v4Ready = record->v4ConnectedRoutesReady();
+            vrf.v6Ready = record->v6ConnectedRoutesReady();
+         }
+      }
+      vrf.routes4 = routeRows(ContainerSm::rib4Path(vrfId), id);
+      vrf.routes6 = routeRows(ContainerSm::rib6Path(vrfId), id);
+      vrf.vias4 = viaRows(ContainerSm::via4Path(vrfId));
+      vrf.vias6 = viaRows(ContainerSm::via6Path(vrfId));
+      s.vrfs.push_back(std::move(vrf));
+   }
+   std::vector<std::pair<std::pair<std::uint32_t, Ovel::IpGenPrefix>, QueryRow>> query;
+   for (const auto& table : {shared_.route4OrmoConfig, shared_.route6OrmoConfig}) {
+      table->forEachRow([&](const Rib::IpRibRouteOrq& row) {
+         const std::uint32_t id = row.key().vrfId.value();
+         query.push_back({{id, row.key().prefix}, QueryRow{id, routeRow(row.route(), id)}});
+      });
+   }
+   std::sort(query.begin(), query.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+   for (auto& [key, row] : query) {
+      s.queryRows.push_back(std::move(row));
+   }
+   shared_.viaSetConfig->forEachViaSet([&](const Rib::Plim::ViaSet& v) {
+      s.viaSets.push_back(ViaSetRow{v.key.value(), static_cast<unsigned>(v.kind), v.via.viaKey.toString(),
+                                    static_cast<std::uint32_t>(v.via.rp), v.viaCount});
+   });
+   std::sort(s.viaSets.begin(), s.viaSets.end(),
+             [](const ViaSetRow& a, const ViaSetRow& b) { return a.key < b.key; });
+   shared_.protoVrfStatusDir->forEachName([&](const std::string& name) {
+      auto entity = shared_.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(name);
+      s.protoVrfStatus.push_back(ProtoRow{name, entity->ready(), entity->readyTime()});
+   });
+   return s;
+}
+
+}  // namespace App

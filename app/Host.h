@@ -1,0 +1,55 @@
+// One agent process around the engine: the platform's shared state, virtual
+// time and the activity manager, and the engine's root while the agent
+// runs. Scenario steps are applied to it one by one.
+#pragma once
+
+#include "app/Dump.h"
+#include "app/Scenario.h"
+#include "lifecycle/RootSm.h"
+#include "platform/agent/SharedState.h"
+
+namespace App {
+
+class Host {
+ public:
+   explicit Host(Vok::Seconds stepPerReading);
+   ~Host();
+   Host(const Host&) = delete;
+   Host& operator=(const Host&) = delete;
+
+   // Applies one step; a dump step returns its snapshot.
+   std::optional<Snapshot> apply(const Step& step);
+   Snapshot snapshot(const std::string& label);
+
+ private:
+   void apply(const VrfIdMapStep& s);
+   void apply(const VrfLocalStep& s);
+   void apply(const KernelStep& s);
+   void apply(const InterfaceStep& s);
+   void apply(const Ipv4Step& s);
+   void apply(const Ipv6Step& s);
+   void apply(const CollectionStep& s);
+   void apply(const RibAwaitsStep& s);
+   void apply(const StartStep& s);
+   void apply(const StopStep& s);
+   void apply(const VerificationStep& s);
+   void apply(const ToggleStep& s);
+   void apply(const EnvStep& s);
+   void apply(const AdvanceStep& s);
+   void apply(const RunStep& s);
+   void apply(const StaleStep& s);
+
+   Vok::Ptr<Routing::ConnectedRoute::ContainerSm> containerOf(std::uint32_t vrfId) const;
+   std::string vrfNameOf(std::uint32_t vrfId) const;
+   std::vector<RouteRow> routeRows(const std::string& path, std::uint32_t vrfId);
+   std::vector<ViaRow> viaRows(const std::string& path);
+   RouteRow routeRow(const Routing::Rib::Route& route, std::uint32_t vrfId) const;
+
+   Vok::ManualTimeSource time_;
+   Vok::ActivityManager am_{time_};
+   Agent::SharedState shared_;
+   Vok::Ptr<Routing::ConnectedRoute::IvoState> ivo_;
+   Vok::Ptr<Routing::ConnectedRoute::RootSm> root_;
+};
+
+}  // namespace App
