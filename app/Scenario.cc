@@ -387,6 +387,7 @@ Scenario parseScenario(const std::string& source, const std::string& name) {
       throw ScenarioError(name + ": 'steps' must be a list");
    }
    std::size_t number = 0;
+   bool running = false;
    for (const json& step : steps) {
       ++number;
       const std::string where = name + ": step " + std::to_string(number);
@@ -406,6 +407,21 @@ Scenario parseScenario(const std::string& source, const std::string& name) {
          throw;
       } catch (const std::exception& e) {
          throw ScenarioError(where + " (" + kind + "): " + e.what());
+      }
+      // The agent's lifetime: verification needs a running agent.
+      const std::string context = where + " (" + kind + "): ";
+      if (std::holds_alternative<StartStep>(action)) {
+         if (running) {
+            throw ScenarioError(context + "the agent is already running (stop it first)");
+         }
+         running = true;
+      } else if (std::holds_alternative<StopStep>(action)) {
+         if (!running) {
+            throw ScenarioError(context + "the agent is not running");
+         }
+         running = false;
+      } else if (std::holds_alternative<VerificationStep>(action) && !running) {
+         throw ScenarioError(context + "the agent is not running (start it first)");
       }
       scenario.steps.push_back(Step{number, kind, std::move(action)});
    }

@@ -43,6 +43,8 @@ TEST(ScenarioReader, RefusesBadInputNamingFileStepAndProblem) {
               {R"({"toggle": {"FastPath": true}})", "unknown toggle 'FastPath'"},
               {R"({"start": {"startupMode": "warm"}})", "unknown start-up mode 'warm'"},
               {R"({"dump": "a", "run": "idle"})", "a step is an object with exactly one key"},
+              {R"({"startReadyVerification": true})", "step 1 (startReadyVerification): the agent is not running"},
+              {R"({"start": {}}, {"start": {}})", "step 2 (start): the agent is already running"},
         }) {
       SCOPED_TRACE(row.steps);
       EXPECT_NE(errorOf(row.steps).find(row.expected), std::string::npos) << errorOf(row.steps);
