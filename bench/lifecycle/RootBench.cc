@@ -50,7 +50,7 @@ void publish(Testing::AgentHarness& h) {
 
 bool allReady(Testing::AgentHarness& h) {
    for (int v = 0; v < kVrfs; ++v) {
-      auto entity = h.shared.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(vrf(v));
+      auto entity = h.shared.protoVrfStatusDir->entityAs<Routing::Rib::ProtoVrfStatus>(vrf(v));
       if (!entity || !entity->ready()) {
          return false;
       }
