@@ -85,7 +85,9 @@ void BM_SixteenVrfsToReady(benchmark::State& state) {
       routes = routeCount(*h);
       virtualSeconds = h->time.peek() - start;
       state.ResumeTiming();
-      h->shared.nameToIdMapWrapper->nameToIdMapIs(nullptr);  // every VRF removed
+      for (int v = 0; v < kVrfs; ++v) {
+         h->map()->vrfNameToIdDel(L3::VrfName(vrf(v)));  // every VRF removed
+      }
       state.PauseTiming();
       if (!h->root->containerSm().empty()) {
          state.SkipWithError("containers left");
