@@ -1,8 +1,5 @@
 #include "platform/ip/IpIntfStatus.h"
 
-#include <stdexcept>
-
-#include "platform/vok/Errors.h"
 
 namespace Ip {
 
@@ -45,8 +42,7 @@ void IpIntfStatus::directedBroadcastEnabledIs(bool enabled) {
 }
 
 Vok::Ptr<IpIntfStatus> VrfIpIntfStatus::ipIntfStatus(const Ovel::IntfId& intfId) const {
-   const Vok::Ptr<IpIntfStatus>* status = statuses_.lookup(intfId);
-   return status ? *status : nullptr;
+   return statuses_.get(intfId);
 }
 
 Vok::Ptr<IpIntfStatus> VrfIpIntfStatus::ipIntfStatusIs(const Ovel::IntfId& intfId) {
@@ -59,30 +55,20 @@ Vok::Ptr<IpIntfStatus> VrfIpIntfStatus::ipIntfStatusIs(const Ovel::IntfId& intfI
 }
 
 void VrfIpIntfStatus::ipIntfStatusIs(const Vok::Ptr<IpIntfStatus>& status) {
-   if (!status) {
-      throw std::range_error(
-            Vok::nullMutatorParameterText("ipIntfStatus", "Ip::VrfIpIntfStatus::ipIntfStatus"));
+   const Ovel::IntfId intfId = status ? status->intfId() : Ovel::IntfId();
+   if (statuses_.put(intfId, status, "ipIntfStatus", "Ip::VrfIpIntfStatus::ipIntfStatus")) {
+      notify([&](VrfIpIntfStatusNotifiee& n) { n.onIpIntfStatus(intfId); });
    }
-   const Ovel::IntfId intfId = status->intfId();
-   auto [stored, inserted] = statuses_.tryEmplace(intfId, status);
-   if (!inserted) {
-      if (*stored == status) {
-         return;
-      }
-      *stored = status;
-   }
-   notify([&](VrfIpIntfStatusNotifiee& n) { n.onIpIntfStatus(intfId); });
 }
 
 void VrfIpIntfStatus::ipIntfStatusDel(Ovel::IntfId intfId) {
-   if (statuses_.erase(intfId)) {
+   if (statuses_.del(intfId)) {
       notify([&](VrfIpIntfStatusNotifiee& n) { n.onIpIntfStatus(intfId); });
    }
 }
 
 Vok::Ptr<VrfIpIntfStatus> Status::vrfIpIntfStatus(const L3::VrfName& vrfName) const {
-   auto it = vrfs_.find(vrfName);
-   return it == vrfs_.end() ? nullptr : it->second;
+   return vrfs_.get(vrfName);
 }
 
 Vok::Ptr<VrfIpIntfStatus> Status::vrfIpIntfStatusIs(const L3::VrfName& vrfName) {
@@ -95,23 +81,14 @@ Vok::Ptr<VrfIpIntfStatus> Status::vrfIpIntfStatusIs(const L3::VrfName& vrfName) 
 }
 
 void Status::vrfIpIntfStatusIs(const Vok::Ptr<VrfIpIntfStatus>& status) {
-   if (!status) {
-      throw std::range_error(
-            Vok::nullMutatorParameterText("vrfIpIntfStatus", "Ip::Status::vrfIpIntfStatus"));
+   const L3::VrfName vrfName = status ? status->vrfName() : L3::VrfName();
+   if (vrfs_.put(vrfName, status, "vrfIpIntfStatus", "Ip::Status::vrfIpIntfStatus")) {
+      notify([&](StatusNotifiee& n) { n.onVrfIpIntfStatus(vrfName); });
    }
-   const L3::VrfName vrfName = status->vrfName();
-   auto [it, inserted] = vrfs_.try_emplace(vrfName, status);
-   if (!inserted) {
-      if (it->second == status) {
-         return;
-      }
-      it->second = status;
-   }
-   notify([&](StatusNotifiee& n) { n.onVrfIpIntfStatus(vrfName); });
 }
 
 void Status::vrfIpIntfStatusDel(L3::VrfName vrfName) {
-   if (vrfs_.erase(vrfName)) {
+   if (vrfs_.del(vrfName)) {
       notify([&](StatusNotifiee& n) { n.onVrfIpIntfStatus(vrfName); });
    }
 }

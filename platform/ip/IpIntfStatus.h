@@ -14,6 +14,7 @@
 #include "platform/l3/VrfName.h"
 #include "platform/ovel/IntfId.h"
 #include "platform/ovel/IpAddrWithMask.h"
+#include "platform/vok/EntityCollection.h"
 #include "platform/vok/HashMap.h"
 #include "platform/vok/Notifier.h"
 
@@ -65,7 +66,7 @@ class VrfIpIntfStatus final : public Vok::Notifier<VrfIpIntfStatusNotifiee> {
    explicit VrfIpIntfStatus(L3::VrfName vrfName) : vrfName_(std::move(vrfName)) {}
 
    const L3::VrfName& vrfName() const noexcept { return vrfName_; }
-   const Collection& ipIntfStatus() const noexcept { return statuses_; }
+   const Collection& ipIntfStatus() const noexcept { return statuses_.map(); }
    Vok::Ptr<IpIntfStatus> ipIntfStatus(const Ovel::IntfId& intfId) const;
    // The interface's status, created if absent.
    Vok::Ptr<IpIntfStatus> ipIntfStatusIs(const Ovel::IntfId& intfId);
@@ -75,7 +76,7 @@ class VrfIpIntfStatus final : public Vok::Notifier<VrfIpIntfStatusNotifiee> {
 
  private:
    L3::VrfName vrfName_;
-   Collection statuses_;
+   Vok::EntityCollection<Collection> statuses_;
 };
 
 class StatusNotifiee : public Vok::ReactorBase {
@@ -87,14 +88,14 @@ class Status final : public Vok::Notifier<StatusNotifiee> {
  public:
    using Collection = std::map<L3::VrfName, Vok::Ptr<VrfIpIntfStatus>>;
 
-   const Collection& vrfIpIntfStatus() const noexcept { return vrfs_; }
+   const Collection& vrfIpIntfStatus() const noexcept { return vrfs_.map(); }
    Vok::Ptr<VrfIpIntfStatus> vrfIpIntfStatus(const L3::VrfName& vrfName) const;
    Vok::Ptr<VrfIpIntfStatus> vrfIpIntfStatusIs(const L3::VrfName& vrfName);
    void vrfIpIntfStatusIs(const Vok::Ptr<VrfIpIntfStatus>& status);
    void vrfIpIntfStatusDel(L3::VrfName vrfName);
 
  private:
-   Collection vrfs_;
+   Vok::EntityCollection<Collection> vrfs_;
 };
 
 }  // namespace Ip

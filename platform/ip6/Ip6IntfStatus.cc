@@ -1,8 +1,5 @@
 #include "platform/ip6/Ip6IntfStatus.h"
 
-#include <stdexcept>
-
-#include "platform/vok/Errors.h"
 
 namespace Ip6 {
 
@@ -29,8 +26,7 @@ void IntfStatus::addrDel(Ovel::Ip6AddrWithMask addr) {
 }
 
 Vok::Ptr<IntfStatus> VrfIp6IntfStatus::ip6IntfStatus(const Ovel::IntfId& intfId) const {
-   const Vok::Ptr<IntfStatus>* status = statuses_.lookup(intfId);
-   return status ? *status : nullptr;
+   return statuses_.get(intfId);
 }
 
 Vok::Ptr<IntfStatus> VrfIp6IntfStatus::ip6IntfStatusIs(const Ovel::IntfId& intfId) {
@@ -43,30 +39,20 @@ Vok::Ptr<IntfStatus> VrfIp6IntfStatus::ip6IntfStatusIs(const Ovel::IntfId& intfI
 }
 
 void VrfIp6IntfStatus::ip6IntfStatusIs(const Vok::Ptr<IntfStatus>& status) {
-   if (!status) {
-      throw std::range_error(Vok::nullMutatorParameterText(
-            "ip6IntfStatus", "Ip6::VrfIp6IntfStatus::ip6IntfStatus"));
+   const Ovel::IntfId intfId = status ? status->intfId() : Ovel::IntfId();
+   if (statuses_.put(intfId, status, "ip6IntfStatus", "Ip6::VrfIp6IntfStatus::ip6IntfStatus")) {
+      notify([&](VrfIp6IntfStatusNotifiee& n) { n.onIp6IntfStatus(intfId); });
    }
-   const Ovel::IntfId intfId = status->intfId();
-   auto [stored, inserted] = statuses_.tryEmplace(intfId, status);
-   if (!inserted) {
-      if (*stored == status) {
-         return;
-      }
-      *stored = status;
-   }
-   notify([&](VrfIp6IntfStatusNotifiee& n) { n.onIp6IntfStatus(intfId); });
 }
 
 void VrfIp6IntfStatus::ip6IntfStatusDel(Ovel::IntfId intfId) {
-   if (statuses_.erase(intfId)) {
+   if (statuses_.del(intfId)) {
       notify([&](VrfIp6IntfStatusNotifiee& n) { n.onIp6IntfStatus(intfId); });
    }
 }
 
 Vok::Ptr<VrfIp6IntfStatus> Status::vrfIp6IntfStatus(const L3::VrfName& vrfName) const {
-   auto it = vrfs_.find(vrfName);
-   return it == vrfs_.end() ? nullptr : it->second;
+   return vrfs_.get(vrfName);
 }
 
 Vok::Ptr<VrfIp6IntfStatus> Status::vrfIp6IntfStatusIs(const L3::VrfName& vrfName) {
@@ -79,23 +65,14 @@ Vok::Ptr<VrfIp6IntfStatus> Status::vrfIp6IntfStatusIs(const L3::VrfName& vrfName
 }
 
 void Status::vrfIp6IntfStatusIs(const Vok::Ptr<VrfIp6IntfStatus>& status) {
-   if (!status) {
-      throw std::range_error(
-            Vok::nullMutatorParameterText("vrfIp6IntfStatus", "Ip6::Status::vrfIp6IntfStatus"));
+   const L3::VrfName vrfName = status ? status->vrfName() : L3::VrfName();
+   if (vrfs_.put(vrfName, status, "vrfIp6IntfStatus", "Ip6::Status::vrfIp6IntfStatus")) {
+      notify([&](StatusNotifiee& n) { n.onVrfIp6IntfStatus(vrfName); });
    }
-   const L3::VrfName vrfName = status->vrfName();
-   auto [it, inserted] = vrfs_.try_emplace(vrfName, status);
-   if (!inserted) {
-      if (it->second == status) {
-         return;
-      }
-      it->second = status;
-   }
-   notify([&](StatusNotifiee& n) { n.onVrfIp6IntfStatus(vrfName); });
 }
 
 void Status::vrfIp6IntfStatusDel(L3::VrfName vrfName) {
-   if (vrfs_.erase(vrfName)) {
+   if (vrfs_.del(vrfName)) {
       notify([&](StatusNotifiee& n) { n.onVrfIp6IntfStatus(vrfName); });
    }
 }

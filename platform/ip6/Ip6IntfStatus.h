@@ -11,6 +11,7 @@
 #include "platform/l3/VrfName.h"
 #include "platform/ovel/IntfId.h"
 #include "platform/ovel/Ip6AddrWithMask.h"
+#include "platform/vok/EntityCollection.h"
 #include "platform/vok/HashMap.h"
 #include "platform/vok/Notifier.h"
 
@@ -60,7 +61,7 @@ class VrfIp6IntfStatus final : public Vok::Notifier<VrfIp6IntfStatusNotifiee> {
    explicit VrfIp6IntfStatus(L3::VrfName vrfName) : vrfName_(std::move(vrfName)) {}
 
    const L3::VrfName& vrfName() const noexcept { return vrfName_; }
-   const Collection& ip6IntfStatus() const noexcept { return statuses_; }
+   const Collection& ip6IntfStatus() const noexcept { return statuses_.map(); }
    Vok::Ptr<IntfStatus> ip6IntfStatus(const Ovel::IntfId& intfId) const;
    Vok::Ptr<IntfStatus> ip6IntfStatusIs(const Ovel::IntfId& intfId);
    void ip6IntfStatusIs(const Vok::Ptr<IntfStatus>& status);
@@ -68,7 +69,7 @@ class VrfIp6IntfStatus final : public Vok::Notifier<VrfIp6IntfStatusNotifiee> {
 
  private:
    L3::VrfName vrfName_;
-   Collection statuses_;
+   Vok::EntityCollection<Collection> statuses_;
 };
 
 class StatusNotifiee : public Vok::ReactorBase {
@@ -80,14 +81,14 @@ class Status final : public Vok::Notifier<StatusNotifiee> {
  public:
    using Collection = std::map<L3::VrfName, Vok::Ptr<VrfIp6IntfStatus>>;
 
-   const Collection& vrfIp6IntfStatus() const noexcept { return vrfs_; }
+   const Collection& vrfIp6IntfStatus() const noexcept { return vrfs_.map(); }
    Vok::Ptr<VrfIp6IntfStatus> vrfIp6IntfStatus(const L3::VrfName& vrfName) const;
    Vok::Ptr<VrfIp6IntfStatus> vrfIp6IntfStatusIs(const L3::VrfName& vrfName);
    void vrfIp6IntfStatusIs(const Vok::Ptr<VrfIp6IntfStatus>& status);
    void vrfIp6IntfStatusDel(L3::VrfName vrfName);
 
  private:
-   Collection vrfs_;
+   Vok::EntityCollection<Collection> vrfs_;
 };
 
 }  // namespace Ip6
