@@ -129,9 +129,7 @@ void IntfBacklogSm::handleStoreBacklog(const IntfIdAndPrefix& key) {
    } else {
       backlog_.erase(key);
    }
-   if (!intfBacklogReactor_->isZombie()) {
-      scheduleBacklog();
-   }
+   scheduleBacklog();  // a reactor being torn down is a zombie and never gets here
 }
 
 void IntfBacklogSm::handleStoreIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) {
@@ -159,8 +157,8 @@ void IntfBacklogSm::scheduleBacklog() {
 }
 
 void IntfBacklogSm::handleBacklog() {
-   if (!initialized_) {
-      return;
+   if (!initialized_ || !backlogClock_) {
+      return;  // without a clock there is no time to slice by
    }
    ++handleBacklogCallCount_;
    if (backlog_.empty()) {
@@ -254,8 +252,9 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    Rib::IpRibRouteOrqTable* queryTable = (v4 ? route4OrmoConfig_ : route6OrmoConfig_).get();
 
    const ConnectedRouteProperty installed = installedProperty(prefix);
-   const Vok::Ptr<IntfIdSet>* candidates = intfIdsByPrefix_.lookup(prefix);
-   const ConnectedRouteProperty candidate = candidateOf(candidates).second;
+   const Vok::Ptr<IntfIdSet>* found = intfIdsByPrefix_.lookup(prefix);
+   const Vok::Ptr<IntfIdSet> candidates = found ? *found : nullptr;  // outlives table writes
+   const ConnectedRouteProperty candidate = candidateOf(candidates.get()).second;
    if (candidate == installed) {
       return false;
    }
@@ -271,14 +270,10 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
       }
       // The old owner lets go before the new one takes hold, even when both
       // are the same interface.
-      IntfViaSetKeyStatus& keyStatus = keyStatusFor(af);
-      keyStatus.decIntfVskRefcount(existingIntfId);
-      if (keyStatus.vskRefcountByIntfId(existingIntfId) == 0) {
-         delViaSetKey(existingIntfId, af);
-      }
+      doReleaseViaSetKey(existingIntfId, af);
    }
    if (!candidate.isEmpty()) {
-      const Ovel::IntfId newIntfId = candidateOf(candidates).first;
+      const Ovel::IntfId newIntfId = candidateOf(candidates.get()).first;
       keyStatusFor(af).incIntfVskRefcount(newIntfId);
       if (vrfScaleToggle().enabled()) {
          doOrmoRouteConfigAdd(newIntfId, queryTable, prefix, candidate.viaSetKey(),
@@ -293,12 +288,11 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
 
 // The owner and its property: the first entry of the candidate set, or no
 // interface and the empty property when the prefix has no set.
-std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(
-      const Vok::Ptr<IntfIdSet>* set) {
+std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(const IntfIdSet* set) {
    if (!set) {
       return {};
    }
-   const IntfIdSet& intfIdAndAddrs = **set;
+   const IntfIdSet& intfIdAndAddrs = *set;
    VOK_ASSERT(intfIdAndAddrs.intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
    const auto& first = *intfIdAndAddrs.entries().begin();
    return {first.first.intfId(), first.second};
@@ -307,12 +301,13 @@ std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(
 Ovel::IntfId IntfBacklogSm::getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const {
    const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
    VOK_ASSERT(set, "intfIdAndAddrs");
-   return candidateOf(set).first;
+   return candidateOf(set->get()).first;
 }
 
 ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
       const Ovel::IpGenPrefix& prefix) const {
-   return candidateOf(intfIdsByPrefix_.lookup(prefix)).second;
+   const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
+   return candidateOf(set ? set->get() : nullptr).second;
 }
 
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {

@@ -3,7 +3,7 @@
 // RIB's route tables.
 //
 // It mirrors the store's backlog and candidate sets through a reactor. A
-// store change arms the clock backlogDelay (40 ms) ahead unless a drain is
+// backlog change arms the clock backlogDelay (40 ms) ahead unless a drain is
 // already scheduled; a schedule is never pushed back, so a steady stream of
 // changes cannot starve the drain. Each firing processes entries for at most
 // backlogQuantum (80 ms, checked after every entry), then bookmarks where it
@@ -55,6 +55,9 @@ class IntfBacklogSm final : public Vok::Entity {
    void doAddViaSet(const Ovel::IntfId& intfId, Rib::Ip::ViaConfig& viaConfig,
                     IntfViaSetKeyStatus& keyStatus);
    void delViaSetKey(const Ovel::IntfId& intfId, Ovel::AddressFamily af);
+   // Gives up one use of the interface's keys in the family, and deletes its
+   // vias and via sets when none is left.
+   void doReleaseViaSetKey(const Ovel::IntfId& intfId, Ovel::AddressFamily af);
 
    // Route writers; the installed owner is recorded before an add and
    // forgotten after a delete.
@@ -100,8 +103,7 @@ class IntfBacklogSm final : public Vok::Entity {
 
    std::string describe() const { return vrfName_.str(); }
    IntfViaSetKeyStatus& keyStatusFor(Ovel::AddressFamily af) const;
-   static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(
-         const Vok::Ptr<IntfIdSet>* set);
+   static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(const IntfIdSet* set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
                     Rib::ViaSetKind kind);

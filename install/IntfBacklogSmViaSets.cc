@@ -12,10 +12,9 @@ IntfViaSetKey IntfBacklogSm::findOrCreateViaSetKey(const Ovel::IntfId& intfId,
    if (af != Ovel::AddressFamily::ipv4 && af != Ovel::AddressFamily::ipv6) {
       VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
                 "intf=" << intfId << " af=" << static_cast<int>(af));
-      Vok::assertionFailed("0", __FILE__, __LINE__);
    }
+   IntfViaSetKeyStatus& keyStatus = keyStatusFor(af);  // any other family: fatal "0"
    const bool v4 = af == Ovel::AddressFamily::ipv4;
-   IntfViaSetKeyStatus& keyStatus = keyStatusFor(af);
    const IntfViaSetKey* record = keyStatus.intfViaSetKey(intfId);
    if (!record || record->isEmpty()) {
       doAddViaSet(intfId, *Vok::ValidPtr<Rib::Ip::ViaConfig>(v4 ? ipv4ViaConfig_ : ipv6ViaConfig_),
@@ -61,14 +60,19 @@ void IntfBacklogSm::doAddViaSet(const Ovel::IntfId& intfId, Rib::Ip::ViaConfig& 
          IntfViaSetKey(intfId, viaKey, connected, receive, receiveBroadcast, directedBroadcast));
 }
 
+void IntfBacklogSm::doReleaseViaSetKey(const Ovel::IntfId& intfId, Ovel::AddressFamily af) {
+   IntfViaSetKeyStatus& keyStatus = keyStatusFor(af);
+   keyStatus.decIntfVskRefcount(intfId);
+   if (keyStatus.vskRefcountByIntfId(intfId) == 0) {
+      delViaSetKey(intfId, af);
+   }
+}
+
 void IntfBacklogSm::delViaSetKey(const Ovel::IntfId& intfId, Ovel::AddressFamily af) {
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
              "intf=" << intfId << " af=" << static_cast<int>(af));
-   if (af != Ovel::AddressFamily::ipv4 && af != Ovel::AddressFamily::ipv6) {
-      Vok::assertionFailed("0", __FILE__, __LINE__);
-   }
+   IntfViaSetKeyStatus& keyStatus = keyStatusFor(af);  // any other family: fatal "0"
    const bool v4 = af == Ovel::AddressFamily::ipv4;
-   IntfViaSetKeyStatus& keyStatus = keyStatusFor(af);
    const IntfViaSetKey* found = keyStatus.intfViaSetKey(intfId);
    if (!found || found->isEmpty()) {
       return;

@@ -39,7 +39,16 @@ ContainerSm::ContainerSm(
         route6OrmoConfig_(std::move(route6OrmoConfig)),
         ivoState_(std::move(ivoState)),
         vrfReadyStatus_(std::move(vrfReadyStatus)) {
-   handleInitialized();
+   try {
+      handleInitialized();
+   } catch (...) {
+      // The destructor will not run: give back what outlives this object.
+      // Mounts unmount themselves as their members go.
+      if (kniMount_) {
+         intfStatusManagerRoot_->intfStatusManagerDel(netNs_);
+      }
+      throw;
+   }
 }
 
 ContainerSm::~ContainerSm() {
@@ -107,7 +116,7 @@ void ContainerSm::handleInitialized() {
    intfBacklog_ = intfBacklogFactory("", vrfName_);
    Vok::ActivityManager* activity = Vok::activityManager();
    if (!activity) {
-      throw std::range_error("null ValidPtr");  // the runtime has no activity manager
+      throw std::range_error("null ValidPtr");  // ValidPtr holds entities, the manager is not one
    }
    intfBacklogSm_ = intfBacklogSmFactory(
          vrfName_, vrfId_, activity,

@@ -1,6 +1,9 @@
 #include "lifecycle/RootSm.h"
 
 #include <cstdlib>
+#include <optional>
+#include <stdexcept>
+#include <vector>
 
 #include "platform/trace/Zipmark.h"
 #include "tracking/ConnectedRouteTrace.h"
@@ -50,7 +53,11 @@ class RootSm::VrfStatusLocalSm final : public Vok::Reactor<Ip::VrfStatusLocal> {
            root_(&root) {
       root_->doCreateOrDeleteContainer(vrfName_);
    }
-   ~VrfStatusLocalSm() override { onZombie(); }
+   ~VrfStatusLocalSm() override {
+      if (!isZombie()) {
+         onZombie();  // once: becoming a zombie already deleted the container
+      }
+   }
 
    void onState() override { root_->doCreateOrDeleteContainer(vrfName_); }
    void onZombie() override {
@@ -159,10 +166,18 @@ void RootSm::handleVrfStatusLocal(const L3::VrfName& vrfName) {
       watchers_.erase(vrfName);  // the watcher's end deletes the container
       return;
    }
-   if (!watchers_.contains(vrfName)) {
-      auto watcher = std::make_unique<VrfStatusLocalSm>(status, vrfName, *this);
+   vrfStatusLocalIs(status);
+}
+
+void RootSm::vrfStatusLocalIs(const Vok::Ptr<Ip::VrfStatusLocal>& status) {
+   if (!status) {
+      throw std::range_error(Vok::nullMutatorParameterText(
+            "vrfStatusLocal", "Routing::ConnectedRoute::RootSm::vrfStatusLocal"));
+   }
+   if (!watchers_.contains(status->vrfName())) {
+      auto watcher = std::make_unique<VrfStatusLocalSm>(status, status->vrfName(), *this);
       watcher->hasNotificationActiveIs(notificationActive_);
-      watchers_.emplace(vrfName, std::move(watcher));
+      watchers_.emplace(status->vrfName(), std::move(watcher));
    }
 }
 
@@ -213,7 +228,12 @@ void RootSm::doCreateOrDeleteContainer(const L3::VrfName& name) {
    ZIPMARK(1, "doCreateOrDeleteContainer", Zipmark::text("vrf=", name.str()),
            Zipmark::integer(" adding containerSm. vrfId=", id->value()));
    Vok::Ptr<VrfReadyStatus> record = allVrfReadyStatus_->vrfReadyStatusIs(name);
-   containerSmIs(name, *id, record);
+   try {
+      containerSmIs(name, *id, record);
+   } catch (...) {
+      allVrfReadyStatus_->vrfReadyStatusDel(name);  // no record without its container
+      throw;
+   }
 }
 
 Vok::Ptr<ContainerSm> RootSm::containerSmIs(const L3::VrfName& vrfName, Vrf::VrfIdMap::VrfId vrfId,
@@ -286,7 +306,6 @@ void RootSm::vokDoZombieReactors(bool zombie) {
    if (zombie == zombie_) {
       return;
    }
-   wrapperReactor_->isZombieIs(zombie);
    mapReactor_->isZombieIs(zombie);
    localReactor_->isZombieIs(zombie);
    for (auto& [name, watcher] : watchers_) {

@@ -41,8 +41,10 @@ class RootSm final : public Vok::Entity {
    void hasNotificationActiveIs(bool active);
    void vokDoZombieReactors(bool zombie);
 
-   // The VRF's container, created from these arguments unless it exists;
-   // one built from other arguments raises Vok::ReinstantiationError.
+   // The VRF's container, created unless it exists. Its other arguments are
+   // the root's own, so only the VRF's identifier and readiness record can
+   // differ from an existing container's: either raises
+   // Vok::ReinstantiationError.
    Vok::Ptr<ContainerSm> containerSmIs(const L3::VrfName& vrfName, Vrf::VrfIdMap::VrfId vrfId,
                                        Vok::Ptr<VrfReadyStatus> vrfReadyStatus);
 
@@ -52,6 +54,8 @@ class RootSm final : public Vok::Entity {
    }
    Vok::Ptr<ContainerSm> containerSm(const L3::VrfName& vrfName) const;
    bool vrfStatusLocalSm(const L3::VrfName& vrfName) const { return watchers_.contains(vrfName); }
+   // Watches one VRF's local status (once per VRF); a null status is refused.
+   void vrfStatusLocalIs(const Vok::Ptr<Ip::VrfStatusLocal>& status);
    const Vok::Ptr<AllVrfReadyStatus>& allVrfReadyStatus() const noexcept { return allVrfReadyStatus_; }
    const Vok::Ptr<AllVrfRibReadySm>& allVrfRibReadySm() const noexcept { return allVrfRibReadySm_; }
    const Vok::Ptr<Interface::NetNsIntfStatusManagerRoot>& intfStatusManagerRoot() const noexcept {

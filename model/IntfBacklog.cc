@@ -163,36 +163,37 @@ void IntfBacklog::delFromIntfIdsByPrefix(const Ovel::IntfId& intfId,
    }
 }
 
-Vok::Ptr<IntfViaSetKeyStatus> IntfBacklog::intfViaSetKeyStatus4Is(Ovel::AddressFamily af) {
-   if (status4_ && status4_->addressFamily() == af) {
-      return status4_;
+Vok::Ptr<IntfViaSetKeyStatus> IntfBacklog::keyStatusIs(Vok::Ptr<IntfViaSetKeyStatus>& table,
+                                                       Ovel::AddressFamily af, KeyStatusHook hook) {
+   if (table && table->addressFamily() == af) {
+      return table;  // kept: built for this family
    }
-   status4_ = Vok::make<IntfViaSetKeyStatus>(af);
-   notify([](IntfBacklogNotifiee& n) { n.onIntfViaSetKeyStatus4(); });
-   return status4_;
+   table = Vok::make<IntfViaSetKeyStatus>(af);
+   notify([hook](IntfBacklogNotifiee& n) { (n.*hook)(); });
+   return table;
+}
+
+void IntfBacklog::keyStatusDel(Vok::Ptr<IntfViaSetKeyStatus>& table, KeyStatusHook hook) {
+   if (table) {
+      table = nullptr;
+      notify([hook](IntfBacklogNotifiee& n) { (n.*hook)(); });
+   }
+}
+
+Vok::Ptr<IntfViaSetKeyStatus> IntfBacklog::intfViaSetKeyStatus4Is(Ovel::AddressFamily af) {
+   return keyStatusIs(status4_, af, &IntfBacklogNotifiee::onIntfViaSetKeyStatus4);
 }
 
 Vok::Ptr<IntfViaSetKeyStatus> IntfBacklog::intfViaSetKeyStatus6Is(Ovel::AddressFamily af) {
-   if (status6_ && status6_->addressFamily() == af) {
-      return status6_;
-   }
-   status6_ = Vok::make<IntfViaSetKeyStatus>(af);
-   notify([](IntfBacklogNotifiee& n) { n.onIntfViaSetKeyStatus6(); });
-   return status6_;
+   return keyStatusIs(status6_, af, &IntfBacklogNotifiee::onIntfViaSetKeyStatus6);
 }
 
 void IntfBacklog::intfViaSetKeyStatus4Del() {
-   if (status4_) {
-      status4_ = nullptr;
-      notify([](IntfBacklogNotifiee& n) { n.onIntfViaSetKeyStatus4(); });
-   }
+   keyStatusDel(status4_, &IntfBacklogNotifiee::onIntfViaSetKeyStatus4);
 }
 
 void IntfBacklog::intfViaSetKeyStatus6Del() {
-   if (status6_) {
-      status6_ = nullptr;
-      notify([](IntfBacklogNotifiee& n) { n.onIntfViaSetKeyStatus6(); });
-   }
+   keyStatusDel(status6_, &IntfBacklogNotifiee::onIntfViaSetKeyStatus6);
 }
 
 }  // namespace Routing::ConnectedRoute

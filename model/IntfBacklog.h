@@ -78,6 +78,10 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    void intfViaSetKeyStatus6Del();
 
  private:
+   using KeyStatusHook = void (IntfBacklogNotifiee::*)();
+   Vok::Ptr<IntfViaSetKeyStatus> keyStatusIs(Vok::Ptr<IntfViaSetKeyStatus>& table,
+                                             Ovel::AddressFamily af, KeyStatusHook hook);
+   void keyStatusDel(Vok::Ptr<IntfViaSetKeyStatus>& table, KeyStatusHook hook);
    std::string describe() const { return vrfName_.str(); }
 
    std::string name_;

@@ -13,6 +13,8 @@ namespace Routing::ConnectedRoute {
 
 const Vok::TraceHandle& connectedRouteTrace();
 
+inline const char* flagText(bool value) { return value ? "true" : "false"; }
+
 inline std::string describeIntf(const L3::VrfName& vrfName, const Ovel::IntfId& intfId) {
    return vrfName.str() + "," + std::string(intfId.name());
 }

@@ -1,17 +1,9 @@
 #include "tracking/Ip6IntfSm.h"
 
-#include <vector>
-
 #include "platform/trace/Zipmark.h"
 #include "tracking/ConnectedRouteTrace.h"
 
 namespace Routing::ConnectedRoute {
-
-namespace {
-
-const char* flag(bool value) { return value ? "true" : "false"; }
-
-}  // namespace
 
 class Ip6IntfSm::VokIp6IntfStatus final : public Vok::Reactor<Ip6::IntfStatus> {
  public:
@@ -71,7 +63,7 @@ void Ip6IntfSm::updateIntfIdsByPrefix(const Ovel::Ip6AddrWithMask& addr, bool de
    if (addr.addr().isZero() || addr.addr().isLinkLocal()) {
       return;  // link-local addresses never become routes
    }
-   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flag(del));
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flagText(del));
    const Ovel::IpGenAddrWithMask genAddr(addr);
    const Ovel::IpGenPrefix subnet(addr.subnet(), addr.len());
    const Ovel::IpGenPrefix host(addr.addr(), 128);
@@ -94,16 +86,13 @@ void Ip6IntfSm::updateIntfIdsByPrefix(const Ovel::Ip6AddrWithMask& addr, bool de
       intfBacklog_->delFromIntfIdsByPrefix(intfId_, subnet, genAddr);
    }
    intfBacklog_->delFromIntfIdsByPrefix(intfId_, host, genAddr);
-   keyStatus().decIntfVskRefcount(intfId_);
-   if (keyStatus().vskRefcountByIntfId(intfId_) == 0) {
-      intfBacklogSm_->delViaSetKey(intfId_, Ovel::AddressFamily::ipv6);
-   }
+   intfBacklogSm_->doReleaseViaSetKey(intfId_, Ovel::AddressFamily::ipv6);
 }
 
 void Ip6IntfSm::handleIp6Address(const Ovel::Ip6AddrWithMask& addr) {
    const auto& status = ip6IntfStatus();
    const bool found = status && status->addr(addr) != Ip6::AddressInfo();
-   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " found=" << flag(found));
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " found=" << flagText(found));
    ZIPMARK(1, "handleIp6Address", Zipmark::text("vrf=", vrfName().str()),
            Zipmark::text(" intf=", intfId_.name()),
            Zipmark::am6(" addr=", addr.addr().bytes(), addr.len()),

@@ -42,6 +42,9 @@ struct Ipv6Gate {
    };
 };
 
+// Instantiated once, in Watchers.cc.
+extern template class IntfStatusGateSm<Ipv6Gate>;
+
 class Ip6IntfStatusSm final : public IntfStatusGateSm<Ipv6Gate> {
  public:
    using IntfStatusGateSm::IntfStatusGateSm;

@@ -7,8 +7,6 @@ namespace Routing::ConnectedRoute {
 
 namespace {
 
-const char* flag(bool value) { return value ? "true" : "false"; }
-
 Zipmark::Field am4(std::string_view label, const Ovel::IpAddrWithMask& addr) {
    return Zipmark::am4(label, addr.addr().value(), addr.len());
 }
@@ -94,7 +92,7 @@ void IpIntfSm::updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del)
    if (addr.addr().isZero()) {
       return;
    }
-   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flag(del));
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flagText(del));
    const Ovel::IpGenAddrWithMask genAddr(addr);
    const Ovel::IpGenPrefix subnet(addr.subnet(), addr.len());
    const Ovel::IpGenPrefix host(addr.addr(), 32);
@@ -117,18 +115,15 @@ void IpIntfSm::updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del)
    }
    remove(host, genAddr);
    updateBcastRoute(addr, true);
-   keyStatus().decIntfVskRefcount(intfId_);
-   if (keyStatus().vskRefcountByIntfId(intfId_) != 0) {
-      return;  // another address (or an installed route) still holds the keys
-   }
-   intfBacklogSm_->delViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
+   // Another address, or an installed route, may still hold the keys.
+   intfBacklogSm_->doReleaseViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
 }
 
 void IpIntfSm::updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del) {
    if (addr.addr().isZero()) {
       return;
    }
-   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flag(del));
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " del=" << flagText(del));
    if (addr.len() > 30) {
       return;  // /31 and /32 have no network or broadcast address
    }
@@ -170,7 +165,7 @@ void IpIntfSm::handleSecondaryAddress(const Ovel::IpAddrWithMask& addr) {
    const std::optional<bool> active =
          status ? status->activeSecondaryWithMask(addr) : std::optional<bool>();
    const bool missing = !active || !*active;
-   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " missing=" << flag(missing));
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " missing=" << flagText(missing));
    ZIPMARK(1, "handleSecondaryAddress", Zipmark::text("vrf=", vrfName().str()),
            Zipmark::text(" intf=", intfId_.name()), am4(" addr=", addr),
            Zipmark::boolean(" missing=", missing));
@@ -180,7 +175,7 @@ void IpIntfSm::handleSecondaryAddress(const Ovel::IpAddrWithMask& addr) {
 void IpIntfSm::handleDirectedBroadcast() {
    const auto& status = ipIntfStatus();
    const bool enabled = status && status->directedBroadcastEnabled();
-   VOK_TRACE(connectedRouteTrace(), 8, describe(), "enabled=" << flag(enabled));
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "enabled=" << flagText(enabled));
    ZIPMARK(1, "handleDirectedBroadcast", Zipmark::text("vrf=", vrfName().str()),
            Zipmark::text(" intf=", intfId_.name()), Zipmark::boolean(" enabled=", enabled));
    if (!status) {

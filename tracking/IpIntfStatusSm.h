@@ -42,6 +42,9 @@ struct Ipv4Gate {
    };
 };
 
+// Instantiated once, in Watchers.cc.
+extern template class IntfStatusGateSm<Ipv4Gate>;
+
 class IpIntfStatusSm final : public IntfStatusGateSm<Ipv4Gate> {
  public:
    using IntfStatusGateSm::IntfStatusGateSm;

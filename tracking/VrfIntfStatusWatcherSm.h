@@ -28,6 +28,7 @@ class VrfIntfStatusWatcherSm : public Vok::Entity {
                           Vok::Ptr<const KernelIntfStatus> kernelIntfStatus,
                           Vok::Ptr<const IvoState> ivoState, Vok::Ptr<VrfReadyStatus> vrfReadyStatus)
          : vrfName_(std::move(vrfName)),
+           intfBacklog_(intfBacklog),
            intfBacklogSm_(std::move(intfBacklogSm)),
            kernelIntfStatus_(std::move(kernelIntfStatus)),
            vrfReadyStatus_(std::move(vrfReadyStatus)),
@@ -119,11 +120,12 @@ class VrfIntfStatusWatcherSm : public Vok::Entity {
 
    const L3::VrfName& vrfName() const noexcept { return vrfName_; }
    const Vok::Ptr<const Status>& ipStatus() const noexcept { return statusReactor_->notifier(); }
-   Vok::Ptr<IntfBacklog> intfBacklog() const {
-      return Vok::Ptr<IntfBacklog>(const_cast<IntfBacklog*>(backlogReactor_->notifier().get()));
+   const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
+   void intfBacklogIs(Vok::Ptr<IntfBacklog> backlog) {
+      intfBacklog_ = backlog;
+      backlogReactor_->notifierIs(std::move(backlog));
    }
-   void intfBacklogIs(Vok::Ptr<IntfBacklog> backlog) { backlogReactor_->notifierIs(std::move(backlog)); }
-   void intfBacklogDel() { backlogReactor_->notifierIs(nullptr); }
+   void intfBacklogDel() { intfBacklogIs(nullptr); }
    const Vok::Ptr<const IvoState>& ivoState() const noexcept { return ivoReactor_->notifier(); }
    void ivoStateIs(Vok::Ptr<const IvoState> ivo) { ivoReactor_->notifierIs(std::move(ivo)); }
    const Vok::Ptr<VrfReadyStatus>& vrfReadyStatus() const noexcept { return vrfReadyStatus_; }
@@ -166,6 +168,7 @@ class VrfIntfStatusWatcherSm : public Vok::Entity {
    };
 
    L3::VrfName vrfName_;
+   Vok::Ptr<IntfBacklog> intfBacklog_;  // also watched, through backlogReactor_
    Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
    Vok::Ptr<const KernelIntfStatus> kernelIntfStatus_;
    Vok::Ptr<VrfReadyStatus> vrfReadyStatus_;

@@ -42,6 +42,9 @@ struct Ipv6Watch {
    };
 };
 
+// Instantiated once, in Watchers.cc.
+extern template class VrfIntfStatusWatcherSm<Ipv6Watch>;
+
 class VrfIp6IntfStatusSm final : public VrfIntfStatusWatcherSm<Ipv6Watch> {
  public:
    using VrfIntfStatusWatcherSm::VrfIntfStatusWatcherSm;

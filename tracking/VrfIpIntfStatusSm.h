@@ -42,6 +42,9 @@ struct Ipv4Watch {
    };
 };
 
+// Instantiated once, in Watchers.cc.
+extern template class VrfIntfStatusWatcherSm<Ipv4Watch>;
+
 class VrfIpIntfStatusSm final : public VrfIntfStatusWatcherSm<Ipv4Watch> {
  public:
    using VrfIntfStatusWatcherSm::VrfIntfStatusWatcherSm;

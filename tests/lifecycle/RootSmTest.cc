@@ -194,6 +194,31 @@ TEST_F(Root, AContainerWithOtherArgumentsIsAWiringFault) {
    }
 }
 
+TEST_F(Root, AContainerThatFailsToBuildLeavesNothingBehindAndCanBeBuiltLater) {
+   h.start();
+   Vok::activityManagerIs(nullptr);  // a VRF cannot be built without one
+   EXPECT_THROW(h.vrfId("default", 0), std::range_error);
+   EXPECT_FALSE(has("default"));
+   EXPECT_EQ(h.root->intfStatusManagerRoot()->intfStatusManagerCount(), 0u);
+   EXPECT_FALSE(h.root->allVrfReadyStatus()->vrfReadyStatus(L3::VrfName("default")));
+   Vok::activityManagerIs(&h.am);
+   h.map()->vrfNameToIdDel(L3::VrfName("default"));
+   h.vrfId("default", 0);
+   EXPECT_TRUE(has("default"));
+}
+
+TEST_F(Root, ANullLocalStatusIsRefusedWithTheRuntimeText) {
+   h.start();
+   try {
+      h.root->vrfStatusLocalIs(nullptr);
+      FAIL() << "accepted";
+   } catch (const std::range_error& e) {
+      EXPECT_STREQ(e.what(),
+                   "null _vrfStatusLocal parameter to mutator for "
+                   "Routing::ConnectedRoute::RootSm::vrfStatusLocal not allowed\"");
+   }
+}
+
 TEST_F(Root, StoppingDeletesEveryContainer) {
    h.start();
    const std::size_t baseMounts = h.shared.entityManager->mountCount();
