@@ -77,6 +77,15 @@ class IntfBacklogSm final : public Vok::Entity {
    VrfId vrfId() const noexcept { return vrfId_; }
    const Vok::Clock* backlogClock() const noexcept { return backlogClock_.get(); }
    const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
+   const Vok::Ptr<const Ip::Status>& ipStatus() const noexcept { return ipStatus_; }
+   const Vok::Ptr<const Ip6::Status>& ip6Status() const noexcept { return ip6Status_; }
+   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv4ViaConfig() const noexcept { return ipv4ViaConfig_; }
+   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv6ViaConfig() const noexcept { return ipv6ViaConfig_; }
+   const Vok::Ptr<Rib::RouteConfig>& route4Config() const noexcept { return route4Config_; }
+   const Vok::Ptr<Rib::RouteConfig>& route6Config() const noexcept { return route6Config_; }
+   const Vok::Ptr<Rib::IpRibRouteOrqTable>& route4OrmoConfig() const noexcept { return route4OrmoConfig_; }
+   const Vok::Ptr<Rib::IpRibRouteOrqTable>& route6OrmoConfig() const noexcept { return route6OrmoConfig_; }
+   const Vok::Ptr<Rib::ViaSetConfig>& viaSetConfig() const noexcept { return viaSetConfig_; }
    const Vok::HashMap<IntfIdAndPrefix, bool>& backlog() const noexcept { return backlog_; }
    const Vok::HashMap<Ovel::IpGenPrefix, Vok::Ptr<IntfIdSet>>& intfIdsByPrefix() const noexcept {
       return intfIdsByPrefix_;

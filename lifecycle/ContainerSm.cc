@@ -89,7 +89,7 @@ void ContainerSm::handleInitialized() {
       return;
    }
    doKniInit();
-   kernelIntfStatus_ = kernelIntfStatusFactory(vrfName_, kernelIntfStatusDir_);
+   kernelIntfStatusIs(vrfName_, kernelIntfStatusDir_);
    if (!vrfScaleToggle().enabled()) {
       route4Mount_ = mountTable(rib4Path(vrfId_), "Routing::Rib::RouteConfig", "route",
                                 kRouteCollectionSize);
@@ -118,16 +118,13 @@ void ContainerSm::handleInitialized() {
    if (!activity) {
       throw std::range_error("null ValidPtr");  // ValidPtr holds entities, the manager is not one
    }
-   intfBacklogSm_ = intfBacklogSmFactory(
-         vrfName_, vrfId_, activity,
-         ipStatus_, ip6Status_, ipv4ViaConfig_, route4Config_, route4OrmoConfig_, ipv6ViaConfig_,
-         route6Config_, route6OrmoConfig_, viaSetConfig_, intfBacklog_);
-   vrfIpIntfStatusSm_ = Vok::make<VrfIpIntfStatusSm>(vrfName_, ipStatus_, intfBacklog_,
-                                                     intfBacklogSm_, kernelIntfStatus_, ivoState_,
-                                                     vrfReadyStatus_);
-   vrfIp6IntfStatusSm_ = Vok::make<VrfIp6IntfStatusSm>(vrfName_, ip6Status_, intfBacklog_,
-                                                       intfBacklogSm_, kernelIntfStatus_, ivoState_,
-                                                       vrfReadyStatus_);
+   intfBacklogSmIs(vrfName_, vrfId_, activity, ipStatus_, ip6Status_, ipv4ViaConfig_,
+                   route4Config_, route4OrmoConfig_, ipv6ViaConfig_, route6Config_,
+                   route6OrmoConfig_, viaSetConfig_, intfBacklog_);
+   vrfIpIntfStatusSmIs(vrfName_, ipStatus_, intfBacklog_, intfBacklogSm_, kernelIntfStatus_,
+                       ivoState_, vrfReadyStatus_);
+   vrfIp6IntfStatusSmIs(vrfName_, ip6Status_, intfBacklog_, intfBacklogSm_, kernelIntfStatus_,
+                        ivoState_, vrfReadyStatus_);
    initialized_ = true;
 }
 
@@ -215,6 +212,107 @@ void ContainerSm::hasNotificationActiveIs(bool active) {
    if (vrfIp6IntfStatusSm_) {
       vrfIp6IntfStatusSm_->hasNotificationActiveIs(active);
    }
+}
+
+namespace {
+
+void checkSameName(const L3::VrfName& wanted, const L3::VrfName& current) {
+   if (wanted != current) {
+      throw Vok::ReinstantiationError("vrfName", wanted.str(), current.str());
+   }
+}
+
+// The checks the two watchers share.
+template <class Watcher, class Status>
+void checkSameWatcher(const Watcher& w, const L3::VrfName& vrfName, const Status* status,
+                      const IntfBacklog* backlog, const IntfBacklogSm* backlogSm,
+                      const KernelIntfStatus* kernel, const IvoState* ivo,
+                      const VrfReadyStatus* ready) {
+   checkSameName(vrfName, w.vrfName());
+   Vok::checkSameArgument("ipStatus", status, w.ipStatus().get());
+   Vok::checkSameArgument("intfBacklog", backlog, w.intfBacklog().get());
+   Vok::checkSameArgument("intfBacklogSm", backlogSm, w.intfBacklogSm().get());
+   Vok::checkSameArgument("kernelIntfStatus", kernel, w.kernelIntfStatus().get());
+   Vok::checkSameArgument("ivoState", ivo, w.ivoState().get());
+   Vok::checkSameArgument("vrfReadyStatus", ready, w.vrfReadyStatus().get());
+}
+
+}  // namespace
+
+Vok::Ptr<KernelIntfStatus> ContainerSm::kernelIntfStatusIs(
+      const L3::VrfName& vrfName, Vok::Ptr<const Interface::DeviceIntfStatusDir> dir) {
+   if (kernelIntfStatus_) {
+      checkSameName(vrfName, kernelIntfStatus_->vrfName());
+      Vok::checkSameArgument("kernelIntfStatusDir", dir.get(),
+                             kernelIntfStatus_->kernelIntfStatusDir().get());
+      return kernelIntfStatus_;
+   }
+   return kernelIntfStatus_ = kernelIntfStatusFactory(vrfName, std::move(dir));
+}
+
+Vok::Ptr<IntfBacklogSm> ContainerSm::intfBacklogSmIs(
+      const L3::VrfName& vrfName, VrfId vrfId, Vok::ActivityManager* systemClock,
+      Vok::Ptr<const Ip::Status> ipStatus, Vok::Ptr<const Ip6::Status> ip6Status,
+      Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig, Vok::Ptr<Rib::RouteConfig> route4Config,
+      Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig, Vok::Ptr<Rib::Ip::ViaConfig> ipv6ViaConfig,
+      Vok::Ptr<Rib::RouteConfig> route6Config, Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig,
+      Vok::Ptr<Rib::ViaSetConfig> viaSetConfig, Vok::Ptr<IntfBacklog> intfBacklog) {
+   if (const auto& sm = intfBacklogSm_) {
+      checkSameName(vrfName, sm->vrfName());
+      if (vrfId != sm->vrfId()) {
+         throw Vok::ReinstantiationError("vrfId", vrfId.toString(), sm->vrfId().toString());
+      }
+      Vok::checkSameArgument("systemClock", systemClock,
+                             sm->backlogClock() ? &sm->backlogClock()->manager() : nullptr);
+      Vok::checkSameArgument("ipStatus", ipStatus.get(), sm->ipStatus().get());
+      Vok::checkSameArgument("ip6Status", ip6Status.get(), sm->ip6Status().get());
+      Vok::checkSameArgument("ipv4ViaConfig", ipv4ViaConfig.get(), sm->ipv4ViaConfig().get());
+      Vok::checkSameArgument("route4Config", route4Config.get(), sm->route4Config().get());
+      Vok::checkSameArgument("route4OrmoConfig", route4OrmoConfig.get(), sm->route4OrmoConfig().get());
+      Vok::checkSameArgument("ipv6ViaConfig", ipv6ViaConfig.get(), sm->ipv6ViaConfig().get());
+      Vok::checkSameArgument("route6Config", route6Config.get(), sm->route6Config().get());
+      Vok::checkSameArgument("route6OrmoConfig", route6OrmoConfig.get(), sm->route6OrmoConfig().get());
+      Vok::checkSameArgument("viaSetConfig", viaSetConfig.get(), sm->viaSetConfig().get());
+      Vok::checkSameArgument("intfBacklog", intfBacklog.get(), sm->intfBacklog().get());
+      return sm;
+   }
+   return intfBacklogSm_ = intfBacklogSmFactory(
+                vrfName, vrfId, systemClock, std::move(ipStatus), std::move(ip6Status),
+                std::move(ipv4ViaConfig), std::move(route4Config), std::move(route4OrmoConfig),
+                std::move(ipv6ViaConfig), std::move(route6Config), std::move(route6OrmoConfig),
+                std::move(viaSetConfig), std::move(intfBacklog));
+}
+
+Vok::Ptr<VrfIpIntfStatusSm> ContainerSm::vrfIpIntfStatusSmIs(
+      const L3::VrfName& vrfName, Vok::Ptr<const Ip::Status> ipStatus,
+      Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm,
+      Vok::Ptr<const KernelIntfStatus> kernelIntfStatus, Vok::Ptr<const IvoState> ivoState,
+      Vok::Ptr<VrfReadyStatus> vrfReadyStatus) {
+   if (vrfIpIntfStatusSm_) {
+      checkSameWatcher(*vrfIpIntfStatusSm_, vrfName, ipStatus.get(), intfBacklog.get(),
+                       intfBacklogSm.get(), kernelIntfStatus.get(), ivoState.get(),
+                       vrfReadyStatus.get());
+      return vrfIpIntfStatusSm_;
+   }
+   return vrfIpIntfStatusSm_ = Vok::make<VrfIpIntfStatusSm>(
+                vrfName, std::move(ipStatus), std::move(intfBacklog), std::move(intfBacklogSm),
+                std::move(kernelIntfStatus), std::move(ivoState), std::move(vrfReadyStatus));
+}
+
+Vok::Ptr<VrfIp6IntfStatusSm> ContainerSm::vrfIp6IntfStatusSmIs(
+      const L3::VrfName& vrfName, Vok::Ptr<const Ip6::Status> ip6Status,
+      Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm,
+      Vok::Ptr<const KernelIntfStatus> kernelIntfStatus, Vok::Ptr<const IvoState> ivoState,
+      Vok::Ptr<VrfReadyStatus> vrfReadyStatus) {
+   if (vrfIp6IntfStatusSm_) {
+      checkSameWatcher(*vrfIp6IntfStatusSm_, vrfName, ip6Status.get(), intfBacklog.get(),
+                       intfBacklogSm.get(), kernelIntfStatus.get(), ivoState.get(),
+                       vrfReadyStatus.get());
+      return vrfIp6IntfStatusSm_;
+   }
+   return vrfIp6IntfStatusSm_ = Vok::make<VrfIp6IntfStatusSm>(
+                vrfName, std::move(ip6Status), std::move(intfBacklog), std::move(intfBacklogSm),
+                std::move(kernelIntfStatus), std::move(ivoState), std::move(vrfReadyStatus));
 }
 
 }  // namespace Routing::ConnectedRoute

@@ -40,6 +40,29 @@ class ContainerSm final : public Vok::Entity {
    void doCleanup();
    void hasNotificationActiveIs(bool active);
 
+   // Owned children: each is created from its arguments unless it exists;
+   // an existing one built from another argument raises
+   // Vok::ReinstantiationError naming that argument.
+   Vok::Ptr<KernelIntfStatus> kernelIntfStatusIs(
+         const L3::VrfName& vrfName, Vok::Ptr<const Interface::DeviceIntfStatusDir> dir);
+   Vok::Ptr<IntfBacklogSm> intfBacklogSmIs(
+         const L3::VrfName& vrfName, VrfId vrfId, Vok::ActivityManager* systemClock,
+         Vok::Ptr<const Ip::Status> ipStatus, Vok::Ptr<const Ip6::Status> ip6Status,
+         Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig, Vok::Ptr<Rib::RouteConfig> route4Config,
+         Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig, Vok::Ptr<Rib::Ip::ViaConfig> ipv6ViaConfig,
+         Vok::Ptr<Rib::RouteConfig> route6Config, Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig,
+         Vok::Ptr<Rib::ViaSetConfig> viaSetConfig, Vok::Ptr<IntfBacklog> intfBacklog);
+   Vok::Ptr<VrfIpIntfStatusSm> vrfIpIntfStatusSmIs(
+         const L3::VrfName& vrfName, Vok::Ptr<const Ip::Status> ipStatus,
+         Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm,
+         Vok::Ptr<const KernelIntfStatus> kernelIntfStatus, Vok::Ptr<const IvoState> ivoState,
+         Vok::Ptr<VrfReadyStatus> vrfReadyStatus);
+   Vok::Ptr<VrfIp6IntfStatusSm> vrfIp6IntfStatusSmIs(
+         const L3::VrfName& vrfName, Vok::Ptr<const Ip6::Status> ip6Status,
+         Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm,
+         Vok::Ptr<const KernelIntfStatus> kernelIntfStatus, Vok::Ptr<const IvoState> ivoState,
+         Vok::Ptr<VrfReadyStatus> vrfReadyStatus);
+
    // The table paths of a VRF.
    static std::string rib4Path(VrfId vrfId);
    static std::string rib6Path(VrfId vrfId);

@@ -242,10 +242,8 @@ Vok::Ptr<ContainerSm> RootSm::containerSmIs(const L3::VrfName& vrfName, Vrf::Vrf
       if (existing->vrfId() != vrfId) {
          throw Vok::ReinstantiationError("vrfId", vrfId.toString(), existing->vrfId().toString());
       }
-      if (existing->vrfReadyStatus() != vrfReadyStatus) {
-         throw Vok::ReinstantiationError("vrfReadyStatus", Vok::pointerText(vrfReadyStatus.get()),
-                                         Vok::pointerText(existing->vrfReadyStatus().get()));
-      }
+      Vok::checkSameArgument("vrfReadyStatus", vrfReadyStatus.get(),
+                             existing->vrfReadyStatus().get());
       return existing;
    }
    auto container = Vok::make<ContainerSm>(

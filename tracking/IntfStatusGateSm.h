@@ -106,9 +106,10 @@ class IntfStatusGateSm : public Vok::Entity {
                                Vok::Ptr<IntfBacklogSm> intfBacklogSm) {
       if (Vok::Ptr<Machine>* existing = machines_.lookup(intfId)) {
          const Machine& m = **existing;
-         checkSame(Family::kStatusAttribute, status.get(), Family::machineStatus(m).get());
-         checkSame("intfBacklog", intfBacklog.get(), m.intfBacklog().get());
-         checkSame("intfBacklogSm", intfBacklogSm.get(), m.intfBacklogSm().get());
+         Vok::checkSameArgument(std::string(Family::kStatusAttribute), status.get(),
+                                Family::machineStatus(m).get());
+         Vok::checkSameArgument("intfBacklog", intfBacklog.get(), m.intfBacklog().get());
+         Vok::checkSameArgument("intfBacklogSm", intfBacklogSm.get(), m.intfBacklogSm().get());
          return *existing;
       }
       Vok::Ptr<Machine> machine =
@@ -179,13 +180,6 @@ class IntfStatusGateSm : public Vok::Entity {
       ZIPMARK(1, "handleIntfId", Zipmark::text(" intf=", intfId.name()),
               Zipmark::text(Family::kDeleteMark, ""));
       machineDel(intfId);
-   }
-
-   static void checkSame(std::string_view attribute, const void* wanted, const void* current) {
-      if (wanted != current) {
-         throw Vok::ReinstantiationError(std::string(attribute), Vok::pointerText(wanted),
-                                         Vok::pointerText(current));
-      }
    }
 
    // Visits the keys in map order; the walk stays well defined when a visit

@@ -126,6 +126,10 @@ class VrfIntfStatusWatcherSm : public Vok::Entity {
       backlogReactor_->notifierIs(std::move(backlog));
    }
    void intfBacklogDel() { intfBacklogIs(nullptr); }
+   const Vok::Ptr<IntfBacklogSm>& intfBacklogSm() const noexcept { return intfBacklogSm_; }
+   const Vok::Ptr<const KernelIntfStatus>& kernelIntfStatus() const noexcept {
+      return kernelIntfStatus_;
+   }
    const Vok::Ptr<const IvoState>& ivoState() const noexcept { return ivoReactor_->notifier(); }
    void ivoStateIs(Vok::Ptr<const IvoState> ivo) { ivoReactor_->notifierIs(std::move(ivo)); }
    const Vok::Ptr<VrfReadyStatus>& vrfReadyStatus() const noexcept { return vrfReadyStatus_; }

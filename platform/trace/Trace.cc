@@ -144,12 +144,6 @@ void traceSinkIs(std::function<void(const TraceLine&)> sink) {
    TraceRegistry::instance().sinkIs(std::move(sink));
 }
 
-std::string pointerText(const void* object) {
-   std::ostringstream os;
-   os << object;
-   return os.str();
-}
-
 std::string qualifiedFunctionName(std::string_view pretty) {
    // The parameter list opens at the first '(' outside template arguments
    // that is not part of "operator()".

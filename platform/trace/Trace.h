@@ -16,6 +16,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/vok/Errors.h"  // pointerText, for objects without a name
+
 namespace Vok {
 
 struct TraceLine {
@@ -47,8 +49,6 @@ class TraceHandle {
 void traceConfigIs(std::string_view config);
 // Where lines go; the default writes them to stderr. Null restores it.
 void traceSinkIs(std::function<void(const TraceLine&)> sink);
-// An object's address as trace lines print it, for objects without a name.
-std::string pointerText(const void* object);
 // "Routing::ConnectedRoute::IntfBacklog::doAddBacklog" from a
 // __PRETTY_FUNCTION__ text.
 std::string qualifiedFunctionName(std::string_view prettyFunction);

@@ -42,6 +42,18 @@ class ReinstantiationError : public std::logic_error {
                  " than the current value of " + oldValue) {}
 };
 
+// An object's address as traces and errors print it.
+std::string pointerText(const void* object);
+
+// The check behind every owned-child setter: the child that exists must have
+// been built from this very argument.
+inline void checkSameArgument(const std::string& attribute, const void* wanted,
+                              const void* current) {
+   if (wanted != current) {
+      throw ReinstantiationError(attribute, pointerText(wanted), pointerText(current));
+   }
+}
+
 // Text of the range error raised when a null entity is handed to a collection
 // setter. The trailing double-quote is part of the runtime's historical text.
 inline std::string nullMutatorParameterText(const std::string& attribute,

@@ -219,6 +219,36 @@ TEST_F(Root, ANullLocalStatusIsRefusedWithTheRuntimeText) {
    }
 }
 
+TEST_F(Root, AContainersChildrenAreNotRebuiltFromOtherArguments) {
+   h.start();
+   h.vrfId("default", 0);
+   Vok::Ptr<ContainerSm> c = h.root->containerSm(L3::VrfName("default"));
+   EXPECT_EQ(c->kernelIntfStatusIs(c->vrfName(), c->kernelIntfStatusDir()), c->kernelIntfStatus());
+   auto otherDir = Vok::make<Interface::DeviceIntfStatusDir>();
+   EXPECT_THROW(c->kernelIntfStatusIs(c->vrfName(), otherDir), Vok::ReinstantiationError);
+   auto sm = c->intfBacklogSm();
+   try {
+      c->intfBacklogSmIs(c->vrfName(), c->vrfId(), &h.am, sm->ipStatus(), sm->ip6Status(),
+                         sm->ipv4ViaConfig(), sm->route4Config(), sm->route4OrmoConfig(),
+                         sm->ipv6ViaConfig(), sm->route6Config(), sm->route6OrmoConfig(),
+                         Rib::ViaSetConfig::create(), sm->intfBacklog());
+      FAIL() << "accepted";
+   } catch (const Vok::ReinstantiationError& e) {
+      EXPECT_TRUE(std::string(e.what()).find("attribute _viaSetConfig has a different value") !=
+                  std::string::npos)
+            << e.what();
+   }
+   auto w = c->vrfIpIntfStatusSm();
+   EXPECT_THROW(c->vrfIpIntfStatusSmIs(c->vrfName(), w->ipStatus(), w->intfBacklog(),
+                                       w->intfBacklogSm(), w->kernelIntfStatus(), w->ivoState(),
+                                       Vok::make<VrfReadyStatus>(c->vrfName())),
+                Vok::ReinstantiationError);
+   EXPECT_EQ(c->vrfIp6IntfStatusSmIs(c->vrfName(), c->vrfIp6IntfStatusSm()->ipStatus(),
+                                     w->intfBacklog(), w->intfBacklogSm(), w->kernelIntfStatus(),
+                                     w->ivoState(), w->vrfReadyStatus()),
+             c->vrfIp6IntfStatusSm());
+}
+
 TEST_F(Root, StoppingDeletesEveryContainer) {
    h.start();
    const std::size_t baseMounts = h.shared.entityManager->mountCount();
