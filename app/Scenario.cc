@@ -6,8 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "app/ScenarioValues.h"
 #include "platform/ovel/IpGenPrefix.h"
-#include "platform/vok/Errors.h"
 
 namespace App {
 
@@ -15,136 +15,11 @@ using nlohmann::json;
 
 namespace {
 
+using namespace ScenarioValues;
+
 const std::set<std::string> kEnvironment = {"CONNECTEDROUTE_INTFENTRY_WITHOUT_KERNEL_INTF",
                                             "INTERFACEROUTEINFOSM_TEST", "ZMFILE"};
 const std::set<std::string> kToggles = {"VrfScaleToggle"};
-
-// Reads one step's value, recording the fields it used so that a field
-// nobody reads (a typo) is an error rather than silently ignored.
-class Reader {
- public:
-   Reader(const json& value, std::string where) : value_(value), where_(std::move(where)) {}
-
-   [[noreturn]] void fail(const std::string& what) const { throw ScenarioError(where_ + what); }
-
-   const json& object() const {
-      if (!value_.is_object()) {
-         fail("expected an object, got " + std::string(value_.type_name()));
-      }
-      return value_;
-   }
-   bool has(const std::string& field) const { return object().contains(field); }
-   const json& field(const std::string& name) {
-      used_.insert(name);
-      if (!has(name)) {
-         fail("missing field '" + name + "'");
-      }
-      return value_.at(name);
-   }
-   template <class Parse>
-   auto get(const std::string& name, Parse parse) {
-      const json& v = field(name);
-      try {
-         return parse(v);
-      } catch (const ScenarioError&) {
-         throw;
-      } catch (const std::exception& e) {
-         fail("field '" + name + "': " + e.what());
-      }
-   }
-   template <class Parse>
-   auto maybe(const std::string& name, Parse parse) -> std::optional<decltype(parse(json()))> {
-      if (!has(name)) {
-         return std::nullopt;
-      }
-      return get(name, parse);
-   }
-   void done() const {
-      for (const auto& [key, v] : object().items()) {
-         if (!used_.contains(key)) {
-            fail("unknown field '" + key + "'");
-         }
-      }
-   }
-
- private:
-   const json& value_;
-   std::string where_;
-   std::set<std::string> used_;
-};
-
-std::string text(const json& v) {
-   if (!v.is_string()) {
-      throw std::invalid_argument("expected a string, got " + std::string(v.type_name()));
-   }
-   return v.get<std::string>();
-}
-bool boolean(const json& v) {
-   if (!v.is_boolean()) {
-      throw std::invalid_argument("expected true or false, got " + std::string(v.type_name()));
-   }
-   return v.get<bool>();
-}
-template <class Parse>
-auto list(const json& v, Parse parse) {
-   if (!v.is_array()) {
-      throw std::invalid_argument("expected a list, got " + std::string(v.type_name()));
-   }
-   std::vector<decltype(parse(json()))> out;
-   for (const json& item : v) {
-      out.push_back(parse(item));
-   }
-   return out;
-}
-
-L3::VrfName vrfName(const json& v) { return L3::VrfName(text(v)); }
-Ovel::IntfId intfId(const json& v) { return Ovel::IntfId::parse(text(v)); }
-Ovel::NamespaceName netns(const json& v) { return Ovel::NamespaceName(text(v)); }
-Ovel::IpAddrWithMask v4(const json& v) {
-   const std::string t = text(v);
-   return t == "none" ? Ovel::IpAddrWithMask() : Ovel::IpAddrWithMask::parse(t);
-}
-Ovel::Ip6AddrWithMask v6(const json& v) { return Ovel::Ip6AddrWithMask::parse(text(v)); }
-std::string device(const json& v) {
-   std::string t = text(v);
-   if (t.empty() || t.size() > 15 || t.find_first_of(" /") != std::string::npos) {
-      throw std::invalid_argument("bad device name '" + t + "' (1 to 15 characters, no space or /)");
-   }
-   return t;
-}
-Vrf::VrfIdMap::VrfId vrfId(const json& v) {
-   if (v.is_string()) {
-      return Vrf::VrfIdMap::VrfId::parse(v.get<std::string>());
-   }
-   if (!v.is_number_unsigned() || v.get<std::uint64_t>() > 0xFFFFFFFFull) {
-      throw std::invalid_argument("expected a VRF identifier 0..4294967295 or \"invalid\"");
-   }
-   return Vrf::VrfIdMap::VrfId(static_cast<std::uint32_t>(v.get<std::uint64_t>()));
-}
-std::map<L3::VrfName, Vrf::VrfIdMap::VrfId> idMap(const json& v) {
-   if (!v.is_object()) {
-      throw std::invalid_argument("expected an object of VRF names to identifiers");
-   }
-   std::map<L3::VrfName, Vrf::VrfIdMap::VrfId> out;
-   for (const auto& [name, id] : v.items()) {
-      try {
-         out.emplace(L3::VrfName(name), vrfId(id));
-      } catch (const std::exception& e) {
-         throw std::invalid_argument("VRF '" + name.substr(0, 40) + "': " + e.what());
-      }
-   }
-   return out;
-}
-Vok::Seconds duration(const json& v) {
-   if (v.is_number()) {
-      const double seconds = v.get<double>();
-      if (seconds < 0) {
-         throw std::invalid_argument("negative duration");
-      }
-      return seconds;
-   }
-   return parseDuration(text(v));
-}
 
 Action vrfIdMapStep(Reader& r) {
    VrfIdMapStep s{};
