@@ -178,7 +178,19 @@ std::string qualifiedFunctionName(std::string_view pretty) {
          break;
       }
    }
-   return std::string(head.substr(start));
+   // Template parameter lists ("Watcher<Family>::") say nothing to a reader.
+   std::string name;
+   depth = 0;
+   for (char c : head.substr(start)) {
+      if (c == '<') {
+         ++depth;
+      } else if (c == '>') {
+         --depth;
+      } else if (depth == 0) {
+         name += c;
+      }
+   }
+   return name;
 }
 
 }  // namespace Vok

@@ -76,6 +76,8 @@ TEST(QualifiedFunctionName, StripsReturnTypeAndParameters) {
    EXPECT_EQ(Vok::qualifiedFunctionName("std::pair<int, bool> A::g() const"), "A::g");
    EXPECT_EQ(Vok::qualifiedFunctionName("A::C::C(int)"), "A::C::C");
    EXPECT_EQ(Vok::qualifiedFunctionName("void A::operator()(int)"), "A::operator()");
+   EXPECT_EQ(Vok::qualifiedFunctionName("void A::Watcher<Family>::handle() [with Family = B]"),
+             "A::Watcher::handle");
 }
 
 TEST(Zipmark, RecordsDecodeToLabelledText) {
@@ -95,6 +97,7 @@ TEST(Zipmark, RecordsDecodeToLabelledText) {
              "1 handleActiveAddress vrf=red intf=Ethernet1 addr=10.1.1.5/24 a6=2001:db8::1/64 "
              "n=-3 missing=true\n");
    Zipmark::levelsIs("");
+   std::remove(Zipmark::fileName().c_str());
 }
 
 TEST(Zipmark, DecoderRejectsForeignAndTruncatedFiles) {
