@@ -32,15 +32,21 @@ std::size_t routeCount(Testing::VrfHarness& h) {
    return h.tables.route4->routeCount() + h.tables.route6->routeCount();
 }
 
+// A VRF with every interface's kernel device present, nothing configured.
+std::unique_ptr<Testing::VrfHarness> devicesUp(Agent::StartupMode mode) {
+   auto h = std::make_unique<Testing::VrfHarness>(mode, 1e-6);
+   for (int i = 0; i < kInterfaces; ++i) {
+      h->kernelUp(name(i));
+   }
+   return h;
+}
+
 void BM_NothingToReady(benchmark::State& state) {
    double virtualSeconds = 0;
    std::size_t routes = 0;
    for (auto _ : state) {
       state.PauseTiming();
-      auto h = std::make_unique<Testing::VrfHarness>(Agent::StartupMode::hitlessRestart, 1e-6);
-      for (int i = 0; i < kInterfaces; ++i) {
-         h->kernelUp(name(i));
-      }
+      auto h = devicesUp(Agent::StartupMode::hitlessRestart);
       const double start = h->time.peek();
       state.ResumeTiming();
       configure(*h);
@@ -65,10 +71,7 @@ void BM_RemoveEverything(benchmark::State& state) {
    std::size_t routes = 0;
    for (auto _ : state) {
       state.PauseTiming();
-      auto h = std::make_unique<Testing::VrfHarness>(Agent::StartupMode::coldStart, 1e-6);
-      for (int i = 0; i < kInterfaces; ++i) {
-         h->kernelUp(name(i));
-      }
+      auto h = devicesUp(Agent::StartupMode::coldStart);
       configure(*h);
       h->drain();
       routes = routeCount(*h);
