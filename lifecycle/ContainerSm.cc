@@ -42,16 +42,16 @@ ContainerSm::ContainerSm(
    try {
       handleInitialized();
    } catch (...) {
-      // The destructor will not run: give back what outlives this object.
-      // Mounts unmount themselves as their members go.
-      if (kniMount_) {
-         intfStatusManagerRoot_->intfStatusManagerDel(netNs_);
-      }
+      // The destructor will not run: give back what outlives this object
+      // (the namespace manager's use, mounts, via sets) the way it would.
+      teardown();
       throw;
    }
 }
 
-ContainerSm::~ContainerSm() {
+ContainerSm::~ContainerSm() { teardown(); }
+
+void ContainerSm::teardown() noexcept {
    doCleanup();
    intfBacklog_ = nullptr;
    intfBacklogSm_ = nullptr;
@@ -138,19 +138,25 @@ void ContainerSm::doKniInit() {
       auto local = Vok::ValidPtr<const Ip::AllVrfStatusLocal>(allVrfStatusLocal_.get())->vrf(vrfName_);
       netNs_ = Vok::ValidPtr<Ip::VrfStatusLocal>(local)->netNsName();
    }
-   kernelIntfStatusDir_ = Vok::make<Interface::DeviceIntfStatusDir>();
+   auto ownDir = Vok::make<Interface::DeviceIntfStatusDir>();
    kniMount_ = Vok::ValidPtr<const Kordb::EntityManager>(entityManager_.get())
                      ->mount(kniPath(netNs_), "KernelNetInfo::Status", {},
                              Kordb::MountMode::readOnly);
    kniStatus_ = kniMount_->entityAs<KernelNetInfo::Status>();
-   Vok::ValidPtr<Interface::NetNsIntfStatusManagerRoot>(intfStatusManagerRoot_)
-         ->intfStatusManagerIs(kernelIntfStatusDir_, kniStatus_, netNs_);
+   // Another VRF of the same namespace may already run its manager: then
+   // this VRF shares that manager's directory instead of its own.
+   kernelIntfStatusDir_ = Vok::ValidPtr<Interface::NetNsIntfStatusManagerRoot>(intfStatusManagerRoot_)
+                                ->intfStatusManagerIs(ownDir, kniStatus_, netNs_);
+   usesIntfStatusManager_ = true;
 }
 
 void ContainerSm::doKniDelete() {
    VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(),
              "Unmounting kniStatus and deleting KernelIntfStatusManager for vrf : " << vrfName_);
-   intfStatusManagerRoot_->intfStatusManagerDel(netNs_);
+   if (usesIntfStatusManager_) {
+      intfStatusManagerRoot_->intfStatusManagerDel(netNs_);
+      usesIntfStatusManager_ = false;
+   }
    if (kniMount_) {
       kniMount_->unmount();
    }
@@ -158,8 +164,10 @@ void ContainerSm::doKniDelete() {
 
 void ContainerSm::clearState() {
    for (const auto& via : {ipv4ViaConfig_, ipv6ViaConfig_}) {
-      via->viaDelAll();
-      via->viaMapDelAll();
+      if (via) {  // absent only in a container whose build stopped early
+         via->viaDelAll();
+         via->viaMapDelAll();
+      }
    }
    if (vrfScaleToggle().enabled()) {
       route4OrmoConfig_->vrfDelAll(vrfId_);
@@ -186,19 +194,21 @@ void ContainerSm::doCleanup() {
       route4Mount_ = nullptr;
       route6Mount_ = nullptr;
    }
-   if (auto v4 = ipStatus_ ? ipStatus_->vrfIpIntfStatus(vrfName_) : nullptr) {
+   if (auto v4 = ipStatus_ && intfBacklogSm_ ? ipStatus_->vrfIpIntfStatus(vrfName_) : nullptr) {
       for (auto it = v4->ipIntfStatus().begin(); it != v4->ipIntfStatus().end(); ++it) {
          intfBacklogSm_->delViaSetKey(it->first, Ovel::AddressFamily::ipv4);
       }
    }
-   if (auto v6 = ip6Status_ ? ip6Status_->vrfIp6IntfStatus(vrfName_) : nullptr) {
+   if (auto v6 = ip6Status_ && intfBacklogSm_ ? ip6Status_->vrfIp6IntfStatus(vrfName_) : nullptr) {
       for (auto it = v6->ip6IntfStatus().begin(); it != v6->ip6IntfStatus().end(); ++it) {
          intfBacklogSm_->delViaSetKey(it->first, Ovel::AddressFamily::ipv6);
       }
    }
    clearState();
    for (const auto& mount : {via4Mount_, via6Mount_}) {
-      mount->unmount();
+      if (mount) {
+         mount->unmount();
+      }
    }
    via4Mount_ = nullptr;
    via6Mount_ = nullptr;

@@ -94,6 +94,9 @@ class ContainerSm final : public Vok::Entity {
    Vok::Ptr<VokPlim::Mount> mountTable(const std::string& path, std::string_view type,
                                        std::string_view collection, std::size_t size);
    void clearState();
+   // Everything the destructor undoes, in its order; safe on a container
+   // whose build stopped half-way.
+   void teardown() noexcept;
 
    // Constructor arguments.
    Vok::Ptr<const Kordb::EntityManager> entityManager_;
@@ -125,6 +128,7 @@ class ContainerSm final : public Vok::Entity {
    Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
    Vok::Ptr<VrfIpIntfStatusSm> vrfIpIntfStatusSm_;
    Vok::Ptr<VrfIp6IntfStatusSm> vrfIp6IntfStatusSm_;
+   bool usesIntfStatusManager_ = false;  // holds one use of the namespace's manager
    bool notificationActive_ = true;
    bool initialized_ = false;
 };

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <vector>
 
@@ -98,22 +99,36 @@ RootSm::RootSm(Vok::Ptr<const Kordb::EntityManager> entityManager,
         dir_(std::move(dir)),
         ivoState_(std::move(ivoState)) {
    const ConstructionReference referenced(*this);
-   Vok::ValidPtr<Vrf::VrfIdMap::NameToIdMapWrapper> wrapper(nameToIdMapWrapper_);
-   Vok::ValidPtr<const Ip::AllVrfStatusLocal> local(allVrfStatusLocal_.get());
-   wrapperReactor_ = std::make_unique<VokNameToIdMapWrapper>(nameToIdMapWrapper_, *this);
-   localReactor_ = std::make_unique<VokAllVrfStatusLocal>(allVrfStatusLocal_, *this);
-   mapReactor_ = std::make_unique<VokNameToIdMap>(nullptr, *this);
-   for (const auto& [name, status] : allVrfStatusLocal_->vrf()) {
-      handleVrfStatusLocal(name);
+   try {
+      Vok::ValidPtr<Vrf::VrfIdMap::NameToIdMapWrapper> wrapper(nameToIdMapWrapper_);
+      Vok::ValidPtr<const Ip::AllVrfStatusLocal> local(allVrfStatusLocal_.get());
+      wrapperReactor_ = std::make_unique<VokNameToIdMapWrapper>(nameToIdMapWrapper_, *this);
+      localReactor_ = std::make_unique<VokAllVrfStatusLocal>(allVrfStatusLocal_, *this);
+      mapReactor_ = std::make_unique<VokNameToIdMap>(nullptr, *this);
+      for (const auto& [name, status] : allVrfStatusLocal_->vrf()) {
+         handleVrfStatusLocal(name);
+      }
+      handleInitialized();
+      mapReactor_->notifierIs(nameToIdMapWrapper_->nameToIdMap());
+   } catch (...) {
+      // The destructor will not run, and members would go in reverse
+      // declaration order, containers before the watchers whose end
+      // deletes them: tear down in the destructor's order instead.
+      teardown();
+      throw;
    }
-   handleInitialized();
-   mapReactor_->notifierIs(nameToIdMapWrapper_->nameToIdMap());
 }
 
-RootSm::~RootSm() {
-   wrapperReactor_->isZombieIs(true);
-   mapReactor_->isZombieIs(true);
-   localReactor_->isZombieIs(true);
+RootSm::~RootSm() { teardown(); }
+
+void RootSm::teardown() noexcept {
+   for (auto* reactor : {static_cast<Vok::ReactorBase*>(wrapperReactor_.get()),
+                         static_cast<Vok::ReactorBase*>(mapReactor_.get()),
+                         static_cast<Vok::ReactorBase*>(localReactor_.get())}) {
+      if (reactor) {
+         reactor->isZombieIs(true);
+      }
+   }
    for (auto& [name, watcher] : watchers_) {
       watcher->rootDel();
    }
@@ -212,6 +227,17 @@ void RootSm::doCreateOrDeleteContainer(const L3::VrfName& name) {
       wanted = true;
    }
    const bool exists = containers_.contains(name);
+   if (wanted && !exists) {
+      if (const L3::VrfName* holder = vrfIdHolder(*id)) {
+         // Two served VRFs with one identifier would share (and clear) each
+         // other's tables: the first keeps them, this one waits its turn.
+         VOK_TRACE(connectedRouteTrace(), 0, describe(),
+                   "VRF id " << id->value() << " already used by VRF " << *holder
+                             << ", not serving VRF " << name << " while it is");
+         waitingForVrfId_.insert(name);
+         wanted = false;
+      }
+   }
    if (wanted == exists) {
       // A changed identifier alone does not rebuild the container.
       VOK_TRACE(connectedRouteTrace(), 8, describe(),
@@ -268,6 +294,26 @@ void RootSm::doDeleteContainer(L3::VrfName vrfName) {
    containers_.erase(it);
    VOK_ASSERT(container->references() == 1, "container->references() == 1");
    container = nullptr;  // its destructor tears the VRF down
+   if (!zombie_ && !deletingAll_) {
+      serveVrfsWaitingForTheirId();
+   }
+}
+
+const L3::VrfName* RootSm::vrfIdHolder(Vrf::VrfIdMap::VrfId vrfId) const {
+   for (const auto& [name, container] : containers_) {
+      if (container->vrfId() == vrfId) {
+         return &name;
+      }
+   }
+   return nullptr;
+}
+
+void RootSm::serveVrfsWaitingForTheirId() {
+   std::set<L3::VrfName> waiting;
+   waiting.swap(waitingForVrfId_);
+   for (const L3::VrfName& name : waiting) {
+      doCreateOrDeleteContainer(name);  // waits again if its identifier is still taken
+   }
 }
 
 void RootSm::doDeleteContainer() {
@@ -276,9 +322,12 @@ void RootSm::doDeleteContainer() {
    for (const auto& [name, container] : containers_) {
       names.vrfNameIs(name);
    }
+   deletingAll_ = true;
    for (const L3::VrfName& name : names.vrfName()) {
       doDeleteContainer(name);
    }
+   deletingAll_ = false;
+   waitingForVrfId_.clear();
 }
 
 void RootSm::hasNotificationActiveIs(bool active) {
@@ -304,12 +353,12 @@ void RootSm::vokDoZombieReactors(bool zombie) {
    if (zombie == zombie_) {
       return;
    }
+   zombie_ = zombie;
    mapReactor_->isZombieIs(zombie);
    localReactor_->isZombieIs(zombie);
    for (auto& [name, watcher] : watchers_) {
       watcher->isZombieIs(zombie);  // a zombie watcher deletes its VRF's container
    }
-   zombie_ = zombie;
 }
 
 }  // namespace Routing::ConnectedRoute

@@ -6,10 +6,16 @@
 // and it is either "default" or locally active. The decision is re-taken
 // whenever an input of it changes: a map entry, the map itself, a VRF's
 // local state. Removing a VRF's local status deletes its container at once.
+//
+// Identifiers come from another agent's map, which may (briefly or by
+// mistake) give two names one identifier. Only one VRF is served per
+// identifier: the one whose container exists keeps it; the other is traced
+// and served once the identifier is free again.
 #pragma once
 
 #include <map>
 #include <memory>
+#include <set>
 
 #include "lifecycle/ContainerSm.h"
 #include "lifecycle/VrfNameSet.h"
@@ -69,6 +75,14 @@ class RootSm final : public Vok::Entity {
    class VrfStatusLocalSm;
 
    void handleVrfStatusLocal(const L3::VrfName& vrfName);
+   // Everything the destructor undoes, in its order; safe on a root whose
+   // construction stopped half-way.
+   void teardown() noexcept;
+   // The VRF whose container was built with this identifier, if any.
+   const L3::VrfName* vrfIdHolder(Vrf::VrfIdMap::VrfId vrfId) const;
+   // Re-decides the VRFs that were refused because a container held their
+   // identifier; run whenever a container goes.
+   void serveVrfsWaitingForTheirId();
    std::string describe() const { return "root"; }
 
    Vok::Ptr<const Kordb::EntityManager> entityManager_;
@@ -93,8 +107,10 @@ class RootSm final : public Vok::Entity {
    Vok::Ptr<AllVrfReadyStatus> allVrfReadyStatus_;
    Vok::Ptr<AllVrfRibReadySm> allVrfRibReadySm_;
    Vok::Ptr<Interface::NetNsIntfStatusManagerRoot> intfStatusManagerRoot_;
+   std::set<L3::VrfName> waitingForVrfId_;
    bool notificationActive_ = true;
    bool zombie_ = false;
+   bool deletingAll_ = false;
    bool initialized_ = false;
 };
 

@@ -130,15 +130,30 @@ void IpIntfSm::updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del) {
    const Ovel::IpGenAddrWithMask genAddr(addr);
    const Ovel::IpGenPrefix network(addr.subnet(), 32);
    const Ovel::IpGenPrefix broadcast(addr.broadcast(), 32);
+   // Linux accepts an address equal to its subnet's network or broadcast
+   // address and gives it a local route. Its host entry already claims that
+   // /32 under the same candidate key, so the network or broadcast entry
+   // would overwrite the receive route and be removed twice: leave it out.
+   const bool networkIsHost = addr.subnet() == addr.addr();
+   const bool broadcastIsHost = addr.broadcast() == addr.addr();
    if (del) {
-      remove(network, genAddr);
-      remove(broadcast, genAddr);
+      if (!networkIsHost) {
+         remove(network, genAddr);
+      }
+      if (!broadcastIsHost) {
+         remove(broadcast, genAddr);
+      }
       return;
    }
    // The count belongs to the address as a whole, so it is not moved here.
    const IntfViaSetKey keys =
          intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
-   add(network, genAddr, Fib::RouteType::networkOrBroadcastReceive, keys.rxBcastViaSetKey());
+   if (!networkIsHost) {
+      add(network, genAddr, Fib::RouteType::networkOrBroadcastReceive, keys.rxBcastViaSetKey());
+   }
+   if (broadcastIsHost) {
+      return;
+   }
    const auto& status = ipIntfStatus();
    if (status && status->directedBroadcastEnabled()) {
       add(broadcast, genAddr, Fib::RouteType::directedBroadcast, keys.directedBcastViaSetKey());
@@ -147,13 +162,33 @@ void IpIntfSm::updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del) {
    }
 }
 
+bool IpIntfSm::listedAsActiveSecondary(const Ovel::IpAddrWithMask& addr) const {
+   const auto& status = ipIntfStatus();
+   const std::optional<bool> active =
+         status ? status->activeSecondaryWithMask(addr) : std::optional<bool>();
+   return active && *active;
+}
+
+void IpIntfSm::releaseRole(const Ovel::IpAddrWithMask& addr, bool otherRoleHolds) {
+   if (!otherRoleHolds || addr.addr().isZero()) {
+      updateIntfIdsByPrefix(addr, true);
+      return;
+   }
+   // The address's other role still claims every entry: give back only the
+   // count this role took. The other role's count keeps the keys alive.
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " kept by its other role");
+   intfBacklogSm_->doReleaseViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
+}
+
 void IpIntfSm::handleActiveAddress(const Ovel::IpAddrWithMask& addr) {
    VOK_TRACE(connectedRouteTrace(), 8, describe(), "addr=" << addr << " prev=" << prevActiveAddr_);
    ZIPMARK(1, "handleActiveAddress", Zipmark::text("vrf=", vrfName().str()),
            Zipmark::text(" intf=", intfId_.name()), am4(" addr=", addr),
            am4(" prevAddr=", prevActiveAddr_));
    if (prevActiveAddr_ != addr) {
-      updateIntfIdsByPrefix(prevActiveAddr_, true);
+      // A promoted secondary keeps its entries when the old active address
+      // was itself listed as a secondary too.
+      releaseRole(prevActiveAddr_, listedAsActiveSecondary(prevActiveAddr_));
    }
    // Also when unchanged: a repeat adds (and counts) the address again.
    updateIntfIdsByPrefix(addr, false);
@@ -169,7 +204,14 @@ void IpIntfSm::handleSecondaryAddress(const Ovel::IpAddrWithMask& addr) {
    ZIPMARK(1, "handleSecondaryAddress", Zipmark::text("vrf=", vrfName().str()),
            Zipmark::text(" intf=", intfId_.name()), am4(" addr=", addr),
            Zipmark::boolean(" missing=", missing));
-   updateIntfIdsByPrefix(addr, missing);
+   if (missing) {
+      // The kernel promotes a secondary by announcing it as the active
+      // address while it is still listed: its secondary role then goes
+      // while its active role keeps the routes.
+      releaseRole(addr, addr == prevActiveAddr_);
+      return;
+   }
+   updateIntfIdsByPrefix(addr, false);
 }
 
 void IpIntfSm::handleDirectedBroadcast() {
@@ -207,12 +249,16 @@ void IpIntfSm::handleIntfDeletion() {
    ZIPMARK(1, "handleIntfDeletion", Zipmark::text("vrfName=", vrfName().str()),
            Zipmark::text(" intf=", intfId_.name()));
    const auto& status = ipIntfStatus();
-   // What the status lists now, not what was last handed to the store.
-   updateIntfIdsByPrefix(status ? status->activeAddrWithMask() : Ovel::IpAddrWithMask(), true);
+   // What the status lists now, not what was last handed to the store. An
+   // active address also listed as a secondary gives back its count here
+   // and its entries with the secondary below.
+   const Ovel::IpAddrWithMask active = status ? status->activeAddrWithMask() : Ovel::IpAddrWithMask();
+   releaseRole(active, listedAsActiveSecondary(active));
+   prevActiveAddr_ = Ovel::IpAddrWithMask();
    if (!status) {
       return;
    }
-   for (const auto& [secondary, active] : status->activeSecondaryWithMask()) {
+   for (const auto& [secondary, listedActive] : status->activeSecondaryWithMask()) {
       updateIntfIdsByPrefix(secondary, true);
    }
 }

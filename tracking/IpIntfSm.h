@@ -11,6 +11,13 @@
 // active address handed in again is added (and counted) again, and a change
 // of directed broadcast re-adds the network and broadcast entries of every
 // listed secondary, active or not.
+//
+// Two inputs a Linux host produces are handled where the candidate keys of
+// one address would collide: an address equal to its subnet's network or
+// broadcast address gets only its host entry for that /32, and an address
+// that is at once the active address and an active secondary (the kernel
+// promotes a secondary that way) keeps its entries until its last role
+// goes, each role giving back its own count.
 #pragma once
 
 #include <memory>
@@ -54,6 +61,10 @@ class IpIntfSm final : public Vok::Entity {
             Fib::RouteType type, Rib::ViaSetKey viaSetKey);
    void remove(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr);
    IntfViaSetKeyStatus& keyStatus() const;
+   bool listedAsActiveSecondary(const Ovel::IpAddrWithMask& addr) const;
+   // Removes one role (active, or secondary) of an address: everything, or
+   // only that role's count while the other role holds the entries.
+   void releaseRole(const Ovel::IpAddrWithMask& addr, bool otherRoleHolds);
 
    Ovel::IntfId intfId_;
    Vok::Ptr<IntfBacklog> intfBacklog_;

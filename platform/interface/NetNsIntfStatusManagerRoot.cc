@@ -1,7 +1,6 @@
 #include "platform/interface/NetNsIntfStatusManagerRoot.h"
 
 #include "platform/trace/Trace.h"
-#include "platform/vok/Errors.h"
 
 namespace Interface {
 
@@ -21,6 +20,9 @@ class NetNsIntfStatusManagerRoot::Manager {
    }
 
    const Vok::Ptr<DeviceIntfStatusDir>& dir() const noexcept { return dir_; }
+   std::size_t users() const noexcept { return users_; }
+   void usersInc() noexcept { ++users_; }
+   void usersDec() noexcept { --users_; }
 
    void hasNotificationActiveIs(bool active) {
       kniReactor_.hasNotificationActiveIs(active);
@@ -82,6 +84,7 @@ class NetNsIntfStatusManagerRoot::Manager {
 
    NetNsIntfStatusManagerRoot& root_;
    Vok::Ptr<DeviceIntfStatusDir> dir_;
+   std::size_t users_ = 1;
    Ovel::NamespaceName netNs_;
    KniReactor kniReactor_;
    DirReactor<AllIntfStatusDir> namesReactor_;
@@ -98,24 +101,34 @@ NetNsIntfStatusManagerRoot::NetNsIntfStatusManagerRoot(
 
 NetNsIntfStatusManagerRoot::~NetNsIntfStatusManagerRoot() = default;
 
-void NetNsIntfStatusManagerRoot::intfStatusManagerIs(
+Vok::Ptr<DeviceIntfStatusDir> NetNsIntfStatusManagerRoot::intfStatusManagerIs(
       Vok::Ptr<DeviceIntfStatusDir> kernelIntfStatusDir,
       Vok::Ptr<const KernelNetInfo::Status> kniStatus, const Ovel::NamespaceName& netNs) {
    Vok::ValidPtr<DeviceIntfStatusDir> dir(kernelIntfStatusDir);
    Vok::ValidPtr<const KernelNetInfo::Status> kni(kniStatus.get());
    if (auto it = managers_.find(netNs); it != managers_.end()) {
-      if (it->second->dir() != kernelIntfStatusDir) {
-         throw Vok::ReinstantiationError("kernelIntfStatusDir",
-                                         Vok::pointerText(kernelIntfStatusDir.get()),
-                                         Vok::pointerText(it->second->dir().get()));
-      }
-      return;
+      it->second->usersInc();
+      return it->second->dir();
    }
    managers_.emplace(netNs, std::make_unique<Manager>(*this, dir, kni, netNs));
+   return kernelIntfStatusDir;
 }
 
 void NetNsIntfStatusManagerRoot::intfStatusManagerDel(Ovel::NamespaceName netNs) {
-   managers_.erase(netNs);
+   auto it = managers_.find(netNs);
+   if (it == managers_.end()) {
+      return;
+   }
+   it->second->usersDec();
+   if (it->second->users() == 0) {
+      managers_.erase(it);
+   }
+}
+
+std::size_t NetNsIntfStatusManagerRoot::intfStatusManagerUsers(
+      const Ovel::NamespaceName& netNs) const {
+   auto it = managers_.find(netNs);
+   return it == managers_.end() ? 0 : it->second->users();
 }
 
 void NetNsIntfStatusManagerRoot::hasNotificationActiveIs(bool active) {

@@ -46,11 +46,14 @@ Vok::Ptr<VokPlim::Mount> EntityManager::mount(const std::string& path, std::stri
       throw std::invalid_argument("cannot mount '" + path + "' as '" + std::string(typeName) +
                                   "': it holds a '" + contents.typeName + "'");
    }
-   contents.typeName = typeName;
    Vok::Ptr<Vok::Entity> entity = type->second.attach(contents.backing, mode == MountMode::write);
+   auto mount = Vok::make<VokPlim::Mount>(Vok::Ptr<const EntityManager>(this), path, entity);
+   // Counted only once nothing can fail: a mount that was never handed out
+   // is never unmounted.
+   contents.typeName = typeName;
    ++contents.mounts;
    ++mounted_;
-   return Vok::make<VokPlim::Mount>(Vok::Ptr<const EntityManager>(this), path, entity);
+   return mount;
 }
 
 std::vector<std::string> EntityManager::paths() const {

@@ -123,8 +123,30 @@ class ValidPtr {
    Ptr<T> ptr_;
 };
 
+// Fault injection for tests of exception safety: once armed with n, the
+// (n+1)-th entity creation from then on throws InjectedFault instead of
+// creating anything, and the injection disarms itself. Every building step
+// of the engine creates an entity, so stepping n over 0, 1, 2, ... fails
+// each step in turn.
+class InjectedFault : public std::runtime_error {
+ public:
+   InjectedFault() : std::runtime_error("injected fault") {}
+};
+
+namespace detail {
+inline std::int64_t creationsBeforeFault = -1;  // -1: disarmed
+[[noreturn]] void throwInjectedFault();
+}  // namespace detail
+
+inline void failEntityCreationAfter(std::int64_t creations) { detail::creationsBeforeFault = creations; }
+inline void entityCreationFaultDisarm() { detail::creationsBeforeFault = -1; }
+inline bool entityCreationFaultArmed() { return detail::creationsBeforeFault >= 0; }
+
 template <class T, class... Args>
 Ptr<T> make(Args&&... args) {
+   if (detail::creationsBeforeFault >= 0 && detail::creationsBeforeFault-- == 0) [[unlikely]] {
+      detail::throwInjectedFault();
+   }
    return Ptr<T>(new T(std::forward<Args>(args)...));
 }
 

@@ -1,5 +1,7 @@
 #include "platform/vok/Errors.h"
 
+#include "platform/vok/Entity.h"
+
 #include <sstream>
 
 namespace Vok {
@@ -9,5 +11,14 @@ std::string pointerText(const void* object) {
    os << object;
    return os.str();
 }
+
+namespace detail {
+
+void throwInjectedFault() {
+   creationsBeforeFault = -1;
+   throw InjectedFault();
+}
+
+}  // namespace detail
 
 }  // namespace Vok

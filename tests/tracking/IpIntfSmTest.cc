@@ -59,6 +59,18 @@ TEST_F(AddressMachine, Ipv4ConfigurationsYieldTheirCandidates) {
          {"10.0.0.1/0", {}, false,
           {"0.0.0.0/32 3 rxBcast", "10.0.0.1/32 1 rx", "255.255.255.255/32 3 rxBcast"},
           1},
+         // Linux takes an address equal to its subnet's network or broadcast
+         // address as a host address: its /32 is its receive route.
+         {"10.70.0.0/16", {}, false,
+          {"10.70.0.0/16 11 vsk", "10.70.0.0/32 1 rx", "10.70.255.255/32 3 rxBcast"},
+          1},
+         {"10.80.255.255/16", {}, true,
+          {"10.80.0.0/16 11 vsk", "10.80.0.0/32 3 rxBcast", "10.80.255.255/32 1 rx"},
+          1},
+         {"10.1.1.0/24", {"10.1.1.255/24"}, false,
+          {"10.1.1.0/24 11 vsk", "10.1.1.0/24 11 vsk", "10.1.1.0/32 1 rx", "10.1.1.0/32 3 rxBcast",
+           "10.1.1.255/32 1 rx", "10.1.1.255/32 3 rxBcast"},
+          2},
          {"0.0.0.0/24", {}, false, {}, 0},
          {"0.0.0.0/0", {}, false, {}, 0},
          {"10.1.1.5/24", {"10.2.2.1/24", "10.3.3.3/32"}, true,
@@ -224,6 +236,80 @@ TEST_F(AddressMachine, Ipv6DefaultRecordRemovesTheAddress) {
    EXPECT_EQ(count6(), 2u);
 }
 
+// The orders in which a Linux host's IP agent announces a secondary's
+// promotion and the removal of either role: while an address is both the
+// active address and an active secondary, removing one role keeps every
+// route and gives back that role's count only.
+TEST_F(AddressMachine, AnAddressWithTwoRolesKeepsItsRoutesUntilTheLastGoes) {
+   const Lines primary = {"10.1.1.0/24 11 vsk", "10.1.1.0/32 3 rxBcast", "10.1.1.1/32 1 rx",
+                          "10.1.1.255/32 3 rxBcast"};
+   const Lines both = {"10.1.1.0/24 11 vsk", "10.1.1.0/24 11 vsk", "10.1.1.0/32 3 rxBcast",
+                       "10.1.1.0/32 3 rxBcast", "10.1.1.1/32 1 rx", "10.1.1.2/32 1 rx",
+                       "10.1.1.255/32 3 rxBcast", "10.1.1.255/32 3 rxBcast"};
+   const Lines promoted = {"10.1.1.0/24 11 vsk", "10.1.1.0/32 3 rxBcast", "10.1.1.2/32 1 rx",
+                           "10.1.1.255/32 3 rxBcast"};
+   struct Step {
+      const char* what;
+      std::function<void(Ip::IpIntfStatus&)> change;
+      Lines expected;
+      std::uint32_t count;
+   };
+   struct Row {
+      const char* name;
+      std::vector<Step> steps;
+   };
+   auto active = [](const char* a) { return [=](Ip::IpIntfStatus& s) { s.activeAddrWithMaskIs(v4(a)); }; };
+   auto secondary = [](const char* a) {
+      return [=](Ip::IpIntfStatus& s) { s.activeSecondaryWithMaskIs(v4(a), true); };
+   };
+   auto unlist = [](const char* a) { return [=](Ip::IpIntfStatus& s) { s.activeSecondaryWithMaskDel(v4(a)); }; };
+   const std::vector<Row> rows = {
+         {"promotion: new active first, then the secondary goes",
+          {{"primary", active("10.1.1.1/24"), primary, 1},
+           {"secondary", secondary("10.1.1.2/24"), both, 2},
+           {"promoted while still listed", active("10.1.1.2/24"), promoted, 2},
+           {"secondary role goes", unlist("10.1.1.2/24"), promoted, 1},
+           {"active goes", active("0.0.0.0/0"), {}, 0}}},
+         {"secondary goes first, then the new active",
+          {{"primary", active("10.1.1.1/24"), primary, 1},
+           {"secondary", secondary("10.1.1.2/24"), both, 2},
+           {"secondary role goes", unlist("10.1.1.2/24"), primary, 1},
+           {"promoted", active("10.1.1.2/24"), promoted, 1}}},
+         {"the active address listed as a secondary too, active role goes first",
+          {{"primary", active("10.1.1.1/24"), primary, 1},
+           {"same address as secondary", secondary("10.1.1.1/24"), primary, 2},
+           {"active moves on", active("10.1.1.2/24"), both, 2},
+           {"secondary role goes", unlist("10.1.1.1/24"), promoted, 1}}},
+   };
+   for (const Row& row : rows) {
+      SCOPED_TRACE(row.name);
+      Testing::InstallerHarness fresh;
+      auto s = Vok::make<Ip::IpIntfStatus>(e1);
+      auto sm = ipIntfSmFactory(e1, s, fresh.store, fresh.sm);
+      for (const Step& step : row.steps) {
+         SCOPED_TRACE(step.what);
+         step.change(*s);
+         EXPECT_EQ(Testing::candidates(fresh, e1), step.expected);
+         EXPECT_EQ(fresh.keyStatus(Ovel::AddressFamily::ipv4).vskRefcountByIntfId(e1), step.count);
+      }
+      sm = nullptr;  // whatever roles are left, deletion withdraws them all
+      EXPECT_TRUE(fresh.store->intfIdsByPrefixes().empty());
+      EXPECT_FALSE(fresh.keyStatus(Ovel::AddressFamily::ipv4).hasVskRefcount(e1));
+      EXPECT_FALSE(fresh.keyStatus(Ovel::AddressFamily::ipv4).intfViaSetKey(e1));
+   }
+}
+
+TEST_F(AddressMachine, AnActiveAddressAlsoListedAsSecondaryIsWithdrawnWhenTheMachineEnds) {
+   status->activeAddrWithMaskIs(v4("10.1.1.1/24"));
+   status->activeSecondaryWithMaskIs(v4("10.1.1.1/24"), true);
+   status->activeSecondaryWithMaskIs(v4("10.9.9.9/32"), true);
+   auto sm = machine();
+   EXPECT_EQ(count4(), 3u);
+   sm = nullptr;
+   EXPECT_TRUE(h.store->intfIdsByPrefixes().empty());
+   EXPECT_FALSE(h.keyStatus(Ovel::AddressFamily::ipv4).hasVskRefcount(e1));
+}
+
 // Inputs on which the machines, as designed, stop the process: publishers
 // must not produce them (docs/hazards.md).
 TEST_F(AddressMachine, InputsThatRemoveWhatWasNeverAddedAreFatal) {
@@ -244,14 +330,6 @@ TEST_F(AddressMachine, InputsThatRemoveWhatWasNeverAddedAreFatal) {
              auto sm = t.machine();
              t.status->activeSecondaryWithMaskIs(v4("10.2.2.2/24"), false);
              t.status->activeSecondaryWithMaskDel(v4("10.2.2.2/24"));
-          }},
-         // Host and network entries share one candidate key: the network
-         // entry, written last, wins; removing the host entry empties the
-         // prefix, and removing the network entry then finds no set.
-         {"address equal to its network address, removed",
-          [](AddressMachine& t) {
-             t.status->activeAddrWithMaskIs(v4("10.1.1.0/24"));
-             t.machine();
           }},
          {"replacement status with a secondary, deleted",
           [](AddressMachine& t) {
