@@ -1,15 +1,20 @@
 // What the engine wrote, at one moment: per VRF its route rows with their
 // owners and its vias, the query-table rows, the shared via sets, the
-// protocol VRF status entities and the readiness flags. Rendered as aligned
-// text tables or as JSON; every list is sorted, so output is deterministic.
+// protocol VRF status entities and the readiness flags.
+//
+// A dump is handed to a DumpWriter section by section, and each section's
+// rows one at a time, in sorted order, straight from the tables: a dump of
+// millions of routes holds one row at a time, never a copy of the tables.
+// The text writer walks a section twice (once for its column widths), so a
+// section must be walkable more than once.
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
-#include <vector>
-
-#include <nlohmann/json.hpp>
 
 namespace App {
 
@@ -24,14 +29,6 @@ struct RouteRow {
 struct ViaRow {
    std::string key, nexthop, intf;
    std::uint32_t flags, kind;
-};
-
-struct VrfDump {
-   std::string name;
-   std::uint32_t id;
-   std::optional<bool> v4Ready, v6Ready;  // nothing: no readiness record
-   std::vector<RouteRow> routes4, routes6;
-   std::vector<ViaRow> vias4, vias6;
 };
 
 struct QueryRow {
@@ -52,17 +49,43 @@ struct ProtoRow {
    double readyTime;
 };
 
-struct Snapshot {
+// The rows of one section: how many, and a walk over them in order.
+template <class Row>
+struct Section {
+   std::size_t count = 0;
+   std::function<void(const std::function<void(const Row&)>&)> forEach;
+};
+
+struct DumpHeader {
    std::string label;
    double time;
    bool running;
-   std::vector<VrfDump> vrfs;
-   std::vector<QueryRow> queryRows;
-   std::vector<ViaSetRow> viaSets;
-   std::vector<ProtoRow> protoVrfStatus;
 };
 
-std::string renderText(const Snapshot& snapshot);
-nlohmann::json toJson(const Snapshot& snapshot);
+struct VrfHeader {
+   std::string name;  // empty: no VRF of the map has this identifier
+   std::uint32_t id;
+   std::optional<bool> v4Ready, v6Ready;  // nothing: no readiness record
+};
+
+class DumpWriter {
+ public:
+   virtual ~DumpWriter() = default;
+   virtual void scenarioBegin(const std::string& name, const std::string& description) = 0;
+   virtual void dumpBegin(const DumpHeader& header) = 0;
+   virtual void vrf(const VrfHeader& header, const Section<RouteRow>& routes4,
+                    const Section<RouteRow>& routes6, const Section<ViaRow>& vias4,
+                    const Section<ViaRow>& vias6) = 0;
+   virtual void queryRows(const Section<QueryRow>& rows) = 0;
+   virtual void viaSets(const Section<ViaSetRow>& rows) = 0;
+   virtual void protoVrfStatus(const Section<ProtoRow>& rows) = 0;
+   virtual void dumpEnd() = 0;
+   virtual void scenarioEnd() = 0;
+};
+
+// Aligned text tables, one block per dump, after a "# description" line.
+std::unique_ptr<DumpWriter> textDumpWriter(std::ostream& out);
+// One JSON document: {"scenario": name, "dumps": [ ... ]}.
+std::unique_ptr<DumpWriter> jsonDumpWriter(std::ostream& out);
 
 }  // namespace App

@@ -1,8 +1,6 @@
 #include "app/Host.h"
 
 #include <cstdlib>
-#include <regex>
-#include <set>
 
 #include "platform/agent/FeatureToggle.h"
 
@@ -23,9 +21,10 @@ Host::~Host() {
    Vok::activityManagerIs(nullptr);
 }
 
-std::optional<Snapshot> Host::apply(const Step& step) {
+void Host::apply(const Step& step, DumpWriter& writer) {
    if (const auto* dump = std::get_if<DumpStep>(&step.action)) {
-      return snapshot(dump->label);
+      this->dump(dump->label, writer);
+      return;
    }
    std::visit(
          [this](const auto& action) {
@@ -34,7 +33,6 @@ std::optional<Snapshot> Host::apply(const Step& step) {
             }
          },
          step.action);
-   return std::nullopt;
 }
 
 void Host::apply(const VrfIdMapStep& s) {
@@ -246,130 +244,6 @@ void Host::apply(const StaleStep& s) {
       entity->readyTimeIs(time_.peek());
       entity->readyIs(true);
    }
-}
-
-Vok::Ptr<ContainerSm> Host::containerOf(std::uint32_t vrfId) const {
-   if (!root_) {
-      return nullptr;
-   }
-   for (const auto& [name, container] : root_->containerSm()) {
-      if (container->vrfId().value() == vrfId) {
-         return container;
-      }
-   }
-   return nullptr;
-}
-
-std::string Host::vrfNameOf(std::uint32_t vrfId) const {
-   if (auto container = containerOf(vrfId)) {
-      return container->vrfName().str();
-   }
-   if (const auto& map = shared_.nameToIdMapWrapper->nameToIdMap()) {
-      for (const auto& [name, id] : map->vrfNameToId()) {
-         if (id.value() == vrfId) {
-            return name.str();
-         }
-      }
-   }
-   return "";
-}
-
-RouteRow Host::routeRow(const Rib::Route& r, std::uint32_t vrfId) const {
-   std::string owner = "-";
-   if (auto container = containerOf(vrfId)) {
-      const Ovel::IntfId intf = container->intfBacklogSm()->installedIntfId(r.prefix);
-      if (!intf.empty()) {
-         owner = std::string(intf.name());
-      }
-   }
-   return RouteRow{r.prefix.toString(), static_cast<unsigned>(r.routeType), r.viaSetKey.value(),
-                   owner, static_cast<std::uint32_t>(r.routingProtocol), r.metricPref.metric,
-                   r.metricPref.preference, r.fecIndex, r.flags};
-}
-
-std::vector<RouteRow> Host::routeRows(const std::string& path, std::uint32_t vrfId) {
-   std::vector<std::pair<Ovel::IpGenPrefix, RouteRow>> rows;
-   if (shared_.entityManager->typeName(path).empty()) {
-      return {};
-   }
-   auto mount = shared_.entityManager->mount(path, "Routing::Rib::RouteConfig", {},
-                                             Kordb::MountMode::readOnly);
-   mount->entityAs<Rib::RouteConfig>()->forEachRoute(
-         [&](const Rib::Route& r) { rows.emplace_back(r.prefix, routeRow(r, vrfId)); });
-   std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-   std::vector<RouteRow> out;
-   for (auto& [prefix, row] : rows) {
-      out.push_back(std::move(row));
-   }
-   return out;
-}
-
-std::vector<ViaRow> Host::viaRows(const std::string& path) {
-   std::vector<std::pair<Rib::ViaKey, ViaRow>> rows;
-   if (shared_.entityManager->typeName(path).empty()) {
-      return {};
-   }
-   auto mount = shared_.entityManager->mount(path, "Routing::Rib::Ip::ViaConfig", {},
-                                             Kordb::MountMode::readOnly);
-   mount->entityAs<Rib::Ip::ViaConfig>()->forEachVia([&](const Rib::Via& v) {
-      rows.emplace_back(v.key, ViaRow{v.key.toString(), v.nexthop.toString(),
-                                      std::string(v.intfId.name()), v.flags, v.kind});
-   });
-   std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-   std::vector<ViaRow> out;
-   for (auto& [key, row] : rows) {
-      out.push_back(std::move(row));
-   }
-   return out;
-}
-
-Snapshot Host::snapshot(const std::string& label) {
-   Snapshot s{label, time_.peek(), root_ != nullptr, {}, {}, {}, {}};
-   static const std::regex kTablePath(R"(routing/rib/(routeConfig|viaConfig)/ipv[46]/(\d+)/connected)");
-   std::set<std::uint32_t> vrfIds;
-   for (const std::string& path : shared_.entityManager->paths()) {
-      std::smatch match;
-      if (std::regex_match(path, match, kTablePath)) {
-         vrfIds.insert(static_cast<std::uint32_t>(std::stoul(match[2])));
-      }
-   }
-   for (std::uint32_t id : vrfIds) {
-      const Vrf::VrfIdMap::VrfId vrfId(id);
-      VrfDump vrf{vrfNameOf(id), id, std::nullopt, std::nullopt, {}, {}, {}, {}};
-      if (root_ && root_->allVrfReadyStatus() && !vrf.name.empty()) {
-         if (auto record = root_->allVrfReadyStatus()->vrfReadyStatus(L3::VrfName(vrf.name))) {
-            vrf.v4Ready = record->v4ConnectedRoutesReady();
-            vrf.v6Ready = record->v6ConnectedRoutesReady();
-         }
-      }
-      vrf.routes4 = routeRows(ContainerSm::rib4Path(vrfId), id);
-      vrf.routes6 = routeRows(ContainerSm::rib6Path(vrfId), id);
-      vrf.vias4 = viaRows(ContainerSm::via4Path(vrfId));
-      vrf.vias6 = viaRows(ContainerSm::via6Path(vrfId));
-      s.vrfs.push_back(std::move(vrf));
-   }
-   std::vector<std::pair<std::pair<std::uint32_t, Ovel::IpGenPrefix>, QueryRow>> query;
-   for (const auto& table : {shared_.route4OrmoConfig, shared_.route6OrmoConfig}) {
-      table->forEachRow([&](const Rib::IpRibRouteOrq& row) {
-         const std::uint32_t id = row.key().vrfId.value();
-         query.push_back({{id, row.key().prefix}, QueryRow{id, routeRow(row.route(), id)}});
-      });
-   }
-   std::sort(query.begin(), query.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-   for (auto& [key, row] : query) {
-      s.queryRows.push_back(std::move(row));
-   }
-   shared_.viaSetConfig->forEachViaSet([&](const Rib::Plim::ViaSet& v) {
-      s.viaSets.push_back(ViaSetRow{v.key.value(), static_cast<unsigned>(v.kind), v.via.viaKey.toString(),
-                                    static_cast<std::uint32_t>(v.via.rp), v.viaCount});
-   });
-   std::sort(s.viaSets.begin(), s.viaSets.end(),
-             [](const ViaSetRow& a, const ViaSetRow& b) { return a.key < b.key; });
-   shared_.protoVrfStatusDir->forEachName([&](const std::string& name) {
-      auto entity = shared_.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(name);
-      s.protoVrfStatus.push_back(ProtoRow{name, entity->ready(), entity->readyTime()});
-   });
-   return s;
 }
 
 }  // namespace App

@@ -17,9 +17,10 @@ class Host {
    Host(const Host&) = delete;
    Host& operator=(const Host&) = delete;
 
-   // Applies one step; a dump step returns its snapshot.
-   std::optional<Snapshot> apply(const Step& step);
-   Snapshot snapshot(const std::string& label);
+   // Applies one step; a dump step goes to `writer`.
+   void apply(const Step& step, DumpWriter& writer);
+   // Hands what the engine wrote, now, to `writer` (app/HostDump.cc).
+   void dump(const std::string& label, DumpWriter& writer);
 
  private:
    void apply(const VrfIdMapStep& s);
@@ -39,11 +40,7 @@ class Host {
    void apply(const RunStep& s);
    void apply(const StaleStep& s);
 
-   Vok::Ptr<Routing::ConnectedRoute::ContainerSm> containerOf(std::uint32_t vrfId) const;
-   std::string vrfNameOf(std::uint32_t vrfId) const;
-   std::vector<RouteRow> routeRows(const std::string& path, std::uint32_t vrfId);
-   std::vector<ViaRow> viaRows(const std::string& path);
-   RouteRow routeRow(const Routing::Rib::Route& route, std::uint32_t vrfId) const;
+   class DumpWalk;
 
    Vok::ManualTimeSource time_;
    Vok::ActivityManager am_{time_};

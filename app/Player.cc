@@ -1,120 +1,274 @@
 #include "app/Player.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <string>
 
 #include "app/Host.h"
-#include "platform/trace/Trace.h"
+#include "platform/trace/Zipmark.h"
 
 namespace App {
 
 namespace {
 
-std::string readAll(int fd) {
-   std::string out;
-   char buffer[4096];
-   ssize_t n;
-   while ((n = ::read(fd, buffer, sizeof(buffer))) > 0) {
-      out.append(buffer, static_cast<std::size_t>(n));
+// Where the child stands, read by the parent after the child has ended.
+struct Progress {
+   std::atomic<std::size_t> step{0};  // 0: before the first step
+   std::atomic<bool> finished{false};
+};
+
+constexpr int kChildStopped = 3;     // an uncaught error ended the play
+constexpr int kChildOutputFailed = 4;
+
+std::string errnoText(const std::string& what) { return what + ": " + std::strerror(errno); }
+
+int unnamedTemporaryFile() {
+   const char* dir = std::getenv("TMPDIR");
+   if (!dir || !*dir) {
+      dir = "/tmp";
    }
-   return out;
+   int fd = ::open(dir, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+   if (fd >= 0) {
+      return fd;
+   }
+   std::string name = std::string(dir) + "/connroute-XXXXXX";  // file systems without O_TMPFILE
+   fd = ::mkstemp(name.data());
+   if (fd < 0) {
+      throw OutputError(errnoText("cannot create a temporary file in " + std::string(dir)));
+   }
+   ::unlink(name.c_str());
+   return fd;
 }
 
-void writeAll(int fd, const std::string& text) {
-   std::size_t done = 0;
-   while (done < text.size()) {
-      ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+void writeAll(int fd, const char* data, std::size_t size) {
+   while (size > 0) {
+      const ssize_t n = ::write(fd, data, size);
+      if (n < 0 && errno == EINTR) {
+         continue;
+      }
       if (n <= 0) {
+         throw OutputError(errnoText("cannot write the output"));
+      }
+      data += n;
+      size -= static_cast<std::size_t>(n);
+   }
+}
+
+void copyFile(int from, int to) {
+   if (::lseek(from, 0, SEEK_SET) != 0) {
+      throw OutputError(errnoText("cannot read back the output"));
+   }
+   static char buffer[1 << 16];
+   for (;;) {
+      const ssize_t n = ::read(from, buffer, sizeof(buffer));
+      if (n < 0 && errno == EINTR) {
+         continue;
+      }
+      if (n < 0) {
+         throw OutputError(errnoText("cannot read back the output"));
+      }
+      if (n == 0) {
          return;
       }
-      done += static_cast<std::size_t>(n);
+      writeAll(to, buffer, static_cast<std::size_t>(n));
    }
 }
 
-// The last line the child wrote that names its current step.
-std::size_t lastStep(const std::string& progress) {
-   std::size_t step = 0;
-   std::size_t pos = 0;
-   while ((pos = progress.find("step ", pos)) != std::string::npos) {
-      step = std::stoul(progress.substr(pos + 5));
-      pos += 5;
-   }
-   return step;
-}
+// Writes nothing: a check plays the steps only.
+class NoWriter final : public DumpWriter {
+ public:
+   void scenarioBegin(const std::string&, const std::string&) override {}
+   void dumpBegin(const DumpHeader&) override {}
+   void vrf(const VrfHeader&, const Section<RouteRow>&, const Section<RouteRow>&,
+            const Section<ViaRow>&, const Section<ViaRow>&) override {}
+   void queryRows(const Section<QueryRow>&) override {}
+   void viaSets(const Section<ViaSetRow>&) override {}
+   void protoVrfStatus(const Section<ProtoRow>&) override {}
+   void dumpEnd() override {}
+   void scenarioEnd() override {}
+};
 
-[[noreturn]] void runChild(const Scenario& scenario, int progressFd, int errorFd) {
+[[noreturn]] void runChild(const Scenario& scenario, OutputFormat format, int outputFd,
+                           int errorFd, Progress& progress, pid_t parent) {
    ::dup2(errorFd, STDERR_FILENO);
-   int devNull = ::open("/dev/null", O_WRONLY);
-   ::dup2(devNull, STDOUT_FILENO);
-   Vok::traceSinkIs([](const Vok::TraceLine&) {});
+   ::close(errorFd);
+   ::dup2(outputFd, STDOUT_FILENO);
+   ::close(outputFd);
+   const char* zmFile = std::getenv("ZMFILE");
+   if (!zmFile || !*zmFile) {
+      // The fast-trace file is named by the process the user started.
+      const std::string name = "ConnectedRoute-" + std::to_string(parent) + ".zm";
+      ::setenv("ZMFILE", name.c_str(), 1);
+   }
+   std::ios::sync_with_stdio(false);
    try {
+      if (format == OutputFormat::none) {
+         NoWriter writer;
+         Host host(scenario.stepPerReading);
+         for (const Step& step : scenario.steps) {
+            progress.step = step.number;
+            if (!std::holds_alternative<DumpStep>(step.action)) {
+               host.apply(step, writer);
+            }
+         }
+         progress.finished = true;
+         Zipmark::flush();
+         std::cerr.flush();
+         ::_exit(0);  // the agent is not torn down: the process ends with it
+      }
+      auto writer = format == OutputFormat::json ? jsonDumpWriter(std::cout) : textDumpWriter(std::cout);
+      writer->scenarioBegin(scenario.name, scenario.description);
       Host host(scenario.stepPerReading);
       for (const Step& step : scenario.steps) {
-         writeAll(progressFd, "step " + std::to_string(step.number) + "\n");
-         host.apply(step);
+         progress.step = step.number;
+         host.apply(step, *writer);
+         if (!std::cout) {
+            break;
+         }
       }
+      progress.finished = true;
+      writer->scenarioEnd();
+      std::cout.flush();
+      Zipmark::flush();
+      if (!std::cout) {
+         std::cerr << "output error: cannot write the output to a temporary file\n";
+         ::_exit(kChildOutputFailed);
+      }
+      ::_exit(0);
    } catch (const std::exception& e) {
-      writeAll(errorFd, std::string("uncaught error: ") + e.what() + "\n");
-      ::_exit(3);
+      std::cerr << "uncaught error: " << e.what() << "\n";
+      std::cerr.flush();
+      Zipmark::flush();
+      ::_exit(kChildStopped);
    }
-   ::_exit(0);
 }
+
+// Copies the child's standard error through, keeping the line that says
+// why it stopped (an assertion or an uncaught error) instead of relaying it.
+class ErrorRelay {
+ public:
+   void feed(const char* data, std::size_t size) {
+      pending_.append(data, size);
+      std::size_t start = 0;
+      for (std::size_t end; (end = pending_.find('\n', start)) != std::string::npos; start = end + 1) {
+         line(std::string_view(pending_).substr(start, end - start + 1));
+      }
+      pending_.erase(0, start);
+   }
+   void finish() {
+      if (!pending_.empty()) {
+         line(pending_);
+         pending_.clear();
+      }
+   }
+   const std::string& reason() const noexcept { return reason_; }
+
+ private:
+   void line(std::string_view text) {
+      for (std::string_view prefix : {"assertion failed: ", "uncaught error: ", "output error: "}) {
+         if (text.starts_with(prefix)) {
+            reason_ = std::string(text.substr(text.starts_with("assertion") ? 0 : prefix.size()));
+            while (!reason_.empty() && reason_.back() == '\n') {
+               reason_.pop_back();
+            }
+            return;
+         }
+      }
+      std::cerr << text;
+   }
+   std::string pending_;
+   std::string reason_;
+};
 
 }  // namespace
 
-void dryRun(const Scenario& scenario) {
-   int progress[2], errors[2];
-   if (::pipe(progress) != 0 || ::pipe(errors) != 0) {
-      throw ScenarioError(std::string("cannot check the scenario: pipe: ") + std::strerror(errno));
+void playHere(const Scenario& scenario, DumpWriter& writer) {
+   writer.scenarioBegin(scenario.name, scenario.description);
+   Host host(scenario.stepPerReading);
+   for (const Step& step : scenario.steps) {
+      host.apply(step, writer);
    }
-   std::fflush(nullptr);
+   writer.scenarioEnd();
+}
+
+void play(const Scenario& scenario, OutputFormat format, int outputFd) {
+   const int output = unnamedTemporaryFile();
+   int errors[2];
+   if (::pipe2(errors, O_CLOEXEC) != 0) {
+      ::close(output);
+      throw OutputError(errnoText("cannot play the scenario: pipe"));
+   }
+   void* page = ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                       -1, 0);
+   if (page == MAP_FAILED) {
+      throw OutputError(errnoText("cannot play the scenario: mmap"));
+   }
+   auto* progress = new (page) Progress;
+   std::cout.flush();
+   std::cerr.flush();
+   const pid_t parent = ::getpid();
    const pid_t child = ::fork();
    if (child < 0) {
-      throw ScenarioError(std::string("cannot check the scenario: fork: ") + std::strerror(errno));
+      throw OutputError(errnoText("cannot play the scenario: fork"));
    }
    if (child == 0) {
-      ::close(progress[0]);
       ::close(errors[0]);
-      runChild(scenario, progress[1], errors[1]);
+      runChild(scenario, format, ::dup(output), errors[1], *progress, parent);
    }
-   ::close(progress[1]);
    ::close(errors[1]);
-   // The child writes little; read both pipes to their end before waiting.
-   const std::string steps = readAll(progress[0]);
-   const std::string stderrText = readAll(errors[0]);
-   ::close(progress[0]);
+   ErrorRelay relay;
+   char buffer[4096];
+   for (ssize_t n; (n = ::read(errors[0], buffer, sizeof(buffer))) != 0;) {
+      if (n < 0) {
+         if (errno == EINTR) {
+            continue;
+         }
+         break;
+      }
+      relay.feed(buffer, static_cast<std::size_t>(n));
+   }
+   relay.finish();
    ::close(errors[0]);
    int status = 0;
-   ::waitpid(child, &status, 0);
+   while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+   }
+   const std::size_t number = progress->step;
+   const bool finished = progress->finished;
+   ::munmap(page, sizeof(Progress));
    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+      try {
+         copyFile(output, outputFd);
+      } catch (...) {
+         ::close(output);
+         throw;
+      }
+      ::close(output);
       return;
    }
-   const std::size_t number = lastStep(steps);
-   std::string kind = number > 0 ? scenario.steps[number - 1].kind : "?";
-   std::string reason = stderrText;
-   if (auto cut = reason.find('\n'); cut != std::string::npos) {
-      reason.resize(cut);
+   ::close(output);
+   if (WIFEXITED(status) && WEXITSTATUS(status) == kChildOutputFailed) {
+      throw OutputError(relay.reason());
    }
+   std::string reason = relay.reason();
    if (reason.empty()) {
       reason = WIFSIGNALED(status) ? "killed by signal " + std::to_string(WTERMSIG(status))
                                    : "exit status " + std::to_string(WEXITSTATUS(status));
    }
-   throw ScenarioError(scenario.name + ": step " + std::to_string(number) + " (" + kind +
-                       "): the engine would stop here: " + reason +
+   const std::string where =
+         finished || number == 0
+               ? (finished ? "after the last step" : "before the first step")
+               : "step " + std::to_string(number) + " (" + scenario.steps[number - 1].kind + ")";
+   throw ScenarioError(scenario.name + ": " + where + ": the engine stopped here: " + reason +
                        " (inputs the engine does not accept: docs/hazards.md)");
-}
-
-void play(const Scenario& scenario, const std::function<void(const Snapshot&)>& onDump) {
-   Host host(scenario.stepPerReading);
-   for (const Step& step : scenario.steps) {
-      if (auto snapshot = host.apply(step)) {
-         onDump(*snapshot);
-      }
-   }
 }
 
 }  // namespace App

@@ -1,11 +1,12 @@
 #include "app/Scenario.h"
 
-#include <fstream>
+#include <cmath>
+#include <regex>
 #include <set>
-#include <sstream>
 
 #include <nlohmann/json.hpp>
 
+#include "app/ScenarioDocument.h"
 #include "app/ScenarioValues.h"
 #include "platform/ovel/IpGenPrefix.h"
 
@@ -19,7 +20,9 @@ using namespace ScenarioValues;
 
 const std::set<std::string> kEnvironment = {"CONNECTEDROUTE_INTFENTRY_WITHOUT_KERNEL_INTF",
                                             "INTERFACEROUTEINFOSM_TEST", "ZMFILE"};
-const std::set<std::string> kToggles = {"VrfScaleToggle"};
+
+// Stale via sets are made one by one: a count is a size, bounded like one.
+constexpr std::size_t kMaxStaleViaSets = 1'000'000;
 
 Action vrfIdMapStep(Reader& r) {
    VrfIdMapStep s{};
@@ -155,8 +158,8 @@ Action parseAction(const std::string& kind, const json& value, Reader& r) {
          r.fail("expected one toggle, like {\"VrfScaleToggle\": true}");
       }
       const std::string name = value.begin().key();
-      if (!kToggles.contains(name)) {
-         r.fail("unknown toggle '" + name + "' (VrfScaleToggle)");
+      if (!knownToggles().contains(name)) {
+         r.fail("unknown toggle '" + name + "' (" + knownTogglesText() + ")");
       }
       return ToggleStep{name, r.get(name, boolean)};
    }
@@ -192,16 +195,29 @@ Action parseAction(const std::string& kind, const json& value, Reader& r) {
    if (kind == "stale") {
       StaleStep s;
       s.vrfId = r.get("vrfId", vrfId);
-      auto prefixes = [](const json& v) {
-         return list(v, [](const json& p) { return Ovel::IpGenPrefix::parse(text(p)).toString(); });
+      auto prefixes = [](Ovel::AddressFamily family) {
+         return [family](const json& v) {
+            return list(v, [family](const json& p) {
+               const Ovel::IpGenPrefix prefix = Ovel::IpGenPrefix::parse(text(p));
+               if (prefix.af() != family) {
+                  throw std::invalid_argument("'" + prefix.toString() + "' is not an " +
+                                              (family == Ovel::AddressFamily::ipv4 ? "IPv4" : "IPv6") +
+                                              " prefix");
+               }
+               return prefix.toString();
+            });
+         };
       };
-      s.ipv4Routes = r.maybe("ipv4Routes", prefixes).value_or(std::vector<std::string>{});
-      s.ipv6Routes = r.maybe("ipv6Routes", prefixes).value_or(std::vector<std::string>{});
+      s.ipv4Routes = r.maybe("ipv4Routes", prefixes(Ovel::AddressFamily::ipv4))
+                           .value_or(std::vector<std::string>{});
+      s.ipv6Routes = r.maybe("ipv6Routes", prefixes(Ovel::AddressFamily::ipv6))
+                           .value_or(std::vector<std::string>{});
       s.vias = r.maybe("vias", [](const json& v) { return list(v, intfId); })
                      .value_or(std::vector<Ovel::IntfId>{});
       s.viaSets = r.maybe("viaSets", [](const json& v) {
-                      if (!v.is_number_unsigned()) {
-                         throw std::invalid_argument("expected a count");
+                      if (!v.is_number_unsigned() || v.get<std::uint64_t>() > kMaxStaleViaSets) {
+                         throw std::invalid_argument("expected a count 0.." +
+                                                     std::to_string(kMaxStaleViaSets));
                       }
                       return v.get<std::size_t>();
                    }).value_or(0);
@@ -223,29 +239,52 @@ bool scalarValued(const std::string& kind, const json& value) {
 }  // namespace
 
 Vok::Seconds parseDuration(const std::string& text) {
-   std::size_t used = 0;
-   double number = 0;
-   try {
-      number = std::stod(text, &used);
-   } catch (const std::exception&) {
-      throw std::invalid_argument("bad duration '" + text + "' (like 100ms, 1.5s, 40us)");
-   }
-   const std::string unit = text.substr(used);
+   // Digits, an optional fraction and a unit, nothing else: no sign, no
+   // space, no hexadecimal, no "nan" or "inf" that would stop virtual time.
+   static const std::regex kDuration(R"(([0-9]+(\.[0-9]+)?)(s|ms|us|m))");
    static const std::map<std::string, double> kUnits = {
          {"s", 1.0}, {"ms", 1e-3}, {"us", 1e-6}, {"m", 60.0}};
-   auto it = kUnits.find(unit);
-   if (it == kUnits.end() || number < 0) {
-      throw std::invalid_argument("bad duration '" + text + "' (like 100ms, 1.5s, 40us)");
+   std::smatch match;
+   if (text.size() > 32 || !std::regex_match(text, match, kDuration)) {
+      throw std::invalid_argument("bad duration '" + text.substr(0, 40) +
+                                  "' (like 100ms, 1.5s, 40us, 2m)");
    }
-   return number * it->second;
+   return checkedDuration(std::stod(match[1]) * kUnits.at(match[3]));
+}
+
+Vok::Seconds checkedDuration(double seconds) {
+   if (!std::isfinite(seconds) || seconds < 0 || seconds > kMaxDurationSeconds) {
+      throw std::invalid_argument("duration out of range (0 to " +
+                                  std::to_string(static_cast<long>(kMaxDurationSeconds)) + " s)");
+   }
+   return seconds;
+}
+
+const std::set<std::string>& knownToggles() {
+   static const std::set<std::string> toggles = {"VrfScaleToggle"};
+   return toggles;
+}
+
+std::string knownTogglesText() {
+   std::string out;
+   for (const std::string& name : knownToggles()) {
+      out += (out.empty() ? "" : ", ") + name;
+   }
+   return out;
 }
 
 Scenario parseScenario(const std::string& source, const std::string& name) {
+   if (auto nul = source.find('\0'); nul != std::string::npos) {
+      throw ScenarioError(name + ": not a text file: NUL byte at byte " + std::to_string(nul));
+   }
    json document;
    try {
+      DocumentChecker::check(source);
       document = json::parse(source, nullptr, true, /*ignore_comments=*/true);
    } catch (const json::parse_error& e) {
       throw ScenarioError(name + ": not valid JSON: " + e.what());
+   } catch (const DocumentError& e) {
+      throw ScenarioError(name + ": " + e.what());
    }
    Scenario scenario;
    scenario.name = name;
@@ -297,20 +336,16 @@ Scenario parseScenario(const std::string& source, const std::string& name) {
          running = false;
       } else if (std::holds_alternative<VerificationStep>(action) && !running) {
          throw ScenarioError(context + "the agent is not running (start it first)");
+      } else if (std::holds_alternative<StaleStep>(action) && running) {
+         // Stale rows are what an earlier run left behind. While the agent
+         // runs it is the only writer of its tables.
+         throw ScenarioError(context + "stale rows are left by an earlier run: write them before "
+                                       "'start' (or after 'stop'), not while the agent runs");
       }
       scenario.steps.push_back(Step{number, kind, std::move(action)});
    }
    return scenario;
 }
 
-Scenario loadScenario(const std::string& path) {
-   std::ifstream in(path);
-   if (!in) {
-      throw ScenarioError(path + ": cannot read the file");
-   }
-   std::stringstream buffer;
-   buffer << in.rdbuf();
-   return parseScenario(buffer.str(), path);
-}
 
 }  // namespace App

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <variant>
@@ -134,9 +135,18 @@ struct Scenario {
 // Parses a scenario text (JSON with // and /* */ comments). Throws
 // ScenarioError naming `name`, the step and the problem.
 Scenario parseScenario(const std::string& text, const std::string& name);
-Scenario loadScenario(const std::string& path);
+
+// Durations are at most this long: virtual time stays exact and finite.
+constexpr double kMaxDurationSeconds = 1e6;
 
 // "100ms", "1.5s", "40us", "2m"; throws std::invalid_argument.
 Vok::Seconds parseDuration(const std::string& text);
+// A duration given as a number of seconds; throws std::invalid_argument
+// unless it is finite and within 0..kMaxDurationSeconds.
+Vok::Seconds checkedDuration(double seconds);
+
+// The feature toggles a scenario or CONNROUTE_TOGGLES may name.
+const std::set<std::string>& knownToggles();
+std::string knownTogglesText();
 
 }  // namespace App

@@ -95,9 +95,21 @@ auto list(const json& v, Parse parse) {
    return out;
 }
 
-inline L3::VrfName vrfName(const json& v) { return L3::VrfName(text(v)); }
-inline Ovel::IntfId intfId(const json& v) { return Ovel::IntfId::parse(text(v)); }
-inline Ovel::NamespaceName netns(const json& v) { return Ovel::NamespaceName(text(v)); }
+// A name: not empty and not padded with spaces, which would make two
+// names that print alike.
+inline std::string name(const json& v) {
+   std::string t = text(v);
+   if (t.empty()) {
+      throw std::invalid_argument("empty name");
+   }
+   if (t.front() == ' ' || t.back() == ' ') {
+      throw std::invalid_argument("name '" + t.substr(0, 40) + "' starts or ends with a space");
+   }
+   return t;
+}
+inline L3::VrfName vrfName(const json& v) { return L3::VrfName(name(v)); }
+inline Ovel::IntfId intfId(const json& v) { return Ovel::IntfId::parse(name(v)); }
+inline Ovel::NamespaceName netns(const json& v) { return Ovel::NamespaceName(name(v)); }
 inline Ovel::IpAddrWithMask v4(const json& v) {
    const std::string t = text(v);
    return t == "none" ? Ovel::IpAddrWithMask() : Ovel::IpAddrWithMask::parse(t);
@@ -124,22 +136,18 @@ inline std::map<L3::VrfName, Vrf::VrfIdMap::VrfId> idMap(const json& v) {
       throw std::invalid_argument("expected an object of VRF names to identifiers");
    }
    std::map<L3::VrfName, Vrf::VrfIdMap::VrfId> out;
-   for (const auto& [name, id] : v.items()) {
+   for (const auto& [key, id] : v.items()) {
       try {
-         out.emplace(L3::VrfName(name), vrfId(id));
+         out.emplace(vrfName(json(key)), vrfId(id));
       } catch (const std::exception& e) {
-         throw std::invalid_argument("VRF '" + name.substr(0, 40) + "': " + e.what());
+         throw std::invalid_argument("VRF '" + key.substr(0, 40) + "': " + e.what());
       }
    }
    return out;
 }
 inline Vok::Seconds duration(const json& v) {
    if (v.is_number()) {
-      const double seconds = v.get<double>();
-      if (seconds < 0) {
-         throw std::invalid_argument("negative duration");
-      }
-      return seconds;
+      return checkedDuration(v.get<double>());
    }
    return parseDuration(text(v));
 }

@@ -1,12 +1,21 @@
 // connroute: runs the connected-route engine on an in-process platform and
 // plays a scenario of everything the platform publishes, printing what the
 // engine wrote.
-#include <fstream>
+//
+// Exit status: 0 done; 1 the output could not be written; 2 a usage or
+// input error (a bad option, environment variable, scenario or fast-trace
+// file, or a scenario on which the engine stops), with a message naming it.
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
 #include <iostream>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 
 #include "app/BundledScenario.h"
+#include "app/InputFile.h"
 #include "app/Player.h"
 #include "platform/trace/Trace.h"
 #include "platform/trace/Zipmark.h"
@@ -14,80 +23,146 @@
 
 namespace {
 
+constexpr std::size_t kMaxScenarioBytes = std::size_t{1} << 30;
+constexpr std::size_t kMaxFastTraceBytes = std::size_t{1} << 30;
+
+// A usage error: a bad option or environment variable.
+class UsageError : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
+
+// Environment settings are checked before anything runs, so that a bad one
+// is reported as itself rather than as a failure of whatever step first
+// traced. A command-line flag replaces its variable, bad or not.
+void checkEnvironment(bool traceFlag, bool fastTraceFlag) {
+   if (!traceFlag && !Vok::traceEnvironmentError().empty()) {
+      throw UsageError("CONNROUTE_TRACE: " + Vok::traceEnvironmentError());
+   }
+   if (!fastTraceFlag && !Zipmark::environmentError().empty()) {
+      throw UsageError("CONNROUTE_FASTTRACE: " + Zipmark::environmentError());
+   }
+   const char* toggles = std::getenv("CONNROUTE_TOGGLES");
+   std::istringstream names(toggles ? toggles : "");
+   for (std::string name; std::getline(names, name, ',');) {
+      if (!name.empty() && !App::knownToggles().contains(name)) {
+         throw UsageError("CONNROUTE_TOGGLES: unknown toggle '" + name + "' (" +
+                          App::knownTogglesText() + ")");
+      }
+   }
+}
+
+void flushOrFail(std::ostream& out) {
+   out.flush();
+   if (!out) {
+      throw App::OutputError(std::string("cannot write the output: ") + std::strerror(errno));
+   }
+}
+
 int runScenario(const std::string& path, bool json, bool checkOnly) {
-   App::Scenario scenario = path.empty() ? App::parseScenario(App::bundledScenario(), "(bundled example)")
-                                         : App::loadScenario(path);
-   App::dryRun(scenario);
+   const App::Scenario scenario =
+         path.empty() ? App::parseScenario(App::bundledScenario(), "(bundled example)")
+                      : App::parseScenario(App::readInputFile(path, kMaxScenarioBytes), path);
    if (checkOnly) {
+      App::play(scenario, App::OutputFormat::none, STDOUT_FILENO);
       std::cout << scenario.name << ": ok, " << scenario.steps.size() << " steps\n";
+      flushOrFail(std::cout);
       return 0;
    }
-   nlohmann::json dumps = nlohmann::json::array();
-   if (!json && !scenario.description.empty()) {
-      std::cout << "# " << scenario.description << "\n";
+   App::play(scenario, json ? App::OutputFormat::json : App::OutputFormat::text, STDOUT_FILENO);
+   return 0;
+}
+
+int decodeFastTrace(const std::string& path) {
+   std::istringstream in(App::readInputFile(path, kMaxFastTraceBytes));
+   try {
+      Zipmark::decode(in, std::cout);
+   } catch (const std::runtime_error& e) {
+      flushOrFail(std::cout);
+      throw App::ScenarioError(path + ": " + e.what());
    }
-   App::play(scenario, [&](const App::Snapshot& snapshot) {
-      if (json) {
-         dumps.push_back(App::toJson(snapshot));
-      } else {
-         std::cout << App::renderText(snapshot);
-      }
-   });
-   if (json) {
-      std::cout << nlohmann::json{{"scenario", scenario.name}, {"dumps", dumps}}.dump(2) << "\n";
-   }
+   flushOrFail(std::cout);
    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+   // A closed pipe is a write error to report, not a signal to die of.
+   std::signal(SIGPIPE, SIG_IGN);
    CLI::App app{
          "connroute: the connected-route engine of a routing agent, on an in-process platform.\n"
          "Plays a scenario of interface, VRF, kernel and RIB state (docs/scenario.md) and prints\n"
          "the routes, vias, via sets and readiness marks the engine writes."};
-   app.require_subcommand(1);
+   app.set_version_flag("--version", "connroute " CONNROUTE_VERSION);
+   app.require_subcommand(0, 1);
 
    std::string scenario, trace, fastTrace;
    bool json = false;
    auto* run = app.add_subcommand("run", "play a scenario (the bundled example when none is given)");
-   run->add_option("scenario", scenario, "scenario file (JSON with comments)")->check(CLI::ExistingFile);
+   run->add_option("scenario", scenario, "scenario file (JSON with comments)");
    run->add_flag("--json", json, "print the dumps as one JSON document");
-   run->add_option("--trace", trace,
-                   "text trace to stderr, e.g. 'IntfBacklogSm/8,ConnectedRoute/0-7' or '*/0-9' "
-                   "(also CONNROUTE_TRACE)");
-   run->add_option("--fast-trace", fastTrace,
-                   "fast-trace levels to record, e.g. '1' (also CONNROUTE_FASTTRACE); the file is "
-                   "ZMFILE or ConnectedRoute-<pid>.zm");
+   auto* traceOption = run->add_option(
+         "--trace", trace,
+         "text trace to stderr, e.g. 'IntfBacklogSm/8,ConnectedRoute/0-7' or '*/0-9' "
+         "(replaces CONNROUTE_TRACE)");
+   auto* fastTraceOption = run->add_option(
+         "--fast-trace", fastTrace,
+         "fast-trace levels to record, e.g. '1' (replaces CONNROUTE_FASTTRACE); the file is "
+         "ZMFILE or ConnectedRoute-<pid>.zm");
 
    std::string checkPath;
-   auto* check = app.add_subcommand("check", "validate a scenario without printing its dumps");
-   check->add_option("scenario", checkPath, "scenario file")->required()->check(CLI::ExistingFile);
+   auto* check = app.add_subcommand("check", "validate a scenario and play it without printing");
+   check->add_option("scenario", checkPath, "scenario file")->required();
 
    std::string zmPath;
    auto* decode = app.add_subcommand("zmdecode", "print a fast-trace file as text");
-   decode->add_option("file", zmPath, "fast-trace file")->required()->check(CLI::ExistingFile);
+   decode->add_option("file", zmPath, "fast-trace file")->required();
 
-   CLI11_PARSE(app, argc, argv);
    try {
+      app.parse(argc, argv);
+   } catch (const CLI::ParseError& e) {
+      if (e.get_exit_code() == 0) {
+         return app.exit(e);  // --help, --version
+      }
+      std::cerr << "connroute: " << e.what() << " (connroute --help lists the commands)\n";
+      return 2;
+   }
+   try {
+      if (app.get_subcommands().empty()) {
+         throw UsageError("a command is required: run, check or zmdecode (connroute --help)");
+      }
       if (*decode) {
-         std::ifstream in(zmPath, std::ios::binary);
-         Zipmark::decode(in, std::cout);
-         return 0;
+         return decodeFastTrace(zmPath);
       }
-      if (!trace.empty()) {
-         Vok::traceConfigIs(trace);
+      checkEnvironment(traceOption->count() > 0, fastTraceOption->count() > 0);
+      if (traceOption->count() > 0) {
+         try {
+            Vok::traceConfigIs(trace);
+         } catch (const std::invalid_argument& e) {
+            throw UsageError(std::string("--trace: ") + e.what());
+         }
       }
-      if (!fastTrace.empty()) {
-         Zipmark::levelsIs(fastTrace);
+      if (fastTraceOption->count() > 0) {
+         try {
+            Zipmark::levelsIs(fastTrace);
+         } catch (const std::invalid_argument& e) {
+            throw UsageError(std::string("--fast-trace: ") + e.what());
+         }
       }
       if (*check) {
          return runScenario(checkPath, false, true);
       }
       return runScenario(scenario, json, false);
+   } catch (const UsageError& e) {
+      std::cerr << "connroute: " << e.what() << "\n";
+      return 2;
    } catch (const App::ScenarioError& e) {
       std::cerr << "connroute: " << e.what() << "\n";
       return 2;
+   } catch (const App::OutputError& e) {
+      std::cerr << "connroute: " << e.what() << "\n";
+      return 1;
    } catch (const std::exception& e) {
       std::cerr << "connroute: " << e.what() << "\n";
       return 1;

@@ -99,11 +99,22 @@ class TraceRegistry {
    void sinkIs(std::function<void(const TraceLine&)> sink) { sink_ = std::move(sink); }
 
  private:
+   // A bad CONNROUTE_TRACE must not stop whoever first traces: it is kept
+   // aside (no rules) for the program to report.
    TraceRegistry() {
       if (const char* env = std::getenv("CONNROUTE_TRACE")) {
-         rules_ = parseConfig(env);
+         try {
+            rules_ = parseConfig(env);
+         } catch (const std::invalid_argument& e) {
+            environmentError_ = e.what();
+         }
       }
    }
+
+ public:
+   const std::string& environmentError() const noexcept { return environmentError_; }
+
+ private:
 
    std::uint32_t maskFor(const std::string& name) const {
       std::uint32_t mask = 0;
@@ -118,6 +129,7 @@ class TraceRegistry {
    std::vector<TraceHandle*> handles_;
    std::vector<Rule> rules_;
    std::function<void(const TraceLine&)> sink_;
+   std::string environmentError_;
 };
 
 TraceHandle::TraceHandle(std::string name) : name_(std::move(name)) {
@@ -139,6 +151,8 @@ void TraceHandle::write(int level, const char* prettyFunction, int line, std::st
 }
 
 void traceConfigIs(std::string_view config) { TraceRegistry::instance().configIs(config); }
+
+const std::string& traceEnvironmentError() { return TraceRegistry::instance().environmentError(); }
 
 void traceSinkIs(std::function<void(const TraceLine&)> sink) {
    TraceRegistry::instance().sinkIs(std::move(sink));

@@ -47,6 +47,8 @@ class TraceHandle {
 // Applies a configuration in the CONNROUTE_TRACE syntax to every handle,
 // present and future. Throws std::invalid_argument on bad syntax.
 void traceConfigIs(std::string_view config);
+// Why CONNROUTE_TRACE was not applied (empty when it was, or is unset).
+const std::string& traceEnvironmentError();
 // Where lines go; the default writes them to stderr. Null restores it.
 void traceSinkIs(std::function<void(const TraceLine&)> sink);
 // "Routing::ConnectedRoute::IntfBacklog::doAddBacklog" from a

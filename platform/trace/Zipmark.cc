@@ -83,11 +83,22 @@ class Recorder {
    }
 
  private:
+   // A bad CONNROUTE_FASTTRACE records nothing and is kept aside for the
+   // program to report, rather than stopping the first handler that traces.
    Recorder() {
       if (const char* env = std::getenv("CONNROUTE_FASTTRACE")) {
-         mask_ = parseLevelMask(env);
+         try {
+            mask_ = parseLevelMask(env);
+         } catch (const std::invalid_argument& e) {
+            environmentError_ = e.what();
+         }
       }
    }
+
+ public:
+   const std::string& environmentError() const noexcept { return environmentError_; }
+
+ private:
    ~Recorder() { close(); }
 
    static void appendShortText(std::string& out, std::string_view text) {
@@ -165,6 +176,7 @@ class Recorder {
    std::string fileName_;
    bool configured_ = false;
    std::uint32_t mask_ = 0;
+   std::string environmentError_;
    std::FILE* file_ = nullptr;
    std::uint64_t written_ = 0;
 };
@@ -191,6 +203,7 @@ Field am6(std::string_view label, const std::array<std::uint8_t, 16>& address,
 void initialize(const Config& config) { Recorder::instance().initialize(config); }
 const std::string& fileName() { return Recorder::instance().fileName(); }
 void levelsIs(std::string_view levels) { Recorder::instance().levelsIs(levels); }
+const std::string& environmentError() { return Recorder::instance().environmentError(); }
 bool enabled(int level) noexcept { return Recorder::instance().enabled(level); }
 void record(int level, std::string_view method, std::initializer_list<Field> fields) {
    Recorder::instance().record(level, method, fields);

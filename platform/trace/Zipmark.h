@@ -63,6 +63,8 @@ void initialize(const Config& config);
 const std::string& fileName();
 // Applies CONNROUTE_FASTTRACE-style levels ("1", "0-9"); empty disables.
 void levelsIs(std::string_view levels);
+// Why CONNROUTE_FASTTRACE was not applied (empty when it was, or is unset).
+const std::string& environmentError();
 bool enabled(int level) noexcept;
 void record(int level, std::string_view method, std::initializer_list<Field> fields);
 // Writes buffered records out.

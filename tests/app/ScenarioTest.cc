@@ -6,6 +6,11 @@
 
 #include "app/Player.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
 namespace App {
 namespace {
 
@@ -57,6 +62,67 @@ TEST(ScenarioReader, RefusesBadInputNamingFileStepAndProblem) {
    }
 }
 
+// Values JSON allows that would freeze virtual time, drop input silently or
+// print as something else: each is refused where it stands.
+TEST(ScenarioReader, RefusesValuesThatWouldMisbehaveLater) {
+   struct Row {
+      std::string steps;
+      std::string expected;
+   };
+   for (const Row& row : std::vector<Row>{
+              {R"({"advance": "nans"})", "step 1 (advance): bad duration 'nans'"},
+              {R"({"advance": "infs"})", "bad duration 'infs'"},
+              {R"({"advance": "0x10s"})", "bad duration '0x10s'"},
+              {R"({"advance": "  5s"})", "bad duration '  5s'"},
+              {R"({"advance": "-5s"})", "bad duration '-5s'"},
+              {R"({"advance": "1e3s"})", "bad duration '1e3s'"},
+              {R"({"advance": 1e300})", "step 1 (advance): duration out of range"},
+              {R"({"run": {"limit": "99999999s"}})", "field 'limit': duration out of range"},
+              {R"({"ipv4": {"vrf": "red", "intf": "", "active": "10.0.0.1/24"}})",
+               "step 1 (ipv4): field 'intf': empty name"},
+              {R"({"ipv4": {"vrf": " red", "intf": "Ethernet1"}})", "field 'vrf': name ' red' starts or ends"},
+              {R"({"vrfLocal": {"vrf": "red", "netns": "ns ", "state": "active"}})",
+               "field 'netns': name 'ns ' starts or ends with a space"},
+              {R"({"vrfIdMap": {"set": {"": 1}}})", "VRF '': empty name"},
+              {R"({"stale": {"vrfId": 1, "ipv4Routes": ["2001:db8::/64"]}})",
+               "field 'ipv4Routes': '2001:db8::/64' is not an IPv4 prefix"},
+              {R"({"stale": {"vrfId": 1, "ipv6Routes": ["10.0.0.0/8"]}})", "is not an IPv6 prefix"},
+              {R"({"stale": {"vrfId": 1, "viaSets": 1000000000000}})", "field 'viaSets': expected a count"},
+              {R"({"start": {}}, {"stale": {"vrfId": 1, "viaSets": 1}})",
+               "step 2 (stale): stale rows are left by an earlier run"},
+              {R"({"dump": "x\n=== forged"})", "step 1 (dump): string 'x...' holds the control character U+000A"},
+              {R"({"ipv4": {"vrf": "red", "intf": "Ethernet1", "secondaries": {"10.0.0.1/24\t": true}}})",
+               "step 1 (ipv4), field 'secondaries': key '10.0.0.1/24...' holds the control character U+0009"},
+              {R"({"ipv4": {"vrf": "red", "vrf": "blue", "intf": "Ethernet1"}})",
+               "step 1 (ipv4): duplicate key 'vrf'"},
+        }) {
+      SCOPED_TRACE(row.steps);
+      EXPECT_NE(errorOf(row.steps).find(row.expected), std::string::npos) << errorOf(row.steps);
+   }
+}
+
+TEST(ScenarioReader, RefusesDocumentsAParserWouldReadOnlyInPart) {
+   struct Row {
+      std::string text;
+      std::string expected;
+   };
+   for (const Row& row : std::vector<Row>{
+              {R"({"steps": [], "steps": [{"start": {}}]})", "d.json: duplicate key 'steps'"},
+              {R"({"description": "a", "description": "b", "steps": []})", "duplicate key 'description'"},
+              {std::string("{\"steps\": []}\0{\"steps\": 1}", 28), "d.json: not a text file: NUL byte at byte 13"},
+              {R"({"description": "line\rfeed", "steps": []})",
+               "field 'description': string 'line...' holds the control character U+000D"},
+        }) {
+      SCOPED_TRACE(row.text);
+      try {
+         parseScenario(row.text, "d.json");
+         ADD_FAILURE() << "parsed";
+      } catch (const ScenarioError& e) {
+         EXPECT_NE(std::string(e.what()).find(row.expected), std::string::npos) << e.what();
+      }
+   }
+}
+
 TEST(ScenarioReader, ReadsEveryStepKind) {
    const Scenario s = parseScenario(R"({
       // comments are allowed
@@ -86,41 +152,72 @@ TEST(ScenarioReader, ReadsEveryStepKind) {
    EXPECT_EQ(std::get<Ipv4Step>(s.steps[10].action).secondaries.size(), 1u);
 }
 
-TEST(ScenarioDryRun, RefusesAScenarioOnWhichTheEngineWouldStop) {
+// The output of a play, written to an unnamed file and read back.
+struct Played {
+   std::string output;
+   std::string error;  // the ScenarioError's text, if any
+};
+
+Played playTo(const Scenario& s, OutputFormat format) {
+   const int fd = ::memfd_create("played", 0);
+   Played out;
+   try {
+      play(s, format, fd);
+   } catch (const ScenarioError& e) {
+      out.error = e.what();
+   }
+   out.output.resize(static_cast<std::size_t>(::lseek(fd, 0, SEEK_END)));
+   ::pread(fd, out.output.data(), out.output.size(), 0);
+   ::close(fd);
+   return out;
+}
+
+TEST(Player, RefusesAScenarioOnWhichTheEngineStopsNamingTheStepAndPrintsNothing) {
    const Scenario s = parseScenario(R"({"steps": [
         {"start": {}},
         {"vrfIdMap": {"set": {"default": 0}}},
+        {"dump": "before"},
         {"kernel": {"netns": "default", "up": ["Ethernet1"]}},
         {"ipv4": {"vrf": "default", "intf": "Ethernet1", "active": "10.0.0.1/24",
                   "secondaries": {"10.1.0.1/24": false}}},
         {"run": "idle"}
       ]})",
                                     "hazard.json");
-   try {
-      dryRun(s);
-      FAIL() << "accepted";
-   } catch (const ScenarioError& e) {
-      EXPECT_NE(std::string(e.what()).find(
-                      "hazard.json: step 4 (ipv4): the engine would stop here: assertion failed: "
-                      "intfIdSet"),
-                std::string::npos)
-            << e.what();
-   }
+   const Played played = playTo(s, OutputFormat::text);
+   EXPECT_NE(played.error.find("hazard.json: step 5 (ipv4): the engine stopped here: assertion failed: "
+                               "intfIdSet"),
+             std::string::npos)
+         << played.error;
+   EXPECT_EQ(played.output, "");
 }
 
-TEST(ScenarioDryRun, AcceptsAScenarioTheEngineCanPlay) {
-   const Scenario s = parseScenario(R"({"steps": [
-        {"start": {}}, {"vrfIdMap": {"set": {"default": 0}}}, {"run": "idle"}, {"dump": "x"}]})",
+TEST(Player, PlaysOnceAndPrintsEveryDumpAsTextOrJson) {
+   const Scenario s = parseScenario(R"({"description": "two dumps", "steps": [
+        {"start": {}}, {"vrfIdMap": {"set": {"default": 0}}},
+        {"kernel": {"netns": "default", "up": ["Ethernet1"]}},
+        {"ipv4": {"vrf": "default", "intf": "Ethernet1", "active": "10.0.0.1/31"}},
+        {"dump": "empty"}, {"run": "idle"}, {"dump": "routes"}]})",
                                     "fine.json");
-   EXPECT_NO_THROW(dryRun(s));
-   int dumps = 0;
-   play(s, [&](const Snapshot& snapshot) {
-      ++dumps;
-      ASSERT_EQ(snapshot.vrfs.size(), 1u);
-      EXPECT_EQ(snapshot.vrfs[0].name, "default");
-      EXPECT_EQ(snapshot.vrfs[0].v4Ready, true);
-   });
-   EXPECT_EQ(dumps, 1);
+   const Played text = playTo(s, OutputFormat::text);
+   EXPECT_EQ(text.error, "");
+   EXPECT_TRUE(text.output.starts_with("# two dumps\n=== empty (t=1.0000"))
+         << text.output;
+   EXPECT_NE(text.output.find("=== routes"), std::string::npos);
+   EXPECT_NE(text.output.find("    10.0.0.0/31"), std::string::npos);
+
+   const Played json = playTo(s, OutputFormat::json);
+   const nlohmann::json document = nlohmann::json::parse(json.output);
+   EXPECT_EQ(document["scenario"], "fine.json");
+   ASSERT_EQ(document["dumps"].size(), 2u);
+   EXPECT_EQ(document["dumps"][0]["vrfs"][0]["ipv4Routes"].size(), 0u);
+   const auto& routes = document["dumps"][1]["vrfs"][0]["ipv4Routes"];
+   ASSERT_EQ(routes.size(), 2u);
+   EXPECT_EQ(routes[0]["prefix"], "10.0.0.0/31");
+   EXPECT_EQ(routes[0]["owner"], "Ethernet1");
+   EXPECT_EQ(document["dumps"][1]["vrfs"][0]["v4Ready"], true);
+
+   const Played none = playTo(s, OutputFormat::none);
+   EXPECT_EQ(none.output, "");
 }
 
 }  // namespace

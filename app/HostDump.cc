@@ -1,0 +1,199 @@
+// Walks what the engine wrote into a DumpWriter: every VRF whose tables
+// exist, in identifier order, each table's rows sorted by key. The VRF
+// names, containers and owners are indexed once per dump, so a dump costs
+// O(rows log rows), whatever the number of VRFs.
+#include <algorithm>
+#include <charconv>
+#include <map>
+
+#include "app/Host.h"
+
+namespace App {
+
+using namespace Routing::ConnectedRoute;
+namespace Rib = Routing::Rib;
+
+namespace {
+
+// "routing/rib/<routeConfig|viaConfig>/ipv<4|6>/<id>/connected" -> id.
+std::optional<std::uint32_t> tableVrfId(std::string_view path) {
+   for (std::string_view head : {"routing/rib/routeConfig/ipv", "routing/rib/viaConfig/ipv"}) {
+      if (!path.starts_with(head)) {
+         continue;
+      }
+      path.remove_prefix(head.size());
+      if (path.size() < 2 || (path[0] != '4' && path[0] != '6') || path[1] != '/') {
+         return std::nullopt;
+      }
+      path.remove_prefix(2);
+      constexpr std::string_view tail = "/connected";
+      if (!path.ends_with(tail)) {
+         return std::nullopt;
+      }
+      path.remove_suffix(tail.size());
+      std::uint32_t id = 0;
+      auto [end, error] = std::from_chars(path.data(), path.data() + path.size(), id);
+      if (error != std::errc() || end != path.data() + path.size()) {
+         return std::nullopt;
+      }
+      return id;
+   }
+   return std::nullopt;
+}
+
+RouteRow routeRow(const Rib::Route& r, const ContainerSm* container) {
+   std::string owner = "-";
+   if (container) {
+      const Ovel::IntfId intf = container->intfBacklogSm()->installedIntfId(r.prefix);
+      if (!intf.empty()) {
+         owner = std::string(intf.name());
+      }
+   }
+   return RouteRow{r.prefix.toString(), static_cast<unsigned>(r.routeType), r.viaSetKey.value(),
+                   owner, static_cast<std::uint32_t>(r.routingProtocol), r.metricPref.metric,
+                   r.metricPref.preference, r.fecIndex, r.flags};
+}
+
+// Rows of a table as pointers sorted by `key`: the table is not written
+// while a dump runs, so its rows stay where they are.
+template <class Row, class ForEach, class Key>
+std::vector<const Row*> sortedRows(ForEach forEach, Key key) {
+   std::vector<const Row*> rows;
+   forEach([&](const Row& row) { rows.push_back(&row); });
+   std::sort(rows.begin(), rows.end(), [&](const Row* a, const Row* b) { return key(*a) < key(*b); });
+   return rows;
+}
+
+// A table's sorted rows, with the mount that keeps them readable.
+template <class Row>
+struct MountedRows {
+   Vok::Ptr<VokPlim::Mount> mount;
+   std::vector<const Row*> rows;
+};
+
+template <class Out, class Row, class Convert>
+Section<Out> section(const std::vector<const Row*>& rows, Convert convert) {
+   return Section<Out>{rows.size(), [&rows, convert](const std::function<void(const Out&)>& visit) {
+                          for (const Row* row : rows) {
+                             visit(convert(*row));
+                          }
+                       }};
+}
+
+}  // namespace
+
+void Host::dump(const std::string& label, DumpWriter& writer) {
+   writer.dumpBegin(DumpHeader{label, time_.peek(), root_ != nullptr});
+   std::map<std::uint32_t, const ContainerSm*> containers;
+   if (root_) {
+      for (const auto& [name, container] : root_->containerSm()) {
+         containers.emplace(container->vrfId().value(), container.get());
+      }
+   }
+   std::map<std::uint32_t, std::string> mapNames;  // the first name of each identifier
+   if (const auto& map = shared_.nameToIdMapWrapper->nameToIdMap()) {
+      for (const auto& [name, id] : map->vrfNameToId()) {
+         mapNames.try_emplace(id.value(), name.str());
+      }
+   }
+   std::vector<std::uint32_t> vrfIds;
+   for (const std::string& path : shared_.entityManager->paths()) {
+      if (auto id = tableVrfId(path)) {
+         vrfIds.push_back(*id);
+      }
+   }
+   std::sort(vrfIds.begin(), vrfIds.end());
+   vrfIds.erase(std::unique(vrfIds.begin(), vrfIds.end()), vrfIds.end());
+
+   auto mounted = [&](const std::string& path, std::string_view type) -> Vok::Ptr<VokPlim::Mount> {
+      if (shared_.entityManager->typeName(path).empty()) {
+         return nullptr;
+      }
+      return shared_.entityManager->mount(path, type, {}, Kordb::MountMode::readOnly);
+   };
+   auto routesOf = [&](const std::string& path) {
+      MountedRows<Rib::Route> out{mounted(path, "Routing::Rib::RouteConfig"), {}};
+      if (out.mount) {
+         auto table = out.mount->entityAs<Rib::RouteConfig>();
+         out.rows = sortedRows<Rib::Route>(
+               [&](auto visit) { table->forEachRoute(visit); },
+               [](const Rib::Route& r) -> const Ovel::IpGenPrefix& { return r.prefix; });
+      }
+      return out;
+   };
+   auto viasOf = [&](const std::string& path) {
+      MountedRows<Rib::Via> out{mounted(path, "Routing::Rib::Ip::ViaConfig"), {}};
+      if (out.mount) {
+         auto table = out.mount->entityAs<Rib::Ip::ViaConfig>();
+         out.rows = sortedRows<Rib::Via>([&](auto visit) { table->forEachVia(visit); },
+                                         [](const Rib::Via& v) -> const Rib::ViaKey& { return v.key; });
+      }
+      return out;
+   };
+   auto viaRow = [](const Rib::Via& v) {
+      return ViaRow{v.key.toString(), v.nexthop.toString(), std::string(v.intfId.name()), v.flags,
+                    v.kind};
+   };
+
+   for (std::uint32_t id : vrfIds) {
+      const Vrf::VrfIdMap::VrfId vrfId(id);
+      auto found = containers.find(id);
+      const ContainerSm* container = found == containers.end() ? nullptr : found->second;
+      VrfHeader header{container ? container->vrfName().str() : "", id, std::nullopt, std::nullopt};
+      if (!container) {
+         if (auto name = mapNames.find(id); name != mapNames.end()) {
+            header.name = name->second;
+         }
+      }
+      if (root_ && root_->allVrfReadyStatus() && !header.name.empty()) {
+         if (auto record = root_->allVrfReadyStatus()->vrfReadyStatus(L3::VrfName(header.name))) {
+            header.v4Ready = record->v4ConnectedRoutesReady();
+            header.v6Ready = record->v6ConnectedRoutesReady();
+         }
+      }
+      auto ownedRow = [container](const Rib::Route& r) { return routeRow(r, container); };
+      const auto routes4 = routesOf(ContainerSm::rib4Path(vrfId));
+      const auto routes6 = routesOf(ContainerSm::rib6Path(vrfId));
+      const auto vias4 = viasOf(ContainerSm::via4Path(vrfId));
+      const auto vias6 = viasOf(ContainerSm::via6Path(vrfId));
+      writer.vrf(header, section<RouteRow>(routes4.rows, ownedRow),
+                 section<RouteRow>(routes6.rows, ownedRow), section<ViaRow>(vias4.rows, viaRow),
+                 section<ViaRow>(vias6.rows, viaRow));
+   }
+
+   std::vector<const Rib::IpRibRouteOrq*> query;
+   for (const auto& table : {shared_.route4OrmoConfig, shared_.route6OrmoConfig}) {
+      table->forEachRow([&](const Rib::IpRibRouteOrq& row) { query.push_back(&row); });
+   }
+   std::sort(query.begin(), query.end(), [](const auto* a, const auto* b) {
+      return std::pair(a->key().vrfId.value(), a->key().prefix) <
+             std::pair(b->key().vrfId.value(), b->key().prefix);
+   });
+   writer.queryRows(section<QueryRow>(query, [&containers](const Rib::IpRibRouteOrq& row) {
+      const std::uint32_t id = row.key().vrfId.value();
+      auto found = containers.find(id);
+      return QueryRow{id, routeRow(row.route(), found == containers.end() ? nullptr : found->second)};
+   }));
+
+   const auto viaSets = sortedRows<Rib::Plim::ViaSet>(
+         [&](auto visit) { shared_.viaSetConfig->forEachViaSet(visit); },
+         [](const Rib::Plim::ViaSet& v) { return v.key.value(); });
+   writer.viaSets(section<ViaSetRow>(viaSets, [](const Rib::Plim::ViaSet& v) {
+      return ViaSetRow{v.key.value(), static_cast<unsigned>(v.kind), v.via.viaKey.toString(),
+                       static_cast<std::uint32_t>(v.via.rp), v.viaCount};
+   }));
+
+   std::vector<ProtoRow> proto;
+   shared_.protoVrfStatusDir->forEachName([&](const std::string& name) {
+      auto entity = shared_.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(name);
+      proto.push_back(ProtoRow{name, entity->ready(), entity->readyTime()});
+   });
+   writer.protoVrfStatus(Section<ProtoRow>{proto.size(), [&proto](const auto& visit) {
+                                              for (const ProtoRow& p : proto) {
+                                                 visit(p);
+                                              }
+                                           }});
+   writer.dumpEnd();
+}
+
+}  // namespace App
