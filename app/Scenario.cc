@@ -281,7 +281,7 @@ Scenario parseScenario(const std::string& source, const std::string& name) {
    try {
       DocumentChecker::check(source);
       document = json::parse(source, nullptr, true, /*ignore_comments=*/true);
-   } catch (const json::parse_error& e) {
+   } catch (const json::exception& e) {  // a syntax error, or a number out of range
       throw ScenarioError(name + ": not valid JSON: " + e.what());
    } catch (const DocumentError& e) {
       throw ScenarioError(name + ": " + e.what());

@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# The program's command line: every usage and input error exits 2 with a
+# message naming what is wrong; a failed write exits 1; --version and
+# --help exit 0. Usage: cli.sh CONNROUTE EXAMPLES_DIR
+set -uo pipefail
+connroute=$1 examples=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+
+# expect STATUS MESSAGE_PART -- COMMAND...
+expect() {
+  local status=$1 part=$2
+  shift 3
+  local err actual
+  err=$("$@" 2>&1 >/dev/null)
+  actual=$?
+  if [ "$actual" -ne "$status" ] || [[ "$err" != *"$part"* ]]; then
+    echo "FAIL: $* -> exit $actual, stderr: $err (wanted exit $status and '$part')" >&2
+    failures=$((failures + 1))
+  fi
+}
+
+printf '{"steps": [{"start": {}}, {"dump": "x"}]}' > "$work/ok.json"
+printf '{"steps": [{"start": {}}], "steps": []}' > "$work/dup.json"
+printf '{"steps": [{"advance": "nans"}]}' > "$work/nan.json"
+mkfifo "$work/fifo"
+printf 'ZMK1garbage' > "$work/bad.zm"
+
+# Usage errors.
+expect 2 "not expected: --bogus" -- "$connroute" --bogus
+expect 2 "a command is required" -- "$connroute"
+expect 2 "not expected: extra" -- "$connroute" run "$work/ok.json" extra
+expect 2 "scenario is required" -- "$connroute" check
+expect 2 "file is required" -- "$connroute" zmdecode
+expect 2 "--trace: bad trace levels" -- "$connroute" run --trace 'x/y' "$work/ok.json"
+expect 2 "--fast-trace: bad fast-trace levels" -- "$connroute" run --fast-trace zz "$work/ok.json"
+# Environment: reported as itself; the flag replaces its variable.
+expect 2 "CONNROUTE_TRACE: bad trace levels" -- env CONNROUTE_TRACE='bad//x' "$connroute" run "$work/ok.json"
+expect 0 "" -- env CONNROUTE_TRACE='bad//x' "$connroute" run --trace 'IntfBacklogSm/0' "$work/ok.json"
+expect 2 "CONNROUTE_FASTTRACE: bad fast-trace levels" -- env CONNROUTE_FASTTRACE=zz "$connroute" check "$work/ok.json"
+expect 2 "CONNROUTE_TOGGLES: unknown toggle 'Nope'" -- env CONNROUTE_TOGGLES=Nope "$connroute" run "$work/ok.json"
+# Input files.
+expect 2 "cannot read the file: No such file" -- "$connroute" run "$work/missing.json"
+expect 2 "/dev/zero: not a regular file" -- "$connroute" run /dev/zero
+expect 2 "not a regular file" -- "$connroute" check "$work/fifo"
+expect 2 "not a regular file" -- "$connroute" zmdecode /dev/zero
+expect 2 "duplicate key 'steps'" -- "$connroute" run "$work/dup.json"
+expect 2 "step 1 (advance): bad duration 'nans'" -- "$connroute" check "$work/nan.json"
+expect 2 "bad.zm: not a fast-trace file" -- "$connroute" zmdecode "$work/bad.zm"
+# Output.
+expect 1 "cannot write the output" -- sh -c "'$connroute' run '$examples/two-vrfs.json' > /dev/full"
+expect 1 "cannot write the output" -- sh -c "'$connroute' check '$work/ok.json' > /dev/full"
+expect 0 "" -- "$connroute" --version
+expect 0 "" -- "$connroute" --help
+
+if [ "$("$connroute" --version)" != "connroute $("$connroute" --version | cut -d' ' -f2)" ]; then
+  echo "FAIL: --version prints '$("$connroute" --version)'" >&2
+  failures=$((failures + 1))
+fi
+exit $((failures > 0))
