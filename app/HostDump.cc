@@ -41,18 +41,24 @@ std::optional<std::uint32_t> tableVrfId(std::string_view path) {
    return std::nullopt;
 }
 
-RouteRow routeRow(const Rib::Route& r, const ContainerSm* container) {
-   std::string owner = "-";
-   if (container) {
-      const Ovel::IntfId intf = container->intfBacklogSm()->installedIntfId(r.prefix);
-      if (!intf.empty()) {
-         owner = std::string(intf.name());
-      }
-   }
+Ovel::IntfId ownerOf(const Rib::Route& r, const ContainerSm* container) {
+   return container ? container->intfBacklogSm()->installedIntfId(r.prefix) : Ovel::IntfId();
+}
+
+RouteRow routeRow(const Rib::Route& r, const Ovel::IntfId& owner) {
    return RouteRow{r.prefix.toString(), static_cast<unsigned>(r.routeType), r.viaSetKey.value(),
-                   owner, static_cast<std::uint32_t>(r.routingProtocol), r.metricPref.metric,
+                   owner.empty() ? "-" : std::string(owner.name()),
+                   static_cast<std::uint32_t>(r.routingProtocol), r.metricPref.metric,
                    r.metricPref.preference, r.fecIndex, r.flags};
 }
+
+// A route with its owner, looked up once while the table is walked: the
+// route table and the owner map are both in hash order, so the lookups
+// stream through memory instead of jumping.
+struct OwnedRoute {
+   const Rib::Route* route;
+   Ovel::IntfId owner;
+};
 
 // Rows of a table as pointers sorted by `key`: the table is not written
 // while a dump runs, so its rows stay where they are.
@@ -111,15 +117,24 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
       }
       return shared_.entityManager->mount(path, type, {}, Kordb::MountMode::readOnly);
    };
-   auto routesOf = [&](const std::string& path) {
-      MountedRows<Rib::Route> out{mounted(path, "Routing::Rib::RouteConfig"), {}};
-      if (out.mount) {
-         auto table = out.mount->entityAs<Rib::RouteConfig>();
-         out.rows = sortedRows<Rib::Route>(
-               [&](auto visit) { table->forEachRoute(visit); },
-               [](const Rib::Route& r) -> const Ovel::IpGenPrefix& { return r.prefix; });
+   auto routesOf = [&](const std::string& path, const ContainerSm* container) {
+      std::pair<Vok::Ptr<VokPlim::Mount>, std::vector<OwnedRoute>> out{
+            mounted(path, "Routing::Rib::RouteConfig"), {}};
+      if (out.first) {
+         out.first->entityAs<Rib::RouteConfig>()->forEachRoute([&](const Rib::Route& r) {
+            out.second.push_back(OwnedRoute{&r, ownerOf(r, container)});
+         });
+         std::sort(out.second.begin(), out.second.end(),
+                   [](const OwnedRoute& a, const OwnedRoute& b) { return a.route->prefix < b.route->prefix; });
       }
       return out;
+   };
+   auto routeSection = [](const std::vector<OwnedRoute>& rows) {
+      return Section<RouteRow>{rows.size(), [&rows](const std::function<void(const RouteRow&)>& visit) {
+                                  for (const OwnedRoute& row : rows) {
+                                     visit(routeRow(*row.route, row.owner));
+                                  }
+                               }};
    };
    auto viasOf = [&](const std::string& path) {
       MountedRows<Rib::Via> out{mounted(path, "Routing::Rib::Ip::ViaConfig"), {}};
@@ -151,14 +166,12 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
             header.v6Ready = record->v6ConnectedRoutesReady();
          }
       }
-      auto ownedRow = [container](const Rib::Route& r) { return routeRow(r, container); };
-      const auto routes4 = routesOf(ContainerSm::rib4Path(vrfId));
-      const auto routes6 = routesOf(ContainerSm::rib6Path(vrfId));
+      const auto routes4 = routesOf(ContainerSm::rib4Path(vrfId), container);
+      const auto routes6 = routesOf(ContainerSm::rib6Path(vrfId), container);
       const auto vias4 = viasOf(ContainerSm::via4Path(vrfId));
       const auto vias6 = viasOf(ContainerSm::via6Path(vrfId));
-      writer.vrf(header, section<RouteRow>(routes4.rows, ownedRow),
-                 section<RouteRow>(routes6.rows, ownedRow), section<ViaRow>(vias4.rows, viaRow),
-                 section<ViaRow>(vias6.rows, viaRow));
+      writer.vrf(header, routeSection(routes4.second), routeSection(routes6.second),
+                 section<ViaRow>(vias4.rows, viaRow), section<ViaRow>(vias6.rows, viaRow));
    }
 
    std::vector<const Rib::IpRibRouteOrq*> query;
@@ -172,7 +185,8 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
    writer.queryRows(section<QueryRow>(query, [&containers](const Rib::IpRibRouteOrq& row) {
       const std::uint32_t id = row.key().vrfId.value();
       auto found = containers.find(id);
-      return QueryRow{id, routeRow(row.route(), found == containers.end() ? nullptr : found->second)};
+      const ContainerSm* container = found == containers.end() ? nullptr : found->second;
+      return QueryRow{id, routeRow(row.route(), ownerOf(row.route(), container))};
    }));
 
    const auto viaSets = sortedRows<Rib::Plim::ViaSet>(

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include <fstream>
 #include <sstream>
 
@@ -100,12 +102,48 @@ TEST(Zipmark, RecordsDecodeToLabelledText) {
    std::remove(Zipmark::fileName().c_str());
 }
 
-TEST(Zipmark, DecoderRejectsForeignAndTruncatedFiles) {
-   std::istringstream foreign("hello");
+// One record: level 1, method "m", fields as given (label, boolean kind 3, value 1).
+std::string record(const std::vector<std::string>& labels, const std::string& junk = "") {
+   std::string payload = std::string("\x01", 1) + static_cast<char>(labels.size()) + "\x01m";
+   for (const std::string& label : labels) {
+      payload += static_cast<char>(label.size()) + label + std::string("\x03\x01", 2);
+   }
+   payload += junk;
+   return std::string(1, static_cast<char>(payload.size())) + std::string(1, '\0') + payload;
+}
+
+TEST(Zipmark, DecoderSeparatesFieldsWhateverTheirLabelsCarry) {
+   std::istringstream in("ZMK1\n" + record({"a=", "b=", "  c="}));
    std::ostringstream out;
-   EXPECT_THROW(Zipmark::decode(foreign, out), std::runtime_error);
-   std::istringstream truncated(std::string("ZMK1\n") + std::string("\x09\x00\x01", 3));
-   EXPECT_THROW(Zipmark::decode(truncated, out), std::runtime_error);
+   Zipmark::decode(in, out);
+   EXPECT_EQ(out.str(), "1 m a=true b=true c=true\n");
+}
+
+TEST(Zipmark, DecoderRejectsBadFilesNamingByteOffsetsFromTheFilesStart) {
+   struct Row {
+      std::string name;
+      std::string file;
+      std::string message;  // a part of the error
+   };
+   const std::string first = "ZMK1\n" + record({"a="});  // 5 + 2 + 9 bytes
+   for (const Row& row : std::vector<Row>{
+              {"foreign", "hello", "bad magic at byte 0"},
+              {"cut short", first + std::string("\x09\x00\x01", 3), "cut short at byte 18"},
+              {"junk after the fields", first + record({"b="}, "xyz"),
+               "3 bytes of junk after the fields of the record at byte 16, from byte 27"},
+              {"unknown kind", first + std::string("\x07\x00\x01\x01\x01m\x01" "a\x09", 9),
+               "unknown field kind at byte 24 in the record at byte 16"},
+        }) {
+      SCOPED_TRACE(row.name);
+      std::istringstream in(row.file);
+      std::ostringstream out;
+      try {
+         Zipmark::decode(in, out);
+         ADD_FAILURE() << "decoded";
+      } catch (const std::runtime_error& e) {
+         EXPECT_NE(std::string(e.what()).find(row.message), std::string::npos) << e.what();
+      }
+   }
 }
 
 }  // namespace
