@@ -109,7 +109,7 @@ TEST(ScenarioReader, RefusesDocumentsAParserWouldReadOnlyInPart) {
    for (const Row& row : std::vector<Row>{
               {R"({"steps": [], "steps": [{"start": {}}]})", "d.json: duplicate key 'steps'"},
               {R"({"description": "a", "description": "b", "steps": []})", "duplicate key 'description'"},
-              {std::string("{\"steps\": []}\0{\"steps\": 1}", 28), "d.json: not a text file: NUL byte at byte 13"},
+              {std::string("{\"steps\": []}") + '\0' + "{\"steps\": 1}", "d.json: not a text file: NUL byte at byte 13"},
               {R"({"description": "line\rfeed", "steps": []})",
                "field 'description': string 'line...' holds the control character U+000D"},
         }) {

@@ -6,9 +6,11 @@
 // secondary is made inactive, or an IPv6 record default, only while the
 // interface's machine exists, and is restored before anything could remove
 // it again (its removal, a directed-broadcast change, the end of the
-// machine); no address is its own network or broadcast address; the record
-// of a present IPv6 address is not changed for another non-default one
-// (that counts the address again, and its keys are never released).
+// machine); the record of a present IPv6 address is not changed for another
+// non-default one (that counts the address again, and its keys are never
+// released). It does produce what a Linux host does: addresses that are
+// their own subnet's network or broadcast address, and an address that is
+// at once the active address and a listed secondary (a promotion).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -158,9 +160,13 @@ class Reference {
       candidate(Ovel::IpGenPrefix(a.addr(), 32), intfId, gen,
                 a.len() <= 31 ? RouteType::hostOfSubnetAddress : RouteType::hostOfFullLengthAddress,
                 Kind::rx);
-      if (a.len() <= 30) {
+      // An address that is its own network or broadcast address keeps its
+      // host route for that /32.
+      if (a.len() <= 30 && a.subnet() != a.addr()) {
          candidate(Ovel::IpGenPrefix(a.subnet(), 32), intfId, gen,
                    RouteType::networkOrBroadcastReceive, Kind::rxBcast);
+      }
+      if (a.len() <= 30 && a.broadcast() != a.addr()) {
          candidate(Ovel::IpGenPrefix(a.broadcast(), 32), intfId, gen,
                    directed ? RouteType::directedBroadcast : RouteType::networkOrBroadcastReceive,
                    directed ? Kind::directed : Kind::rxBcast);
@@ -191,11 +197,12 @@ class Publisher {
       for (int i = 1; i <= 5; ++i) {
          names_.push_back("Ethernet" + std::to_string(i));
       }
-      // Shared subnets, so that interfaces compete for prefixes; host parts
-      // are never the network or broadcast address.
+      // Shared subnets, so that interfaces compete for prefixes; some
+      // addresses are their subnet's network or broadcast address.
       for (const char* a : {"10.0.0.1/24", "10.0.0.2/24", "10.0.0.3/24", "10.0.1.1/24",
                             "10.0.1.2/25", "10.0.2.1/30", "10.0.2.2/30", "10.0.3.0/31",
-                            "10.0.3.1/31", "10.0.4.4/32", "10.0.0.1/16", "10.9.9.9/0"}) {
+                            "10.0.3.1/31", "10.0.4.4/32", "10.0.0.1/16", "10.9.9.9/0",
+                            "10.0.0.0/24", "10.0.1.127/25", "10.0.2.3/30"}) {
          v4_.push_back(Ovel::IpAddrWithMask::parse(a));
       }
       for (const char* a : {"2001:db8::1/64", "2001:db8::2/64", "2001:db8:1::1/64",
@@ -214,7 +221,8 @@ class Publisher {
          case 1:
             if (auto s = status4(intfId, true)) {
                const auto a = pick4();
-               if (!s->activeSecondaryWithMask(a)) {
+               // Also a promotion: an active secondary becoming the active address.
+               if (auto listed = s->activeSecondaryWithMask(a); !listed || *listed) {
                   s->activeAddrWithMaskIs(rng_() % 6 ? a : Ovel::IpAddrWithMask());
                }
             }
@@ -222,7 +230,7 @@ class Publisher {
          case 2:
             if (auto s = status4(intfId, true)) {
                const auto a = pick4();
-               if (a != s->activeAddrWithMask() && !s->activeSecondaryWithMask(a)) {
+               if (!s->activeSecondaryWithMask(a)) {  // the active address too
                   s->activeSecondaryWithMaskIs(a, true);
                }
             }
