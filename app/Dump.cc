@@ -191,9 +191,11 @@ class JsonWriter final : public DumpWriter {
    void scenarioEnd() override { out_ << (firstDump_ ? "]\n}\n" : "\n  ]\n}\n"); }
 
  private:
+   // Names from the command line need not be UTF-8: such bytes print as
+   // U+FFFD rather than failing the dump.
    template <class T>
    static std::string scalar(const T& value) {
-      return nlohmann::json(value).dump();
+      return nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
    }
    static std::string flag(const std::optional<bool>& value) {
       return value ? scalar(*value) : "null";
@@ -213,7 +215,8 @@ class JsonWriter final : public DumpWriter {
       out_ << indent << '"' << name << "\": [";
       bool first = true;
       rows.forEach([&](const Row& row) {
-         out_ << (first ? "\n" : ",\n") << indent << "  " << toJson(row).dump();
+         out_ << (first ? "\n" : ",\n") << indent << "  "
+              << toJson(row).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
          first = false;
       });
       out_ << (first ? "]" : "\n" + indent + "]") << (last ? "\n" : ",\n");

@@ -85,7 +85,7 @@ class DumpWriter {
 
 // Aligned text tables, one block per dump, after a "# description" line.
 std::unique_ptr<DumpWriter> textDumpWriter(std::ostream& out);
-// One JSON document: {"scenario": name, "dumps": [ ... ]}.
+// One JSON document: {"scenario": name, "description": text, "dumps": [ ... ]}.
 std::unique_ptr<DumpWriter> jsonDumpWriter(std::ostream& out);
 
 }  // namespace App

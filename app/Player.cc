@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -103,12 +105,18 @@ class NoWriter final : public DumpWriter {
    ::close(errorFd);
    ::dup2(outputFd, STDOUT_FILENO);
    ::close(outputFd);
-   const char* zmFile = std::getenv("ZMFILE");
-   if (!zmFile || !*zmFile) {
-      // The fast-trace file is named by the process the user started.
-      const std::string name = "ConnectedRoute-" + std::to_string(parent) + ".zm";
-      ::setenv("ZMFILE", name.c_str(), 1);
+   // Nothing outlives the program the user started, also when it is killed.
+   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+   if (::getppid() != parent) {
+      ::_exit(kChildStopped);
    }
+   // The fast-trace file is named by that program's process id too.
+   const char* zmFile = std::getenv("ZMFILE");
+   std::string name = zmFile && *zmFile ? zmFile : "ConnectedRoute-%d.zm";
+   if (auto at = name.find("%d"); at != std::string::npos) {
+      name.replace(at, 2, std::to_string(parent));
+   }
+   ::setenv("ZMFILE", name.c_str(), 1);
    std::ios::sync_with_stdio(false);
    try {
       if (format == OutputFormat::none) {
@@ -210,7 +218,11 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd) {
    void* page = ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
                        -1, 0);
    if (page == MAP_FAILED) {
-      throw OutputError(errnoText("cannot play the scenario: mmap"));
+      const std::string error = errnoText("cannot play the scenario: mmap");
+      for (int fd : {output, errors[0], errors[1]}) {
+         ::close(fd);
+      }
+      throw OutputError(error);
    }
    auto* progress = new (page) Progress;
    std::cout.flush();
@@ -218,7 +230,12 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd) {
    const pid_t parent = ::getpid();
    const pid_t child = ::fork();
    if (child < 0) {
-      throw OutputError(errnoText("cannot play the scenario: fork"));
+      const std::string error = errnoText("cannot play the scenario: fork");
+      for (int fd : {output, errors[0], errors[1]}) {
+         ::close(fd);
+      }
+      ::munmap(page, sizeof(Progress));
+      throw OutputError(error);
    }
    if (child == 0) {
       ::close(errors[0]);
@@ -258,10 +275,20 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd) {
    if (WIFEXITED(status) && WEXITSTATUS(status) == kChildOutputFailed) {
       throw OutputError(relay.reason());
    }
+   // The engine stops by a fatal assertion (an abort) or an uncaught error;
+   // any other end (the OOM killer, a signal from outside) is not the
+   // scenario's fault.
+   const bool engineStopped = (WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) ||
+                              (WIFEXITED(status) && WEXITSTATUS(status) == kChildStopped);
+   if (!engineStopped) {
+      throw OutputError("the play ended abnormally: " +
+                        (WIFSIGNALED(status) ? "killed by signal " + std::to_string(WTERMSIG(status))
+                                             : "exit status " + std::to_string(WEXITSTATUS(status))) +
+                        (number > 0 ? " at step " + std::to_string(number) : std::string()));
+   }
    std::string reason = relay.reason();
    if (reason.empty()) {
-      reason = WIFSIGNALED(status) ? "killed by signal " + std::to_string(WTERMSIG(status))
-                                   : "exit status " + std::to_string(WEXITSTATUS(status));
+      reason = WIFSIGNALED(status) ? "abort" : "exit status " + std::to_string(WEXITSTATUS(status));
    }
    const std::string where =
          finished || number == 0

@@ -18,7 +18,8 @@ namespace App {
 
 enum class OutputFormat { text, json, none };
 
-// The output could not be written (a full disk, a closed pipe).
+// The output could not be written (a full disk, a closed pipe), or the play
+// ended for a reason that is not the scenario's (it was killed).
 class OutputError : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;

@@ -59,15 +59,43 @@ bool DocumentChecker::key(std::string& key) {
    return true;
 }
 
+namespace {
+
+// The control character starting at text[i], as a code point, or 0: C0
+// controls and DEL, C1 controls (U+0080 to U+009F) and the bidirectional
+// formatting characters that reorder what a terminal shows (U+200E, U+200F,
+// U+202A to U+202E, U+2066 to U+2069). The parser has checked the UTF-8.
+unsigned controlAt(const std::string& text, std::size_t i) {
+   const auto byte = [&](std::size_t k) {
+      return k < text.size() ? static_cast<unsigned char>(text[k]) : 0u;
+   };
+   const unsigned c = byte(i);
+   if (c < 0x20 || c == 0x7f) {
+      return c == 0 ? 0x100 : c;  // NUL reported apart from "none"
+   }
+   if (c == 0xC2 && byte(i + 1) >= 0x80 && byte(i + 1) <= 0x9F) {
+      return byte(i + 1);
+   }
+   if (c == 0xE2) {
+      const unsigned code = 0x2000 + ((byte(i + 1) & 0x3F) << 6) + (byte(i + 2) & 0x3F);
+      if (code == 0x200E || code == 0x200F || (code >= 0x202A && code <= 0x202E) ||
+          (code >= 0x2066 && code <= 0x2069)) {
+         return code;
+      }
+   }
+   return 0;
+}
+
+}  // namespace
+
 void DocumentChecker::checkText(const std::string& text, const char* what) const {
    for (std::size_t i = 0; i < text.size(); ++i) {
-      const auto c = static_cast<unsigned char>(text[i]);
-      if (c < 0x20 || c == 0x7f) {
-         char code[8];
-         std::snprintf(code, sizeof(code), "U+%04X", c);
+      if (const unsigned code = controlAt(text, i)) {
+         char name[8];
+         std::snprintf(name, sizeof(name), "U+%04X", code == 0x100 ? 0 : code);
          throw DocumentError(where() + std::string(what) + " '" +
                              text.substr(0, std::min<std::size_t>(i, 40)) +
-                             "...' holds the control character " + code +
+                             "...' holds the control character " + name +
                              " (names, labels and texts are printed as they are)");
       }
    }

@@ -5,6 +5,7 @@
 // Exit status: 0 done; 1 the output could not be written; 2 a usage or
 // input error (a bad option, environment variable, scenario or fast-trace
 // file, or a scenario on which the engine stops), with a message naming it.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -85,9 +86,20 @@ int decodeFastTrace(const std::string& path) {
    return 0;
 }
 
+// Standard descriptors closed by whoever started the program would be
+// taken by the first files it opens (and output written into them).
+void keepStandardDescriptorsOpen() {
+   for (int fd = 0; fd <= 2; ++fd) {
+      if (::fcntl(fd, F_GETFD) < 0) {
+         ::open("/dev/null", fd == 0 ? O_RDONLY : O_WRONLY);  // takes the lowest free number: fd
+      }
+   }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+   keepStandardDescriptorsOpen();
    // A closed pipe is a write error to report, not a signal to die of.
    std::signal(SIGPIPE, SIG_IGN);
    CLI::App app{

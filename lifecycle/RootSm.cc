@@ -312,7 +312,15 @@ void RootSm::serveVrfsWaitingForTheirId() {
    std::set<L3::VrfName> waiting;
    waiting.swap(waitingForVrfId_);
    for (const L3::VrfName& name : waiting) {
-      doCreateOrDeleteContainer(name);  // waits again if its identifier is still taken
+      // A deletion must not fail (it runs from destructors too): a VRF that
+      // cannot be built now is traced and waits for the next chance.
+      try {
+         doCreateOrDeleteContainer(name);  // waits again if its identifier is still taken
+      } catch (const std::exception& e) {
+         VOK_TRACE(connectedRouteTrace(), 0, describe(),
+                   "cannot serve VRF " << name << " yet: " << e.what());
+         waitingForVrfId_.insert(name);
+      }
    }
 }
 

@@ -84,14 +84,14 @@ class AllVrfReadyStatus final : public Vok::Notifier<AllVrfReadyStatusNotifiee> 
    }
    // The VRF's record, created if absent.
    Vok::Ptr<VrfReadyStatus> vrfReadyStatusIs(const L3::VrfName& vrfName) {
-      auto [it, inserted] = records_.try_emplace(vrfName);
-      if (inserted) {
-         it->second = Vok::make<VrfReadyStatus>(vrfName);
-         Vok::Ptr<VrfReadyStatus> record = it->second;
-         notify([&](AllVrfReadyStatusNotifiee& n) { n.onVrfReadyStatus(vrfName); });
-         return record;
+      if (auto it = records_.find(vrfName); it != records_.end()) {
+         return it->second;
       }
-      return it->second;
+      // Built before it is inserted: a failed build leaves no empty record.
+      Vok::Ptr<VrfReadyStatus> record = Vok::make<VrfReadyStatus>(vrfName);
+      records_.emplace(vrfName, record);
+      notify([&](AllVrfReadyStatusNotifiee& n) { n.onVrfReadyStatus(vrfName); });
+      return record;
    }
    void vrfReadyStatusDel(L3::VrfName vrfName) {
       if (records_.erase(vrfName)) {

@@ -162,13 +162,6 @@ void IpIntfSm::updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del) {
    }
 }
 
-bool IpIntfSm::listedAsActiveSecondary(const Ovel::IpAddrWithMask& addr) const {
-   const auto& status = ipIntfStatus();
-   const std::optional<bool> active =
-         status ? status->activeSecondaryWithMask(addr) : std::optional<bool>();
-   return active && *active;
-}
-
 void IpIntfSm::releaseRole(const Ovel::IpAddrWithMask& addr, bool otherRoleHolds) {
    if (!otherRoleHolds || addr.addr().isZero()) {
       updateIntfIdsByPrefix(addr, true);
@@ -186,9 +179,9 @@ void IpIntfSm::handleActiveAddress(const Ovel::IpAddrWithMask& addr) {
            Zipmark::text(" intf=", intfId_.name()), am4(" addr=", addr),
            am4(" prevAddr=", prevActiveAddr_));
    if (prevActiveAddr_ != addr) {
-      // A promoted secondary keeps its entries when the old active address
-      // was itself listed as a secondary too.
-      releaseRole(prevActiveAddr_, listedAsActiveSecondary(prevActiveAddr_));
+      // The old active address keeps its entries while it still counts as
+      // a secondary.
+      releaseRole(prevActiveAddr_, countedSecondaries_.contains(prevActiveAddr_));
    }
    // Also when unchanged: a repeat adds (and counts) the address again.
    updateIntfIdsByPrefix(addr, false);
@@ -208,10 +201,14 @@ void IpIntfSm::handleSecondaryAddress(const Ovel::IpAddrWithMask& addr) {
       // The kernel promotes a secondary by announcing it as the active
       // address while it is still listed: its secondary role then goes
       // while its active role keeps the routes.
-      releaseRole(addr, addr == prevActiveAddr_);
+      const bool counted = countedSecondaries_.erase(addr) > 0;
+      releaseRole(addr, counted && addr == prevActiveAddr_);
       return;
    }
    updateIntfIdsByPrefix(addr, false);
+   if (!addr.addr().isZero()) {
+      countedSecondaries_.insert(addr);
+   }
 }
 
 void IpIntfSm::handleDirectedBroadcast() {
@@ -253,8 +250,9 @@ void IpIntfSm::handleIntfDeletion() {
    // active address also listed as a secondary gives back its count here
    // and its entries with the secondary below.
    const Ovel::IpAddrWithMask active = status ? status->activeAddrWithMask() : Ovel::IpAddrWithMask();
-   releaseRole(active, listedAsActiveSecondary(active));
+   releaseRole(active, active == prevActiveAddr_ && countedSecondaries_.contains(active));
    prevActiveAddr_ = Ovel::IpAddrWithMask();
+   countedSecondaries_.clear();
    if (!status) {
       return;
    }

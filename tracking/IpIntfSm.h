@@ -21,6 +21,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 
 #include "install/IntfBacklogSm.h"
 #include "platform/ip/IpIntfStatus.h"
@@ -61,7 +62,6 @@ class IpIntfSm final : public Vok::Entity {
             Fib::RouteType type, Rib::ViaSetKey viaSetKey);
    void remove(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr);
    IntfViaSetKeyStatus& keyStatus() const;
-   bool listedAsActiveSecondary(const Ovel::IpAddrWithMask& addr) const;
    // Removes one role (active, or secondary) of an address: everything, or
    // only that role's count while the other role holds the entries.
    void releaseRole(const Ovel::IpAddrWithMask& addr, bool otherRoleHolds);
@@ -71,6 +71,10 @@ class IpIntfSm final : public Vok::Entity {
    Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
    std::unique_ptr<VokIpIntfStatus> reactor_;
    Ovel::IpAddrWithMask prevActiveAddr_;
+   // Secondaries whose entries this machine added and has not removed: an
+   // address that is also the active address gives back only its count
+   // while the other role holds, and only a role that was counted can.
+   std::set<Ovel::IpAddrWithMask> countedSecondaries_;
    bool initialized_ = false;
 };
 

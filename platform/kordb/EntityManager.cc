@@ -41,13 +41,22 @@ Vok::Ptr<VokPlim::Mount> EntityManager::mount(const std::string& path, std::stri
                                      "'");
       }
    }
-   Contents& contents = contents_[path];
+   auto [it, created] = contents_.try_emplace(path);
+   Contents& contents = it->second;
    if (!contents.typeName.empty() && contents.typeName != typeName) {
       throw std::invalid_argument("cannot mount '" + path + "' as '" + std::string(typeName) +
                                   "': it holds a '" + contents.typeName + "'");
    }
-   Vok::Ptr<Vok::Entity> entity = type->second.attach(contents.backing, mode == MountMode::write);
-   auto mount = Vok::make<VokPlim::Mount>(Vok::Ptr<const EntityManager>(this), path, entity);
+   Vok::Ptr<VokPlim::Mount> mount;
+   try {
+      Vok::Ptr<Vok::Entity> entity = type->second.attach(contents.backing, mode == MountMode::write);
+      mount = Vok::make<VokPlim::Mount>(Vok::Ptr<const EntityManager>(this), path, entity);
+   } catch (...) {
+      if (created) {
+         contents_.erase(it);  // no contents of no type are left at the path
+      }
+      throw;
+   }
    // Counted only once nothing can fail: a mount that was never handed out
    // is never unmounted.
    contents.typeName = typeName;

@@ -95,8 +95,15 @@ TEST(ScenarioReader, RefusesValuesThatWouldMisbehaveLater) {
                "step 1 (ipv4), field 'secondaries': key '10.0.0.1/24...' holds the control character U+0009"},
               {R"({"ipv4": {"vrf": "red", "vrf": "blue", "intf": "Ethernet1"}})",
                "step 1 (ipv4): duplicate key 'vrf'"},
+              {R"({"dump": "a\u009bb"})", "holds the control character U+009B"},
+              {R"({"dump": "a\u202eb"})", "holds the control character U+202E"},
+              {R"({"dump": "caf\u00e9 \u2192 ok"})", "@accepted"},
         }) {
       SCOPED_TRACE(row.steps);
+      if (row.expected == "@accepted") {
+         EXPECT_EQ(errorOf(row.steps), "");
+         continue;
+      }
       EXPECT_NE(errorOf(row.steps).find(row.expected), std::string::npos) << errorOf(row.steps);
    }
 }
@@ -218,6 +225,33 @@ TEST(Player, PlaysOnceAndPrintsEveryDumpAsTextOrJson) {
 
    const Played none = playTo(s, OutputFormat::none);
    EXPECT_EQ(none.output, "");
+}
+
+TEST(Player, JsonIsValidWithoutDumpsWithoutVrfsAndWithQueryRows) {
+   struct Row {
+      const char* name;
+      const char* scenario;
+      std::size_t dumps;
+   };
+   for (const Row& row : std::vector<Row>{
+              {"no dump", R"({"steps": [{"start": {}}]})", 0},
+              {"no VRF", R"({"steps": [{"dump": "nothing"}]})", 1},
+              {"query rows", R"({"steps": [{"toggle": {"VrfScaleToggle": true}}, {"start": {}},
+                 {"vrfIdMap": {"set": {"default": 0}}}, {"kernel": {"netns": "default", "up": ["e1"]}},
+                 {"ipv4": {"vrf": "default", "intf": "e1", "active": "10.0.0.1/32"}},
+                 {"run": "idle"}, {"dump": "q"}, {"toggle": {"VrfScaleToggle": false}}]})", 1},
+        }) {
+      SCOPED_TRACE(row.name);
+      const Played json = playTo(parseScenario(row.scenario, "s.json"), OutputFormat::json);
+      ASSERT_EQ(json.error, "");
+      const nlohmann::json document = nlohmann::json::parse(json.output);
+      ASSERT_EQ(document["dumps"].size(), row.dumps);
+      if (std::string(row.name) == "query rows") {
+         ASSERT_EQ(document["dumps"][0]["queryRows"].size(), 1u);
+         EXPECT_EQ(document["dumps"][0]["queryRows"][0]["prefix"], "10.0.0.1/32");
+         EXPECT_EQ(document["dumps"][0]["queryRows"][0]["vrfId"], 0);
+      }
+   }
 }
 
 }  // namespace

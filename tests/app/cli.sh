@@ -54,8 +54,9 @@ expect 1 "cannot write the output" -- sh -c "'$connroute' check '$work/ok.json' 
 expect 0 "" -- "$connroute" --version
 expect 0 "" -- "$connroute" --help
 
-if [ "$("$connroute" --version)" != "connroute $("$connroute" --version | cut -d' ' -f2)" ]; then
-  echo "FAIL: --version prints '$("$connroute" --version)'" >&2
+version=$(sed -n 's/^project(connroute VERSION \([0-9.]*\).*/\1/p' "$examples/../CMakeLists.txt")
+if [ "$("$connroute" --version)" != "connroute $version" ]; then
+  echo "FAIL: --version prints '$("$connroute" --version)', not 'connroute $version'" >&2
   failures=$((failures + 1))
 fi
 exit $((failures > 0))

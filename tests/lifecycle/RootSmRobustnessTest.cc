@@ -33,6 +33,20 @@ Lines routes(Testing::AgentHarness& h, std::uint32_t vrfId) {
    return out;
 }
 
+// The vias of one VRF, both families.
+std::size_t vias(Testing::AgentHarness& h, std::uint32_t vrfId) {
+   std::size_t count = 0;
+   for (const std::string& path : {ContainerSm::via4Path(Vrf::VrfIdMap::VrfId(vrfId)),
+                                   ContainerSm::via6Path(Vrf::VrfIdMap::VrfId(vrfId))}) {
+      if (!h.shared.entityManager->typeName(path).empty()) {
+         auto mount = h.shared.entityManager->mount(path, "Routing::Rib::Ip::ViaConfig", {},
+                                                    Kordb::MountMode::readOnly);
+         count += mount->entityAs<Rib::Ip::ViaConfig>()->viaCount();
+      }
+   }
+   return count;
+}
+
 bool served(Testing::AgentHarness& h, const std::string& vrf) {
    return h.root && h.root->containerSm(L3::VrfName(vrf)) != nullptr;
 }
@@ -110,6 +124,28 @@ TEST(RootRobustness, TwoNamesWithOneIdentifierServeOneVrfAtATime) {
    EXPECT_EQ(routes(h, 8), (Lines{"10.1.1.1/32 2"}));
 }
 
+// The holder of an identifier goes while the VRF waiting for it cannot be
+// built: the deletion itself must not fail (it runs inside a destructor
+// here), and the waiting VRF is served at its next chance.
+TEST(RootRobustness, AWaitingVrfThatCannotBeBuiltWaitsForItsNextChance) {
+   Testing::AgentHarness h;
+   h.start();
+   h.vrfLocal("red", VrfState::active, "ns-red");
+   h.vrfLocal("blue", VrfState::active, "ns-blue");
+   h.vrfId("red", 7);
+   h.vrfId("blue", 7);
+   ASSERT_TRUE(served(h, "red"));
+   Vok::failEntityCreationAfter(0);
+   h.shared.allVrfStatusLocal->vrfDel(L3::VrfName("red"));  // the watcher's end deletes red
+   const bool faultFired = !Vok::entityCreationFaultArmed();
+   Vok::entityCreationFaultDisarm();
+   ASSERT_TRUE(faultFired);
+   EXPECT_FALSE(served(h, "red"));
+   EXPECT_FALSE(served(h, "blue"));
+   h.root->doCreateOrDeleteContainer(L3::VrfName("blue"));
+   EXPECT_TRUE(served(h, "blue"));
+}
+
 // An agent with three VRFs, two of them in one namespace, each with an
 // address; `start` decides when the root is built relative to the inputs.
 void publish(Testing::AgentHarness& h) {
@@ -170,6 +206,12 @@ TEST(RootRobustness, AFailureAtAnyBuildingStepLeavesNothingBehind) {
       ++failures;
       ASSERT_FALSE(h.root);
       EXPECT_EQ(h.shared.entityManager->mountCount(), baseMounts);
+      // What a restart would clear anyway must already be gone.
+      EXPECT_EQ(h.shared.viaSetConfig->viaSetCount(), 0u);
+      for (std::uint32_t id : {0u, 1u, 2u}) {
+         EXPECT_EQ(routes(h, id), Lines{}) << "VRF id " << id;
+         EXPECT_EQ(vias(h, id), 0u) << "VRF id " << id;
+      }
       h.start();
       h.drain();
       EXPECT_EQ(allRoutes(h), reference);
@@ -194,7 +236,7 @@ TEST(RootRobustness, AFailureWhileAVrfIsAddedLeavesTheOthersServedAndTheVrfBuild
       ++failures;
       EXPECT_TRUE(served(h, "red"));
       EXPECT_FALSE(served(h, "blue"));
-      EXPECT_FALSE(h.root->allVrfReadyStatus()->vrfReadyStatus(L3::VrfName("blue")));
+      EXPECT_FALSE(h.root->allVrfReadyStatus()->vrfReadyStatus().contains(L3::VrfName("blue")));
       EXPECT_EQ(h.shared.entityManager->mountCount(), mounts);
       EXPECT_EQ(h.root->intfStatusManagerRoot()->intfStatusManagerUsers(Ovel::NamespaceName("ns-x")), 1u);
       h.shared.allVrfStatusLocal->vrfDel(L3::VrfName("blue"));

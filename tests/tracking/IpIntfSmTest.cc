@@ -59,8 +59,9 @@ TEST_F(AddressMachine, Ipv4ConfigurationsYieldTheirCandidates) {
          {"10.0.0.1/0", {}, false,
           {"0.0.0.0/32 3 rxBcast", "10.0.0.1/32 1 rx", "255.255.255.255/32 3 rxBcast"},
           1},
-         // Linux takes an address equal to its subnet's network or broadcast
-         // address as a host address: its /32 is its receive route.
+         // Linux accepts an address equal to its subnet's network or
+         // broadcast address and gives it a local route: its /32 is its
+         // receive route.
          {"10.70.0.0/16", {}, false,
           {"10.70.0.0/16 11 vsk", "10.70.0.0/32 1 rx", "10.70.255.255/32 3 rxBcast"},
           1},
