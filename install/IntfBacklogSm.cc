@@ -33,10 +33,8 @@ class IntfBacklogSm::VokIntfBacklog final : public Vok::Reactor<IntfBacklog> {
  public:
    VokIntfBacklog(Vok::Ptr<const IntfBacklog> store, IntfBacklogSm& owner)
          : Vok::Reactor<IntfBacklog>(std::move(store)), owner_(owner) {}
-   void onBacklog(const IntfIdAndPrefix& key) override { owner_.handleStoreBacklog(key); }
-   void onIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) override {
-      owner_.handleStoreIntfIdsByPrefix(prefix);
-   }
+   // A reactor being torn down is a zombie and never gets here.
+   void onBacklog(const IntfIdAndPrefix&) override { owner_.scheduleBacklog(); }
 
  private:
    IntfBacklogSm& owner_;
@@ -70,12 +68,6 @@ IntfBacklogSm::IntfBacklogSm(L3::VrfName vrfName, VrfId vrfId, Vok::ActivityMana
    }
    if (intfBacklog_) {
       intfBacklogReactor_ = std::make_unique<VokIntfBacklog>(intfBacklog_, *this);
-      for (const auto& [key, value] : intfBacklog_->backlog()) {
-         backlog_.insertOrAssign(key, value);
-      }
-      for (const auto& [prefix, set] : intfBacklog_->intfIdsByPrefixes()) {
-         intfIdsByPrefix_.insertOrAssign(prefix, set);
-      }
    }
 }
 
@@ -122,22 +114,12 @@ const Vok::Ptr<IntfViaSetKeyStatus>& IntfBacklogSm::intfViaSetKeyStatus6() const
    return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfViaSetKeyStatus6();
 }
 
-void IntfBacklogSm::handleStoreBacklog(const IntfIdAndPrefix& key) {
-   const bool* value = intfBacklog_->backlog(key);
-   if (value && *value) {
-      backlog_.insertOrAssign(key, true);
-   } else {
-      backlog_.erase(key);
-   }
-   scheduleBacklog();  // a reactor being torn down is a zombie and never gets here
+const IntfBacklog::Backlog& IntfBacklogSm::backlog() const {
+   return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->backlog();
 }
 
-void IntfBacklogSm::handleStoreIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) {
-   if (Vok::Ptr<IntfIdSet> set = intfBacklog_->intfIdsByPrefix(prefix)) {
-      intfIdsByPrefix_.insertOrAssign(prefix, set);
-   } else {
-      intfIdsByPrefix_.erase(prefix);
-   }
+const IntfBacklog::IntfIdsByPrefix& IntfBacklogSm::intfIdsByPrefix() const {
+   return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefixes();
 }
 
 void IntfBacklogSm::backlogDelayIs(double seconds) {
@@ -161,23 +143,28 @@ void IntfBacklogSm::handleBacklog() {
       return;  // without a clock there is no time to slice by
    }
    ++handleBacklogCallCount_;
-   if (backlog_.empty()) {
+   IntfBacklog& store = *intfBacklog_;
+   const IntfBacklog::Backlog& backlog = store.backlog();
+   if (store.pendingCount() == 0) {
       VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
-                "backlogSize=" << backlog_.size() << " invocation=" << handleBacklogCallCount_);
+                "backlogSize=" << 0 << " invocation=" << handleBacklogCallCount_);
       ZIPMARK(1, "handleBacklog", Zipmark::text("vrf=", vrfName_.str()),
               Zipmark::integer(" backlog size=", 0),
               Zipmark::integer(" invocation=", handleBacklogCallCount_));
       return;
    }
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
-             "start backlogSize=" << backlog_.size() << " invocation=" << handleBacklogCallCount_);
+             "start backlogSize=" << store.pendingCount() << " invocation=" << handleBacklogCallCount_);
    Vok::ActivityManager& clock = backlogClock_->manager();
    backlogClock_->nextTimeIs(Vok::never);
    const Vok::Seconds start = clock.now();
 
-   auto it = backlog_.begin();
+   // The store's own backlog is walked: its iterators survive the removals
+   // below, and its order is a function of the pending keys alone. An entry
+   // set to false by the generic setter is not pending work.
+   auto it = backlog.begin();
    if (backlogBookmark_ != IntfIdAndPrefix()) {
-      if (auto bookmarked = backlog_.find(backlogBookmark_); bookmarked != backlog_.end()) {
+      if (auto bookmarked = backlog.find(backlogBookmark_); bookmarked != backlog.end()) {
          it = bookmarked;
       }
    }
@@ -185,29 +172,37 @@ void IntfBacklogSm::handleBacklog() {
 
    const long testMode = backlogTestMode();
    do {
-      if (it == backlog_.end()) {
+      if (store.pendingCount() == 0) {
+         it = backlog.end();
          break;
+      }
+      if (it == backlog.end()) {
+         it = backlog.begin();
+      }
+      if (!it->second) {
+         ++it;
+         continue;
       }
       const IntfIdAndPrefix key = it->first;
       const bool remove = testMode == 0 ? !processBacklog(key) : true;
       if (testMode <= 1 && remove) {
-         intfBacklog_->backlogDel(key);  // the mirror follows through the reactor
+         store.backlogDel(key);
       }
       // The iterator survives the removal; wrapping rotates fairly over a
       // backlog that keeps growing.
-      if (++it == backlog_.end()) {
-         it = backlog_.begin();
+      if (++it == backlog.end()) {
+         it = backlog.begin();
       }
    } while (start + backlogQuantum_ > clock.now());
 
-   VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "backlogSize=" << backlog_.size() << " done");
-   if (!backlog_.empty()) {
-      if (it != backlog_.end()) {
+   VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "backlogSize=" << store.pendingCount() << " done");
+   if (store.pendingCount() != 0) {
+      if (it != backlog.end()) {
          backlogBookmark_ = it->first;
       }
       scheduleBacklog();
    } else {
-      intfBacklog_->backlogEmptyInc(1);
+      store.backlogEmptyInc(1);
    }
 }
 
@@ -252,8 +247,7 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    Rib::IpRibRouteOrqTable* queryTable = (v4 ? route4OrmoConfig_ : route6OrmoConfig_).get();
 
    const ConnectedRouteProperty installed = installedProperty(prefix);
-   const Vok::Ptr<IntfIdSet>* found = intfIdsByPrefix_.lookup(prefix);
-   const Vok::Ptr<IntfIdSet> candidates = found ? *found : nullptr;  // outlives table writes
+   const Vok::Ptr<IntfIdSet> candidates = intfBacklog_->intfIdsByPrefix(prefix);  // outlives table writes
    const ConnectedRouteProperty candidate = candidateOf(candidates.get()).second;
    if (candidate == installed) {
       return false;
@@ -299,15 +293,15 @@ std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(const
 }
 
 Ovel::IntfId IntfBacklogSm::getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const {
-   const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
+   const Vok::Ptr<IntfIdSet> set = Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix);
    VOK_ASSERT(set, "intfIdAndAddrs");
-   return candidateOf(set->get()).first;
+   return candidateOf(set.get()).first;
 }
 
 ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
       const Ovel::IpGenPrefix& prefix) const {
-   const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
-   return candidateOf(set ? set->get() : nullptr).second;
+   const Vok::Ptr<IntfIdSet> set = Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix);
+   return candidateOf(set.get()).second;
 }
 
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {

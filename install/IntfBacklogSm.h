@@ -2,9 +2,10 @@
 // chooses the owner of every prefix, keeps vias and via sets, and writes the
 // RIB's route tables.
 //
-// It mirrors the store's backlog and candidate sets through a reactor. A
-// backlog change arms the clock backlogDelay (40 ms) ahead unless a drain is
-// already scheduled; a schedule is never pushed back, so a steady stream of
+// It reads the store's backlog and candidate sets in place (they live in the
+// same process: a copy would only double the memory and the work) and
+// watches the store through a reactor. A backlog change arms the clock
+// backlogDelay (40 ms) ahead unless a drain is already scheduled; a schedule is never pushed back, so a steady stream of
 // changes cannot starve the drain. Each firing processes entries for at most
 // backlogQuantum (80 ms, checked after every entry), then bookmarks where it
 // stopped and schedules the next slice. The owner of a prefix is the first
@@ -86,10 +87,10 @@ class IntfBacklogSm final : public Vok::Entity {
    const Vok::Ptr<Rib::IpRibRouteOrqTable>& route4OrmoConfig() const noexcept { return route4OrmoConfig_; }
    const Vok::Ptr<Rib::IpRibRouteOrqTable>& route6OrmoConfig() const noexcept { return route6OrmoConfig_; }
    const Vok::Ptr<Rib::ViaSetConfig>& viaSetConfig() const noexcept { return viaSetConfig_; }
-   const Vok::HashMap<IntfIdAndPrefix, bool>& backlog() const noexcept { return backlog_; }
-   const Vok::HashMap<Ovel::IpGenPrefix, Vok::Ptr<IntfIdSet>>& intfIdsByPrefix() const noexcept {
-      return intfIdsByPrefix_;
-   }
+   // The store's backlog and candidate sets, which the installer drains and
+   // reads in place.
+   const IntfBacklog::Backlog& backlog() const;
+   const IntfBacklog::IntfIdsByPrefix& intfIdsByPrefix() const;
    const Vok::HashMap<Ovel::IpGenPrefix, Ovel::IntfId>& installedIntfIds() const noexcept {
       return installedIntfId_;
    }
@@ -117,9 +118,6 @@ class IntfBacklogSm final : public Vok::Entity {
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
                     Rib::ViaSetKind kind);
 
-   // Mirror upkeep, from the store reactor.
-   void handleStoreBacklog(const IntfIdAndPrefix& key);
-   void handleStoreIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix);
 
    L3::VrfName vrfName_;
    VrfId vrfId_;
@@ -135,8 +133,6 @@ class IntfBacklogSm final : public Vok::Entity {
    Vok::Ptr<Rib::ViaSetConfig> viaSetConfig_;
    Vok::Ptr<IntfBacklog> intfBacklog_;
    std::unique_ptr<VokIntfBacklog> intfBacklogReactor_;
-   Vok::HashMap<IntfIdAndPrefix, bool> backlog_;
-   Vok::HashMap<Ovel::IpGenPrefix, Vok::Ptr<IntfIdSet>> intfIdsByPrefix_;
    Vok::HashMap<Ovel::IpGenPrefix, Ovel::IntfId> installedIntfId_;
    double backlogQuantum_ = 0.08;
    double backlogDelay_ = 0.04;

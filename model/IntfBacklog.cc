@@ -52,11 +52,19 @@ void IntfBacklog::backlogIs(const IntfIdAndPrefix& key, bool value) {
          return;
       }
       *stored = value;
+      falseEntries_ += value ? -1 : 1;
+   } else if (!value) {
+      ++falseEntries_;
    }
    notify([&](IntfBacklogNotifiee& n) { n.onBacklog(key); });
 }
 
 void IntfBacklog::backlogDel(IntfIdAndPrefix key) {
+   if (falseEntries_ != 0) {  // rare: only then is the value worth a lookup
+      if (const bool* value = backlog_.lookup(key); value && !*value) {
+         --falseEntries_;
+      }
+   }
    if (backlog_.erase(key)) {
       notify([&](IntfBacklogNotifiee& n) { n.onBacklog(key); });
    }

@@ -53,6 +53,8 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    // The backlog of pending (interface, prefix) pairs.
    const Backlog& backlog() const noexcept { return backlog_; }
    const bool* backlog(const IntfIdAndPrefix& key) const { return backlog_.lookup(key); }
+   // Entries whose value is true: the work the installer has to do.
+   std::size_t pendingCount() const noexcept { return backlog_.size() - falseEntries_; }
    void backlogIs(const IntfIdAndPrefix& key, bool value);
    void backlogDel(IntfIdAndPrefix key);
    void backlogDelAll();
@@ -87,6 +89,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    std::string name_;
    L3::VrfName vrfName_;
    Backlog backlog_;
+   std::size_t falseEntries_ = 0;  // only the generic setter stores false
    std::uint32_t backlogEmpty_ = 0;
    IntfIdsByPrefix intfIdsByPrefix_;
    Vok::Ptr<IntfViaSetKeyStatus> status4_;
