@@ -1,8 +1,9 @@
 #include "app/Dump.h"
 
 #include <algorithm>
-#include <iomanip>
-#include <sstream>
+#include <charconv>
+#include <cstdio>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -11,51 +12,90 @@ namespace App {
 
 namespace {
 
-using Cells = std::vector<std::string>;
+// One row's cells, written into one buffer that every row reuses: a dump
+// of millions of rows formats them without an allocation per cell.
+class Cells {
+ public:
+   void clear() {
+      text_.clear();
+      ends_.clear();
+   }
+   Cells& operator<<(std::string_view cell) {
+      text_ += cell;
+      ends_.push_back(text_.size());
+      return *this;
+   }
+   Cells& operator<<(std::uint64_t number) {
+      char digits[24];
+      const auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
+      return *this << std::string_view(digits, std::size_t(end - digits));
+   }
+   std::size_t size() const noexcept { return ends_.size(); }
+   std::string_view operator[](std::size_t i) const {
+      const std::size_t begin = i == 0 ? 0 : ends_[i - 1];
+      return std::string_view(text_).substr(begin, ends_[i] - begin);
+   }
+
+ private:
+   std::string text_;
+   std::vector<std::size_t> ends_;
+};
 
 std::string yesNo(const std::optional<bool>& flag) {
    return flag ? (*flag ? "yes" : "no") : "-";
 }
 
 std::string seconds(double value) {
-   std::ostringstream os;
-   os << std::fixed << std::setprecision(6) << value;
-   return os.str();
+   char text[64];
+   std::snprintf(text, sizeof(text), "%.6f", value);
+   return text;
 }
 
 std::string hex(std::uint32_t value) {
-   std::ostringstream os;
-   os << "0x" << std::hex << value;
-   return os.str();
+   char digits[16] = "0x";
+   const auto end = std::to_chars(digits + 2, digits + sizeof(digits), value, 16).ptr;
+   return std::string(digits, end);
 }
 
-Cells routeCells(const RouteRow& r) {
-   return {r.prefix, std::to_string(r.type), std::to_string(r.viaSet), r.owner,
-           std::to_string(r.protocol), std::to_string(r.metric), std::to_string(r.preference),
-           std::to_string(r.fecIndex), std::to_string(r.flags)};
+void routeCells(const RouteRow& r, Cells& cells) {
+   cells << r.prefix << r.type << r.viaSet << r.owner << r.protocol << r.metric << r.preference
+         << r.fecIndex << r.flags;
 }
 
-Cells viaCells(const ViaRow& v) {
-   return {v.key, v.nexthop, v.intf, hex(v.flags), std::to_string(v.kind)};
+void viaCells(const ViaRow& v, Cells& cells) {
+   cells << v.key << v.nexthop << v.intf << hex(v.flags) << v.kind;
 }
 
-const Cells kRouteHeaders = {"prefix", "type", "viaSet", "owner", "protocol",
-                             "metric", "pref", "fecIndex", "flags"};
+const std::vector<std::string_view> kRouteHeaders = {"prefix", "type",  "viaSet",   "owner", "protocol",
+                                                     "metric", "pref", "fecIndex", "flags"};
 
 // Columns padded to their widest cell: one walk over the rows for the
 // widths, one to print.
 template <class Row, class ToCells>
-void renderTable(std::ostream& out, const Cells& headers, const Section<Row>& rows, ToCells toCells) {
+void renderTable(std::ostream& out, const std::vector<std::string_view>& headers,
+                 const Section<Row>& rows, ToCells toCells) {
    std::vector<std::size_t> width(headers.size(), 0);
-   auto measure = [&](const Cells& cells) {
+   Cells cells;
+   auto measure = [&] {
       for (std::size_t i = 0; i < cells.size(); ++i) {
          width[i] = std::max(width[i], cells[i].size());
       }
    };
-   measure(headers);
-   rows.forEach([&](const Row& row) { measure(toCells(row)); });
+   auto headerCells = [&] {
+      cells.clear();
+      for (std::string_view header : headers) {
+         cells << header;
+      }
+   };
+   headerCells();
+   measure();
+   rows.forEach([&](const Row& row) {
+      cells.clear();
+      toCells(row, cells);
+      measure();
+   });
    std::string line;
-   auto print = [&](const Cells& cells) {
+   auto print = [&] {
       line.assign("    ");
       for (std::size_t i = 0; i < cells.size(); ++i) {
          line += cells[i];
@@ -66,8 +106,13 @@ void renderTable(std::ostream& out, const Cells& headers, const Section<Row>& ro
       line += '\n';
       out << line;
    };
-   print(headers);
-   rows.forEach([&](const Row& row) { print(toCells(row)); });
+   headerCells();
+   print();
+   rows.forEach([&](const Row& row) {
+      cells.clear();
+      toCells(row, cells);
+      print();
+   });
 }
 
 class TextWriter final : public DumpWriter {
@@ -89,7 +134,7 @@ class TextWriter final : public DumpWriter {
            << ")  v4 ready: " << yesNo(h.v4Ready) << "  v6 ready: " << yesNo(h.v6Ready) << '\n';
       titled("IPv4 routes", kRouteHeaders, routes4, routeCells);
       titled("IPv6 routes", kRouteHeaders, routes6, routeCells);
-      const Cells viaHeaders = {"via", "nexthop", "intf", "flags", "kind"};
+      const std::vector<std::string_view> viaHeaders = {"via", "nexthop", "intf", "flags", "kind"};
       titled("IPv4 vias", viaHeaders, vias4, viaCells);
       titled("IPv6 vias", viaHeaders, vias6, viaCells);
    }
@@ -98,28 +143,27 @@ class TextWriter final : public DumpWriter {
          return;
       }
       out_ << "Query-table rows: " << rows.count << '\n';
-      Cells headers = kRouteHeaders;
+      std::vector<std::string_view> headers = kRouteHeaders;
       headers.insert(headers.begin(), "vrfId");
-      renderTable(out_, headers, rows, [](const QueryRow& q) {
-         Cells cells = routeCells(q.route);
-         cells.insert(cells.begin(), std::to_string(q.vrfId));
-         return cells;
+      renderTable(out_, headers, rows, [](const QueryRow& q, Cells& cells) {
+         cells << q.vrfId;
+         routeCells(q.route, cells);
       });
    }
    void viaSets(const Section<ViaSetRow>& rows) override {
       out_ << "Via sets: " << rows.count << '\n';
       if (rows.count > 0) {
-         renderTable(out_, {"key", "kind", "via", "protocol", "vias"}, rows, [](const ViaSetRow& v) {
-            return Cells{std::to_string(v.key), std::to_string(v.kind), v.via,
-                         std::to_string(v.protocol), std::to_string(v.vias)};
-         });
+         renderTable(out_, {"key", "kind", "via", "protocol", "vias"}, rows,
+                     [](const ViaSetRow& v, Cells& cells) {
+                        cells << v.key << v.kind << v.via << v.protocol << v.vias;
+                     });
       }
    }
    void protoVrfStatus(const Section<ProtoRow>& rows) override {
       out_ << "Protocol VRF status: " << rows.count << '\n';
       if (rows.count > 0) {
-         renderTable(out_, {"vrf", "ready", "readyTime"}, rows, [](const ProtoRow& p) {
-            return Cells{p.vrf, p.ready ? "true" : "false", seconds(p.readyTime)};
+         renderTable(out_, {"vrf", "ready", "readyTime"}, rows, [](const ProtoRow& p, Cells& cells) {
+            cells << p.vrf << (p.ready ? "true" : "false") << seconds(p.readyTime);
          });
       }
    }
@@ -128,7 +172,8 @@ class TextWriter final : public DumpWriter {
 
  private:
    template <class Row, class ToCells>
-   void titled(const char* title, const Cells& headers, const Section<Row>& rows, ToCells toCells) {
+   void titled(const char* title, const std::vector<std::string_view>& headers,
+               const Section<Row>& rows, ToCells toCells) {
       out_ << "  " << title << ": " << rows.count << '\n';
       if (rows.count > 0) {
          renderTable(out_, headers, rows, toCells);
