@@ -288,8 +288,8 @@ std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(const
    }
    const IntfIdSet& intfIdAndAddrs = *set;
    VOK_ASSERT(intfIdAndAddrs.intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
-   const auto& first = *intfIdAndAddrs.entries().begin();
-   return {first.first.intfId(), first.second};
+   const IntfIdSet::Entry first = *intfIdAndAddrs.first();
+   return {first.key.intfId(), first.property};
 }
 
 Ovel::IntfId IntfBacklogSm::getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const {

@@ -1,10 +1,20 @@
 // The candidate owners of one prefix: one entry per (interface, address with
 // mask) falling into it, with the route that address asks for.
 //
-// The installer takes the first entry in the map's iteration order as the
-// prefix's owner, so ownership follows from the set of candidates alone.
-// The set raises no notifications; the store announces changes per prefix.
+// The installer takes the first entry in the set's order as the prefix's
+// owner, so ownership follows from the set of candidates alone. The order is
+// the runtime hash map's: (hash, bytes) of the keys. The set raises no
+// notifications; the store announces changes per prefix.
+//
+// Nearly every prefix has one candidate, so one entry is kept inline, in the
+// set itself; a second one moves both into a map, and the map gives its last
+// entry back to the inline place. The order is unaffected: a single entry is
+// first whatever the order.
 #pragma once
+
+#include <optional>
+#include <utility>
+#include <variant>
 
 #include "model/ValueRecords.h"
 #include "platform/vok/Entity.h"
@@ -16,24 +26,91 @@ class IntfIdSet final : public Vok::Entity {
  public:
    using Entries = Vok::HashMap<IntfIdAndAddr, ConnectedRouteProperty>;
 
+   // One entry, as the set's walks hand it out.
+   struct Entry {
+      const IntfIdAndAddr& key;
+      const ConnectedRouteProperty& property;
+   };
+
    explicit IntfIdSet(const Ovel::IpGenPrefix& genPrefix) : genPrefix_(genPrefix) {}
 
    const Ovel::IpGenPrefix& genPrefix() const noexcept { return genPrefix_; }
 
    // Inserts the entry, or writes the property over the existing one.
    void intfIdAndAddrIs(const IntfIdAndAddr& key, const ConnectedRouteProperty& property) {
-      entries_.insertOrAssign(key, property);
+      if (Entries* many = std::get_if<Entries>(&entries_)) {
+         many->insertOrAssign(key, property);
+      } else if (Single* single = std::get_if<Single>(&entries_)) {
+         if (single->first == key) {
+            single->second = property;
+            return;
+         }
+         Entries both;
+         both.insertOrAssign(single->first, single->second);
+         both.insertOrAssign(key, property);
+         entries_ = std::move(both);
+      } else {
+         entries_.emplace<Single>(key, property);
+      }
    }
-   void intfIdAndAddrDel(IntfIdAndAddr key) { entries_.erase(key); }
+   void intfIdAndAddrDel(IntfIdAndAddr key) {
+      if (const Single* single = std::get_if<Single>(&entries_)) {
+         if (single->first == key) {
+            entries_ = std::monostate();
+         }
+         return;
+      }
+      Entries* many = std::get_if<Entries>(&entries_);
+      if (many && many->erase(key) && many->size() == 1) {
+         const auto& [lastKey, lastProperty] = *many->begin();
+         entries_ = Single(lastKey, lastProperty);
+      }
+   }
    const ConnectedRouteProperty* intfIdAndAddr(const IntfIdAndAddr& key) const {
-      return entries_.lookup(key);
+      if (const Single* single = std::get_if<Single>(&entries_)) {
+         return single->first == key ? &single->second : nullptr;
+      }
+      const Entries* many = std::get_if<Entries>(&entries_);
+      return many ? many->lookup(key) : nullptr;
    }
-   std::size_t intfIdAndAddrs() const noexcept { return entries_.size(); }
-   const Entries& entries() const noexcept { return entries_; }
+   std::size_t intfIdAndAddrs() const noexcept {
+      if (std::holds_alternative<Single>(entries_)) {
+         return 1;
+      }
+      const Entries* many = std::get_if<Entries>(&entries_);
+      return many ? many->size() : 0;
+   }
+
+   // The first entry in the set's order: the prefix's owner.
+   std::optional<Entry> first() const {
+      if (const Single* single = std::get_if<Single>(&entries_)) {
+         return Entry{single->first, single->second};
+      }
+      const Entries* many = std::get_if<Entries>(&entries_);
+      if (!many || many->empty()) {
+         return std::nullopt;
+      }
+      const auto& [key, property] = *many->begin();
+      return Entry{key, property};
+   }
+   // Every entry, in the set's order.
+   template <class Fn>
+   void forEach(Fn&& visit) const {
+      if (const Single* single = std::get_if<Single>(&entries_)) {
+         visit(Entry{single->first, single->second});
+      } else if (const Entries* many = std::get_if<Entries>(&entries_)) {
+         for (const auto& [key, property] : *many) {
+            visit(Entry{key, property});
+         }
+      }
+   }
 
  private:
+   using Single = std::pair<IntfIdAndAddr, ConnectedRouteProperty>;
+
    Ovel::IpGenPrefix genPrefix_;
-   Entries entries_;
+   // No entry, one entry inline, or two and more in a map.
+   std::variant<std::monostate, Single, Entries> entries_;
 };
 
 inline Vok::Ptr<IntfIdSet> intfIdSetFactory(const Ovel::IpGenPrefix& prefix) {

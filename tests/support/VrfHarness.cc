@@ -40,10 +40,11 @@ void VrfHarness::kernelDown(std::string_view intfName) {
 std::vector<std::string> candidates(InstallerHarness& h, const Ovel::IntfId& intfId) {
    std::vector<std::string> lines;
    for (const auto& [prefix, set] : h.store->intfIdsByPrefixes()) {
-      for (const auto& [key, property] : set->entries()) {
-         if (key.intfId() != intfId) {
-            continue;
+      set->forEach([&](const IntfIdSet::Entry& entry) {
+         if (entry.key.intfId() != intfId) {
+            return;
          }
+         const ConnectedRouteProperty& property = entry.property;
          const IntfViaSetKey* keys = h.keyStatus(prefix.af()).intfViaSetKey(intfId);
          const Routing::Rib::ViaSetKey vsk = property.viaSetKey();
          std::string kind = "other";
@@ -58,7 +59,7 @@ std::vector<std::string> candidates(InstallerHarness& h, const Ovel::IntfId& int
          }
          lines.push_back(prefix.toString() + " " + Routing::Fib::toString(property.routeType()) +
                          " " + kind);
-      }
+      });
    }
    std::sort(lines.begin(), lines.end());
    return lines;
