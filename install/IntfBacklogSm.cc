@@ -71,7 +71,7 @@ IntfBacklogSm::IntfBacklogSm(L3::VrfName vrfName, VrfId vrfId, Vok::ActivityMana
    }
 }
 
-// Reactors, mirrors and the clock go with the machine; nothing is written
+// The reactor and the clock go with the machine; nothing is written
 // to the RIB on the way out.
 IntfBacklogSm::~IntfBacklogSm() {
    if (intfBacklogReactor_) {

@@ -52,7 +52,7 @@ class IntfIdAnd {
    friend bool operator>(const IntfIdAnd& a, const IntfIdAnd& b) { return !(a <= b); }
 
    // Computed once when the record is built: the record passes through
-   // several maps (store, mirror, their erasures), and the byte-serial hash
+   // several maps (backlog, candidate sets, their erasures), and the byte-serial hash
    // was a quarter of the engine's time.
    std::uint32_t hash() const noexcept { return hash_; }
 

@@ -3,7 +3,7 @@
 // monotonic clock so that 80 ms slices end as they would in the agent.
 //
 // Reports CPU time per entry (items_per_second), the longest single clock
-// callback, and heap bytes per installed route (store, mirror, owner map,
+// callback, and heap bytes per installed route (store, owner map,
 // route table, vias and via sets), measured with mallinfo2.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
