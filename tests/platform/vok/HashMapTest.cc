@@ -12,8 +12,12 @@
 namespace {
 
 using Map = Vok::HashMap<std::uint64_t, int>;
+// Splits into its 64 tables at 16 entries: every test below runs on both, so
+// the split, the per-table growth and iteration across tables are covered.
+using SmallSplitMap = Vok::HashMap<std::uint64_t, int, Vok::KeyTraits<std::uint64_t>, 16>;
 
-std::vector<std::uint64_t> order(const Map& map) {
+template <class M>
+std::vector<std::uint64_t> order(const M& map) {
    std::vector<std::uint64_t> keys;
    for (const auto& [key, value] : map) {
       keys.push_back(key);
@@ -29,7 +33,13 @@ struct CollidingTraits {
    }
 };
 
-TEST(HashMap, IterationOrderDependsOnlyOnTheKeysPresent) {
+template <class M>
+struct EveryHashMap : ::testing::Test {};
+using MapTypes = ::testing::Types<Map, SmallSplitMap>;
+TYPED_TEST_SUITE(EveryHashMap, MapTypes);
+
+TYPED_TEST(EveryHashMap, IterationOrderDependsOnlyOnTheKeysPresent) {
+   using Map = TypeParam;
    std::vector<std::uint64_t> keys(5000);
    for (std::size_t i = 0; i < keys.size(); ++i) {
       keys[i] = i * 7919;
@@ -78,7 +88,8 @@ TEST(HashMap, EqualHashesAreOrderedByTieBreakWhateverTheInsertionOrder) {
    }
 }
 
-TEST(HashMap, ErasingTheCurrentEntryWhileIteratingVisitsEveryOtherEntryOnce) {
+TYPED_TEST(EveryHashMap, ErasingTheCurrentEntryWhileIteratingVisitsEveryOtherEntryOnce) {
+   using Map = TypeParam;
    Map map;
    for (std::uint64_t k = 0; k < 10000; ++k) {
       map.tryEmplace(k * 31, int(k));
@@ -93,7 +104,8 @@ TEST(HashMap, ErasingTheCurrentEntryWhileIteratingVisitsEveryOtherEntryOnce) {
    EXPECT_TRUE(map.empty());
 }
 
-TEST(HashMap, ErasingAndInsertingOtherEntriesWhileIteratingIsWellDefined) {
+TYPED_TEST(EveryHashMap, ErasingAndInsertingOtherEntriesWhileIteratingIsWellDefined) {
+   using Map = TypeParam;
    Map map;
    for (std::uint64_t k = 0; k < 2000; ++k) {
       map.tryEmplace(k, 0);
@@ -109,7 +121,8 @@ TEST(HashMap, ErasingAndInsertingOtherEntriesWhileIteratingIsWellDefined) {
    }
 }
 
-TEST(HashMap, ProbesStayShortWhenEntriesLeaveInIterationOrder) {
+TYPED_TEST(EveryHashMap, ProbesStayShortWhenEntriesLeaveInIterationOrder) {
+   using Map = TypeParam;
    // The drain erases in iteration order, that is in hash order: the
    // survivors then crowd one end of the hash range.
    Map map;
@@ -128,7 +141,8 @@ TEST(HashMap, ProbesStayShortWhenEntriesLeaveInIterationOrder) {
    EXPECT_EQ(map.size(), 55'000u);
 }
 
-TEST(HashMap, IteratorOnARemovedEntryCannotBeDereferenced) {
+TYPED_TEST(EveryHashMap, IteratorOnARemovedEntryCannotBeDereferenced) {
+   using Map = TypeParam;
    Map map;
    map.tryEmplace(1, 1);
    map.tryEmplace(2, 2);
@@ -137,7 +151,8 @@ TEST(HashMap, IteratorOnARemovedEntryCannotBeDereferenced) {
    EXPECT_DEATH((void)it->second, "dereferenced a map iterator whose entry was removed");
 }
 
-TEST(HashMap, AgreesWithAReferenceMapUnderRandomOperations) {
+TYPED_TEST(EveryHashMap, AgreesWithAReferenceMapUnderRandomOperations) {
+   using Map = TypeParam;
    for (unsigned seed = 1; seed <= 10; ++seed) {
       SCOPED_TRACE(seed);
       std::mt19937 rng(seed);
@@ -176,7 +191,8 @@ TEST(HashMap, AgreesWithAReferenceMapUnderRandomOperations) {
    }
 }
 
-TEST(HashMap, CopiesAreIndependentAndEqual) {
+TYPED_TEST(EveryHashMap, CopiesAreIndependentAndEqual) {
+   using Map = TypeParam;
    Map map;
    for (std::uint64_t k = 0; k < 100; ++k) {
       map.tryEmplace(k, int(k));
@@ -186,6 +202,54 @@ TEST(HashMap, CopiesAreIndependentAndEqual) {
    EXPECT_TRUE(map.contains(5));
    EXPECT_FALSE(copy.contains(5));
    EXPECT_EQ(copy.size(), 99u);
+}
+
+TEST(HashMap, SplittingIntoTablesKeepsTheOrderAndTheEntries) {
+   Map whole;
+   SmallSplitMap split;
+   std::mt19937 rng(7);
+   for (int step = 0; step < 20000; ++step) {
+      const std::uint64_t key = rng() % 5000;
+      if (rng() % 3 == 0) {
+         whole.erase(key);
+         split.erase(key);
+      } else {
+         whole.insertOrAssign(key, int(key));
+         split.insertOrAssign(key, int(key));
+      }
+      if (step % 1000 == 0) {
+         ASSERT_EQ(order(whole), order(split)) << step;
+      }
+   }
+   EXPECT_EQ(order(whole), order(split));
+   // Emptied, the split map joins back into one table and splits again.
+   for (auto key : order(split)) {
+      split.erase(key);
+   }
+   EXPECT_TRUE(split.empty());
+   for (std::uint64_t k = 0; k < 100; ++k) {
+      split.tryEmplace(k, 0);
+   }
+   EXPECT_EQ(split.size(), 100u);
+}
+
+TEST(HashMap, AnIteratorFollowsItsEntryWhenTheMapSplitsUnderIt) {
+   SmallSplitMap map;
+   for (std::uint64_t k = 0; k < 10; ++k) {
+      map.tryEmplace(k, int(k));
+   }
+   auto it = map.find(3);
+   for (std::uint64_t k = 100; k < 200; ++k) {
+      map.tryEmplace(k, 0);  // splits the map
+   }
+   EXPECT_EQ(it->second, 3);
+   std::vector<std::uint64_t> rest;
+   for (++it; it != map.end(); ++it) {
+      rest.push_back(it->first);
+   }
+   const auto all = order(map);
+   const auto at = std::find(all.begin(), all.end(), 3u);
+   EXPECT_EQ(rest, std::vector<std::uint64_t>(at + 1, all.end()));
 }
 
 }  // namespace

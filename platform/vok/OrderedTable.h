@@ -1,0 +1,461 @@
+// One table of the runtime's hash map (HashMap.h): O(1) operations, an
+// iteration order that depends on the keys present only, and iterators that
+// stay usable while the table changes under them.
+//
+// Layout is an ordered linear-probing table: a key's home slot is its hash
+// scaled to the table (monotone in the hash), and every cluster is kept
+// sorted by (hash, tieBreak). The table is then exactly the one that
+// inserting the keys in sorted order would build, so iteration order is
+// (hash, tieBreak) order: a function of the set of keys present, never of
+// insertion history, capacity or the run. Keys that would run off the end
+// spill into a tail instead of wrapping around, which keeps that order
+// global.
+//
+// Iterators remember the key they stand on. When the table changed since
+// (the entry moved or left), ++ continues at the first key ordered after it.
+//
+// A table may hold the keys of one shard of a larger map: their hashes then
+// share their top bits, and the home slot scales the bits below them.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/vok/Assert.h"
+#include "platform/vok/KeyTraits.h"
+
+namespace Vok {
+
+namespace detail {
+
+// One ordered linear-probing table; OrderedTable below is one of these, or 64 of
+// them split by the top bits of the hash once it is large.
+template <class K, class V, class Traits>
+class OrderedTable {
+ public:
+   using key_type = K;
+   using mapped_type = V;
+   using value_type = std::pair<const K, V>;
+
+ private:
+   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+   template <bool Const>
+   class Iter {
+      using Map = std::conditional_t<Const, const OrderedTable, OrderedTable>;
+      using Ref = std::conditional_t<Const, const std::pair<const K, V>&, std::pair<const K, V>&>;
+
+    public:
+      using iterator_category = std::forward_iterator_tag;
+      using value_type = std::pair<const K, V>;
+      using difference_type = std::ptrdiff_t;
+      using reference = Ref;
+      using pointer = std::remove_reference_t<Ref>*;
+
+      Iter() = default;
+      operator Iter<true>() const {
+         Iter<true> converted;
+         converted.map_ = map_;
+         converted.slot_ = slot_;
+         converted.hash_ = hash_;
+         converted.key_ = key_;
+         return converted;
+      }
+
+      Ref operator*() const { return map_->entries()[map_->relocate(slot_, hash_, key())]; }
+      pointer operator->() const { return &**this; }
+
+      Iter& operator++() {
+         moveTo(map_->slotAfter(slot_, hash_, key()));
+         return *this;
+      }
+      Iter operator++(int) {
+         Iter before = *this;
+         ++*this;
+         return before;
+      }
+      bool atEnd() const noexcept { return slot_ == npos; }
+      // The entry the iterator stands on, or stood on if it left.
+      std::uint32_t hash() const noexcept { return hash_; }
+      const K& key() const { return *key_; }
+      friend bool operator==(const Iter& a, const Iter& b) noexcept {
+         if (a.atEnd() || b.atEnd()) {
+            return a.atEnd() == b.atEnd();
+         }
+         return a.hash_ == b.hash_ && a.key() == b.key();
+      }
+
+    private:
+      friend class OrderedTable;
+      template <bool>
+      friend class Iter;
+      Iter(Map* map, std::size_t slot) : map_(map) { moveTo(slot); }
+
+      void moveTo(std::size_t slot) {
+         slot_ = slot;
+         if (slot != npos) {
+            hash_ = map_->hashes()[slot];
+            key_.reset();
+            key_.emplace(map_->entries()[slot].first);
+         }
+      }
+
+      Map* map_ = nullptr;
+      std::size_t slot_ = npos;
+      std::uint32_t hash_ = 0;
+      std::optional<K> key_;
+   };
+
+ public:
+   using iterator = Iter<false>;
+   using const_iterator = Iter<true>;
+
+   OrderedTable() = default;
+   OrderedTable(const OrderedTable& other) {
+      for (const auto& [key, value] : other) {
+         tryEmplace(key, value);
+      }
+   }
+   OrderedTable(OrderedTable&& other) noexcept { swap(other); }
+   OrderedTable& operator=(OrderedTable other) noexcept {
+      swap(other);
+      return *this;
+   }
+   ~OrderedTable() { release(); }
+
+   void swap(OrderedTable& other) noexcept {
+      std::swap(block_, other.block_);
+      std::swap(capacity_, other.capacity_);
+      std::swap(length_, other.length_);
+      std::swap(size_, other.size_);
+      std::swap(shift_, other.shift_);
+   }
+
+   std::size_t size() const noexcept { return size_; }
+   bool empty() const noexcept { return size_ == 0; }
+
+   iterator begin() { return iterator(this, firstUsedFrom(0)); }
+   iterator end() { return iterator(); }
+   const_iterator begin() const { return const_iterator(this, firstUsedFrom(0)); }
+   const_iterator end() const { return const_iterator(); }
+
+   // The iterator standing on `key`, or end().
+   iterator find(const K& key) { return iterator(this, findSlot(key, Traits::hash(key))); }
+   const_iterator find(const K& key) const {
+      return const_iterator(this, findSlot(key, Traits::hash(key)));
+   }
+   // The value of `key`, or null: cheaper than find() on hot paths.
+   V* lookup(const K& key) {
+      std::size_t slot = findSlot(key, Traits::hash(key));
+      return slot == npos ? nullptr : &entries()[slot].second;
+   }
+   const V* lookup(const K& key) const { return const_cast<OrderedTable*>(this)->lookup(key); }
+   bool contains(const K& key) const { return lookup(key) != nullptr; }
+
+   // Inserts key -> V(args...) unless the key is present. Returns the value
+   // and whether it was inserted.
+   template <class... Args>
+   std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
+      const std::uint32_t hash = Traits::hash(key);
+      if (std::size_t slot = findSlot(key, hash); slot != npos) {
+         return {&entries()[slot].second, false};
+      }
+      std::size_t slot = insertSlot(key, hash, std::forward<Args>(args)...);
+      return {&entries()[slot].second, true};
+   }
+
+   template <class M>
+   std::pair<V*, bool> insertOrAssign(const K& key, M&& value) {
+      auto [stored, inserted] = tryEmplace(key, std::forward<M>(value));
+      if (!inserted) {
+         *stored = std::forward<M>(value);
+      }
+      return {stored, inserted};
+   }
+
+   bool erase(const K& key) {
+      std::size_t slot = findSlot(key, Traits::hash(key));
+      if (slot == npos) {
+         return false;
+      }
+      eraseSlot(slot);
+      maybeShrink();
+      return true;
+   }
+
+   void clear() {
+      release();
+      const std::uint8_t shift = shift_;
+      *this = OrderedTable();
+      shift_ = shift;
+   }
+   // Keys of this table share their top `bits` hash bits (a shard's).
+   void sharedHashBitsIs(unsigned bits) noexcept { shift_ = static_cast<std::uint8_t>(bits); }
+
+   // The first entry ordered after (hash, key), present or not.
+   iterator after(std::uint32_t hash, const K& key) {
+      return iterator(this, slotAfter(npos, hash, key));
+   }
+   const_iterator after(std::uint32_t hash, const K& key) const {
+      return const_iterator(this, slotAfter(npos, hash, key));
+   }
+
+   // The farthest any entry sits from its home slot: the cost of the
+   // longest lookup, which stays small whatever the history of the map.
+   std::size_t longestProbe() const noexcept {
+      std::size_t longest = 0;
+      for (std::size_t i = 0; i < length_; ++i) {
+         if (used()[i]) {
+            longest = std::max(longest, i - home(hashes()[i]));
+         }
+      }
+      return longest;
+   }
+
+private:
+   // Home slot: the hash scaled to [0, capacity), monotone in the hash, so
+   // slot order is hash order whatever the capacity.
+   std::size_t home(std::uint32_t hash) const noexcept {
+      const std::uint32_t within = hash << shift_;  // the bits a shard's hashes differ in
+      return static_cast<std::size_t>((std::uint64_t{within} * capacity_) >> 32);
+   }
+
+   // One block holds, for length_ slots, the entries, then their hashes,
+   // then their occupancy bytes.
+   static std::size_t hashesOffset(std::size_t length) noexcept {
+      std::size_t bytes = length * sizeof(value_type);
+      return (bytes + alignof(std::uint32_t) - 1) / alignof(std::uint32_t) * alignof(std::uint32_t);
+   }
+   static std::size_t blockSize(std::size_t length) noexcept {
+      return hashesOffset(length) + length * (sizeof(std::uint32_t) + 1);
+   }
+   value_type* entries() const noexcept { return reinterpret_cast<value_type*>(block_); }
+   std::uint32_t* hashes() const noexcept {
+      return reinterpret_cast<std::uint32_t*>(block_ + hashesOffset(length_));
+   }
+   std::uint8_t* used() const noexcept {
+      return reinterpret_cast<std::uint8_t*>(block_ + hashesOffset(length_) +
+                                             length_ * sizeof(std::uint32_t));
+   }
+
+   // Does the entry in `slot` order before (hash, key)?
+   bool before(std::size_t slot, std::uint32_t hash, const K& key) const {
+      const std::uint32_t h = hashes()[slot];
+      return h != hash ? h < hash : Traits::tieBreak(entries()[slot].first, key) < 0;
+   }
+
+   bool holds(std::size_t slot, std::uint32_t hash, const K& key) const {
+      return slot < length_ && used()[slot] && hashes()[slot] == hash &&
+             entries()[slot].first == key;
+   }
+
+   std::size_t findSlot(const K& key, std::uint32_t hash) const {
+      const std::uint8_t* occupied = used();
+      const std::uint32_t* hs = hashes();
+      for (std::size_t i = home(hash); i < length_ && occupied[i]; ++i) {
+         if (hs[i] == hash && entries()[i].first == key) {
+            return i;
+         }
+         if (!before(i, hash, key)) {
+            return npos;  // clusters are sorted: the key would have been here
+         }
+      }
+      return npos;
+   }
+
+   std::size_t firstUsedFrom(std::size_t slot) const {
+      const std::uint8_t* occupied = used();
+      while (slot < length_ && !occupied[slot]) {
+         ++slot;
+      }
+      return slot < length_ ? slot : npos;
+   }
+
+   // Slot of the first entry ordered after (hash, key), whether or not that
+   // key is still present at `slot`.
+   std::size_t slotAfter(std::size_t slot, std::uint32_t hash, const K& key) const {
+      if (holds(slot, hash, key)) {
+         return firstUsedFrom(slot + 1);
+      }
+      for (std::size_t i = std::min(home(hash), std::size_t{length_}); i < length_; ++i) {
+         if (used()[i] && !before(i, hash, key) && !holds(i, hash, key)) {
+            return i;
+         }
+      }
+      return npos;
+   }
+
+   std::size_t relocate(std::size_t slot, std::uint32_t hash, const K& key) const {
+      if (holds(slot, hash, key)) {
+         return slot;
+      }
+      std::size_t found = findSlot(key, hash);
+      VOK_ASSERT(found != npos, "dereferenced a map iterator whose entry was removed");
+      return found;
+   }
+
+   // Grows at 80 % of the home slots, doubling, so the load stays between
+   // 40 % and 80 %. Doubling rather than growing by half touches half as
+   // much fresh memory over a map's growth, which dominates large builds.
+   bool full() const noexcept {
+      return capacity_ < 8 ? size_ >= capacity_ : size_ >= capacity_ / 5 * 4;
+   }
+   std::size_t grownCapacity() const noexcept {
+      return capacity_ < 8 ? capacity_ + 1 : capacity_ * 2;
+   }
+
+   // An insertion that would sit this far from home grows the table, as
+   // long as the table is not nearly empty: a key set crowded into one part
+   // of the hash range (left behind when entries were erased in iteration
+   // order) is spread out again, while keys whose hashes are equal, which
+   // no capacity separates, cannot make it grow without bound.
+   static constexpr std::size_t kLongProbe = 48;
+
+   template <class... Args>
+   std::size_t insertSlot(const K& key, std::uint32_t hash, Args&&... args) {
+      if (full()) {
+         rehash(grownCapacity());
+      }
+      std::size_t slot, freeSlot;
+      for (;;) {
+         slot = home(hash);
+         while (slot < length_ && used()[slot] && before(slot, hash, key)) {
+            ++slot;
+         }
+         freeSlot = slot;
+         while (freeSlot < length_ && used()[freeSlot]) {
+            ++freeSlot;
+         }
+         if (freeSlot - home(hash) <= kLongProbe || size_ < capacity_ / 8) {
+            break;
+         }
+         rehash(grownCapacity());
+      }
+      if (freeSlot == length_) {
+         extendTail();
+      }
+      for (std::size_t i = freeSlot; i > slot; --i) {
+         moveSlot(i - 1, i);
+      }
+      std::construct_at(&entries()[slot], std::piecewise_construct, std::forward_as_tuple(key),
+                        std::forward_as_tuple(std::forward<Args>(args)...));
+      hashes()[slot] = hash;
+      used()[slot] = 1;
+      ++size_;
+      return slot;
+   }
+
+   void eraseSlot(std::size_t slot) {
+      std::destroy_at(&entries()[slot]);
+      used()[slot] = 0;
+      --size_;
+      // Backward shift: displaced successors move up so no gap breaks a
+      // cluster; an entry sitting at its home slot ends the shift.
+      std::size_t hole = slot;
+      for (std::size_t i = slot + 1; i < length_ && used()[i] && home(hashes()[i]) <= hole; ++i) {
+         moveSlot(i, hole);
+         hole = i;
+      }
+   }
+
+   void moveSlot(std::size_t from, std::size_t to) {
+      std::construct_at(&entries()[to], std::move(entries()[from]));
+      std::destroy_at(&entries()[from]);
+      hashes()[to] = hashes()[from];
+      used()[to] = 1;
+      used()[from] = 0;
+   }
+
+   // A map gives its memory back only once it is empty. Shrinking a
+   // partly emptied table is unsafe here: keys erased in iteration order
+   // leave survivors in one end of the hash range, and re-homing them into
+   // fewer slots would pack them into a few giant clusters. Growing never
+   // has that problem: scaling homes up only shortens clusters.
+   void maybeShrink() {
+      if (size_ == 0) {
+         release();
+         capacity_ = 0;
+      }
+   }
+
+   static std::size_t tailFor(std::size_t capacity) { return capacity >= 16 ? capacity / 16 : 0; }
+
+   // Rebuilds the table with `capacity` home slots; walking the old table in
+   // order inserts keys in sorted order, which is the canonical layout.
+   void rehash(std::size_t capacity) {
+      OrderedTable old;
+      swap(old);
+      shift_ = old.shift_;
+      capacity_ = static_cast<std::uint32_t>(capacity);
+      allocate(capacity + tailFor(capacity));
+      adopt(old, [this](std::size_t, std::uint32_t hash, std::size_t next) {
+         return std::max(home(hash), next);
+      });
+   }
+
+   void extendTail() {
+      OrderedTable old;
+      swap(old);
+      shift_ = old.shift_;
+      capacity_ = old.capacity_;
+      allocate(old.length_ + std::max<std::size_t>(4, old.length_ / 8));
+      adopt(old, [](std::size_t slot, std::uint32_t, std::size_t) { return slot; });
+   }
+
+   // Moves every entry of `old`, in order, to the slot `place` picks.
+   template <class Place>
+   void adopt(OrderedTable& old, Place place) {
+      std::size_t next = 0;
+      for (std::size_t i = 0; i < old.length_; ++i) {
+         if (!old.used()[i]) {
+            continue;
+         }
+         std::size_t slot = place(i, old.hashes()[i], next);
+         while (slot >= length_) {
+            extendTail();
+         }
+         std::construct_at(&entries()[slot], std::move(old.entries()[i]));
+         hashes()[slot] = old.hashes()[i];
+         used()[slot] = 1;
+         ++size_;
+         next = slot + 1;
+      }
+   }
+
+   void allocate(std::size_t length) {
+      VOK_ASSERT(length < 0xFFFFFFFFu, "hash map too large");
+      length_ = static_cast<std::uint32_t>(length);
+      block_ = static_cast<std::byte*>(::operator new(blockSize(length)));
+      std::fill_n(used(), length, std::uint8_t{0});
+   }
+
+   void release() {
+      if (!block_) {
+         return;
+      }
+      for (std::size_t i = 0; i < length_; ++i) {
+         if (used()[i]) {
+            std::destroy_at(&entries()[i]);
+         }
+      }
+      ::operator delete(block_);
+      block_ = nullptr;
+      length_ = 0;
+      size_ = 0;
+   }
+
+   std::byte* block_ = nullptr;
+   std::uint32_t capacity_ = 0;  // home slots; length_ adds the spill tail
+   std::uint32_t length_ = 0;
+   std::uint32_t size_ = 0;
+   std::uint8_t shift_ = 0;  // hash bits shared by every key of this table
+};
+
+}  // namespace detail
+
+}  // namespace Vok
