@@ -305,8 +305,16 @@ ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
 }
 
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {
-   const Ovel::IntfId* intfId = installedIntfId_.lookup(prefix);
-   return intfId ? *intfId : Ovel::IntfId();
+   const std::uint32_t* number = installedIntfId_.lookup(prefix);
+   return number ? ownerNames_[*number] : Ovel::IntfId();
+}
+
+std::uint32_t IntfBacklogSm::ownerNumber(const Ovel::IntfId& intfId) {
+   auto [number, added] = ownerNumbers_.tryEmplace(intfId, std::uint32_t(ownerNames_.size()));
+   if (added) {
+      ownerNames_.push_back(intfId);
+   }
+   return *number;
 }
 
 }  // namespace Routing::ConnectedRoute

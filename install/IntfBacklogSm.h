@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "model/IntfBacklog.h"
 #include "platform/ip/IpIntfStatus.h"
@@ -91,9 +92,8 @@ class IntfBacklogSm final : public Vok::Entity {
    // reads in place.
    const IntfBacklog::Backlog& backlog() const;
    const IntfBacklog::IntfIdsByPrefix& intfIdsByPrefix() const;
-   const Vok::HashMap<Ovel::IpGenPrefix, Ovel::IntfId>& installedIntfIds() const noexcept {
-      return installedIntfId_;
-   }
+   // How many prefixes have an installed owner.
+   std::size_t installedIntfIdCount() const noexcept { return installedIntfId_.size(); }
    const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus4() const;
    const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus6() const;
 
@@ -113,6 +113,7 @@ class IntfBacklogSm final : public Vok::Entity {
 
    std::string describe() const { return vrfName_.str(); }
    IntfViaSetKeyStatus& keyStatusFor(Ovel::AddressFamily af) const;
+   std::uint32_t ownerNumber(const Ovel::IntfId& intfId);
    static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(const IntfIdSet* set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
@@ -133,7 +134,13 @@ class IntfBacklogSm final : public Vok::Entity {
    Vok::Ptr<Rib::ViaSetConfig> viaSetConfig_;
    Vok::Ptr<IntfBacklog> intfBacklog_;
    std::unique_ptr<VokIntfBacklog> intfBacklogReactor_;
-   Vok::HashMap<Ovel::IpGenPrefix, Ovel::IntfId> installedIntfId_;
+   // The owner of every installed route, as a number into ownerNames_: a
+   // name is 24 bytes and every installed route has an owner. Numbers are
+   // never taken back; there are as many as interfaces that ever owned a
+   // route of this VRF.
+   Vok::HashMap<Ovel::IpGenPrefix, std::uint32_t> installedIntfId_;
+   std::vector<Ovel::IntfId> ownerNames_;
+   Vok::HashMap<Ovel::IntfId, std::uint32_t> ownerNumbers_;
    double backlogQuantum_ = 0.08;
    double backlogDelay_ = 0.04;
    std::uint32_t handleBacklogCallCount_ = 0;

@@ -26,7 +26,7 @@ void IntfBacklogSm::doRouteConfigAdd(const Ovel::IntfId& intfId, Rib::RouteConfi
    ZIPMARK(1, "doRouteConfigAdd", Zipmark::text("vrf=", vrfName_.str()),
            Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
-   installedIntfId_.insertOrAssign(prefix, intfId);
+   installedIntfId_.insertOrAssign(prefix, ownerNumber(intfId));
    table->routeAdd(connectedRoute(prefix, viaSetKey, routeType));
 }
 
@@ -51,7 +51,7 @@ void IntfBacklogSm::doOrmoRouteConfigAdd(const Ovel::IntfId& intfId,
    ZIPMARK(1, "doOrmoRouteConfigAdd", Zipmark::text("vrf=", vrfName_.str()),
            Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
-   installedIntfId_.insertOrAssign(prefix, intfId);
+   installedIntfId_.insertOrAssign(prefix, ownerNumber(intfId));
    Rib::IpRibRouteOrq row;
    row.keyIs(Rib::OrqKey{vrfId_, prefix});
    row.set(vrfId_, prefix, Rib::RoutingProtocol::connected, MetricPref{0, 0}, viaSetKey,

@@ -11,13 +11,13 @@
 //   }
 //
 // A map is one ordered table (OrderedTable.h) until it holds SplitSize
-// entries; then it splits, once, into 64 tables by the top six bits of the
-// hash. Each grows by itself, so no single insert ever rebuilds more than a
-// 64th of a large map: a table that doubles inside an event-loop callback
-// costs a fraction of a millisecond for every hundred thousand entries of
-// the whole map, instead of stalling the loop for the whole of it. The
-// tables are ordered by those top bits, so walking them one after the other
-// keeps the map's order.
+// entries; then it splits, once, into 256 tables by the top eight bits of
+// the hash. Each grows by itself, so no single insert ever rebuilds more than
+// a 256th of a large map: a table that doubles inside an event-loop callback
+// costs about a millisecond for every million entries of the whole map,
+// instead of stalling the loop for the whole of it. The tables are ordered
+// by those top bits, so walking them one after the other keeps the map's
+// order.
 #pragma once
 
 #include <array>
@@ -34,7 +34,7 @@ namespace Vok {
 template <class K, class V, class Traits = KeyTraits<K>, std::size_t SplitSize = (std::size_t{1} << 15)>
 class HashMap {
    using Table = detail::OrderedTable<K, V, Traits>;
-   static constexpr unsigned kShardBits = 6;
+   static constexpr unsigned kShardBits = 8;
    static constexpr std::size_t kShards = std::size_t{1} << kShardBits;
 
    struct Shards {

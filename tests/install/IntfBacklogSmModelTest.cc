@@ -95,7 +95,7 @@ class Churn {
       }
       EXPECT_EQ(h_.tables.route4->routeCount(), v4Routes);
       EXPECT_EQ(h_.tables.route6->routeCount(), owners.size() - v4Routes);
-      EXPECT_EQ(h_.sm->installedIntfIds().size(), owners.size());
+      EXPECT_EQ(h_.sm->installedIntfIdCount(), owners.size());
       EXPECT_TRUE(h_.store->backlog().empty());
       EXPECT_TRUE(h_.sm->backlog().empty());
 
