@@ -34,7 +34,12 @@ class IntfBacklogSm::VokIntfBacklog final : public Vok::Reactor<IntfBacklog> {
    VokIntfBacklog(Vok::Ptr<const IntfBacklog> store, IntfBacklogSm& owner)
          : Vok::Reactor<IntfBacklog>(std::move(store)), owner_(owner) {}
    // A reactor being torn down is a zombie and never gets here.
-   void onBacklog(const IntfIdAndPrefix&) override { owner_.scheduleBacklog(); }
+   void onBacklog(const IntfIdAndPrefix& key) override {
+      if (!owner_.inheritedFalse_.empty()) {
+         owner_.inheritedFalse_.erase(key);  // from now on the entry's value decides
+      }
+      owner_.scheduleBacklog();
+   }
 
  private:
    IntfBacklogSm& owner_;
@@ -68,6 +73,11 @@ IntfBacklogSm::IntfBacklogSm(L3::VrfName vrfName, VrfId vrfId, Vok::ActivityMana
    }
    if (intfBacklog_) {
       intfBacklogReactor_ = std::make_unique<VokIntfBacklog>(intfBacklog_, *this);
+      for (const auto& [key, value] : intfBacklog_->backlog()) {
+         if (!value) {
+            inheritedFalse_.tryEmplace(key, true);
+         }
+      }
    }
 }
 
@@ -138,6 +148,33 @@ void IntfBacklogSm::scheduleBacklog() {
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "scheduleBacklog vrf=" << vrfName_);
 }
 
+bool IntfBacklogSm::pending(const IntfIdAndPrefix& key, bool value) const {
+   return value || (!inheritedFalse_.empty() && inheritedFalse_.contains(key));
+}
+
+std::size_t IntfBacklogSm::pendingCount() const {
+   return intfBacklog_->pendingCount() + inheritedFalse_.size();
+}
+
+IntfBacklog::Backlog::const_iterator IntfBacklogSm::firstPendingFrom(
+      IntfBacklog::Backlog::const_iterator it) const {
+   const IntfBacklog::Backlog& backlog = intfBacklog_->backlog();
+   for (bool wrapped = false;;) {
+      if (it == backlog.end()) {
+         if (wrapped) {
+            return it;
+         }
+         it = backlog.begin();
+         wrapped = true;
+         continue;
+      }
+      if (pending(it->first, it->second)) {
+         return it;
+      }
+      ++it;
+   }
+}
+
 void IntfBacklogSm::handleBacklog() {
    if (!initialized_ || !backlogClock_) {
       return;  // without a clock there is no time to slice by
@@ -145,7 +182,7 @@ void IntfBacklogSm::handleBacklog() {
    ++handleBacklogCallCount_;
    IntfBacklog& store = *intfBacklog_;
    const IntfBacklog::Backlog& backlog = store.backlog();
-   if (store.pendingCount() == 0) {
+   if (pendingCount() == 0) {
       VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
                 "backlogSize=" << 0 << " invocation=" << handleBacklogCallCount_);
       ZIPMARK(1, "handleBacklog", Zipmark::text("vrf=", vrfName_.str()),
@@ -154,17 +191,21 @@ void IntfBacklogSm::handleBacklog() {
       return;
    }
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
-             "start backlogSize=" << store.pendingCount() << " invocation=" << handleBacklogCallCount_);
+             "start backlogSize=" << pendingCount() << " invocation=" << handleBacklogCallCount_);
    Vok::ActivityManager& clock = backlogClock_->manager();
    backlogClock_->nextTimeIs(Vok::never);
    const Vok::Seconds start = clock.now();
 
    // The store's own backlog is walked: its iterators survive the removals
-   // below, and its order is a function of the pending keys alone. An entry
-   // set to false by the generic setter is not pending work.
+   // below, and its order is a function of the keys alone. Pending work is
+   // what a copy taken when the installer was built, kept in step since,
+   // would hold: entries whose value is true, and false ones that were
+   // already there then and have not changed since (the generic setter is
+   // the only one that stores false).
    auto it = backlog.begin();
    if (backlogBookmark_ != IntfIdAndPrefix()) {
-      if (auto bookmarked = backlog.find(backlogBookmark_); bookmarked != backlog.end()) {
+      if (auto bookmarked = backlog.find(backlogBookmark_);
+          bookmarked != backlog.end() && pending(bookmarked->first, bookmarked->second)) {
          it = bookmarked;
       }
    }
@@ -172,16 +213,9 @@ void IntfBacklogSm::handleBacklog() {
 
    const long testMode = backlogTestMode();
    do {
-      if (store.pendingCount() == 0) {
-         it = backlog.end();
-         break;
-      }
+      it = firstPendingFrom(it);
       if (it == backlog.end()) {
-         it = backlog.begin();
-      }
-      if (!it->second) {
-         ++it;
-         continue;
+         break;
       }
       const IntfIdAndPrefix key = it->first;
       const bool remove = testMode == 0 ? !processBacklog(key) : true;
@@ -195,9 +229,9 @@ void IntfBacklogSm::handleBacklog() {
       }
    } while (start + backlogQuantum_ > clock.now());
 
-   VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "backlogSize=" << store.pendingCount() << " done");
-   if (store.pendingCount() != 0) {
-      if (it != backlog.end()) {
+   VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "backlogSize=" << pendingCount() << " done");
+   if (pendingCount() != 0) {
+      if (it = firstPendingFrom(it); it != backlog.end()) {
          backlogBookmark_ = it->first;
       }
       scheduleBacklog();
@@ -310,11 +344,20 @@ Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) con
 }
 
 std::uint32_t IntfBacklogSm::ownerNumber(const Ovel::IntfId& intfId) {
-   auto [number, added] = ownerNumbers_.tryEmplace(intfId, std::uint32_t(ownerNames_.size()));
-   if (added) {
-      ownerNames_.push_back(intfId);
+   if (const std::uint32_t* number = ownerNumbers_.lookup(intfId)) {
+      return *number;
    }
-   return *number;
+   // The name goes in first: a failure between the two leaves no number
+   // without its name.
+   const auto number = static_cast<std::uint32_t>(ownerNames_.size());
+   ownerNames_.push_back(intfId);
+   try {
+      ownerNumbers_.tryEmplace(intfId, number);
+   } catch (...) {
+      ownerNames_.pop_back();
+      throw;
+   }
+   return number;
 }
 
 }  // namespace Routing::ConnectedRoute

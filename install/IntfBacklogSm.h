@@ -5,8 +5,9 @@
 // It reads the store's backlog and candidate sets in place (they live in the
 // same process: a copy would only double the memory and the work) and
 // watches the store through a reactor. A backlog change arms the clock
-// backlogDelay (40 ms) ahead unless a drain is already scheduled; a schedule is never pushed back, so a steady stream of
-// changes cannot starve the drain. Each firing processes entries for at most
+// backlogDelay (40 ms) ahead unless a drain is already scheduled; a
+// schedule is never pushed back, so a steady stream of changes cannot
+// starve the drain. Each firing processes entries for at most
 // backlogQuantum (80 ms, checked after every entry), then bookmarks where it
 // stopped and schedules the next slice. The owner of a prefix is the first
 // entry of its candidate set, in that set's deterministic order.
@@ -114,6 +115,10 @@ class IntfBacklogSm final : public Vok::Entity {
    std::string describe() const { return vrfName_.str(); }
    IntfViaSetKeyStatus& keyStatusFor(Ovel::AddressFamily af) const;
    std::uint32_t ownerNumber(const Ovel::IntfId& intfId);
+   // The drain's view of the store's backlog (see handleBacklog).
+   bool pending(const IntfIdAndPrefix& key, bool value) const;
+   std::size_t pendingCount() const;
+   IntfBacklog::Backlog::const_iterator firstPendingFrom(IntfBacklog::Backlog::const_iterator it) const;
    static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(const IntfIdSet* set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
@@ -140,6 +145,9 @@ class IntfBacklogSm final : public Vok::Entity {
    // route of this VRF.
    Vok::HashMap<Ovel::IpGenPrefix, std::uint32_t> installedIntfId_;
    std::vector<Ovel::IntfId> ownerNames_;
+   // Entries the store held as false when the installer was built and that
+   // have not changed since: work, as they were for a copy taken then.
+   Vok::HashMap<IntfIdAndPrefix, bool> inheritedFalse_;
    Vok::HashMap<Ovel::IntfId, std::uint32_t> ownerNumbers_;
    double backlogQuantum_ = 0.08;
    double backlogDelay_ = 0.04;

@@ -104,14 +104,10 @@ void drainEntries(benchmark::State& state) {
 void BM_DrainMillionEntries(benchmark::State& state) { drainEntries(state); }
 BENCHMARK(BM_DrainMillionEntries)->Arg(50'000)->Unit(benchmark::kMillisecond)->Iterations(3);
 
-// The scale curve: 250,000, 1,000,000 and 4,000,000 entries. CPU per entry
-// and bytes per route should stay flat as the tables grow.
+// The scale curve around the million above: 250,000 and 4,000,000 entries
+// (about 2 GB of heap). CPU per entry and bytes per route should stay flat
+// as the tables grow.
 void BM_DrainScaleCurve(benchmark::State& state) { drainEntries(state); }
-BENCHMARK(BM_DrainScaleCurve)
-      ->Arg(12'500)
-      ->Arg(50'000)
-      ->Arg(200'000)
-      ->Unit(benchmark::kMillisecond)
-      ->Iterations(1);
+BENCHMARK(BM_DrainScaleCurve)->Arg(12'500)->Arg(200'000)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace

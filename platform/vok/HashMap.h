@@ -20,6 +20,7 @@
 // order.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -27,6 +28,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "platform/vok/Assert.h"
 #include "platform/vok/OrderedTable.h"
 
 namespace Vok {
@@ -114,14 +116,17 @@ class HashMap {
          if (layout_ != map_->layout_) {
             const Iter found = map_->findHashed(inner_.key(), inner_.hash());
             VOK_ASSERT(!found.atEnd(), "dereferenced a map iterator whose entry was removed");
-            *const_cast<Iter*>(this) = found;
+            shard_ = found.shard_;
+            inner_ = found.inner_;
+            layout_ = found.layout_;
          }
       }
 
       Map* map_ = nullptr;
-      std::size_t shard_ = 0;
-      Inner inner_;
-      std::uint32_t layout_ = 0;
+      // Where the entry is: refreshed by follow() when the map split or joined.
+      mutable std::size_t shard_ = 0;
+      mutable Inner inner_;
+      mutable std::uint32_t layout_ = 0;
    };
 
  public:
@@ -168,6 +173,10 @@ class HashMap {
    template <class... Args>
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
       if (!shards_ && single_.size() >= SplitSize) {
+         // Only a new key splits: `key` may refer into the map itself.
+         if (V* existing = single_.lookup(key)) {
+            return {existing, false};
+         }
          split();
       }
       auto result = tableFor(Traits::hash(key)).tryEmplace(key, std::forward<Args>(args)...);

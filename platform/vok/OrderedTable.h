@@ -24,7 +24,6 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "platform/vok/Assert.h"
 #include "platform/vok/KeyTraits.h"
@@ -116,7 +115,7 @@ class OrderedTable {
    using const_iterator = Iter<true>;
 
    OrderedTable() = default;
-   OrderedTable(const OrderedTable& other) {
+   OrderedTable(const OrderedTable& other) : shift_(other.shift_) {
       for (const auto& [key, value] : other) {
          tryEmplace(key, value);
       }

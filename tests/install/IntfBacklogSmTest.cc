@@ -328,6 +328,31 @@ TEST_F(Installer, ExhaustedViaIdentifiersAreFatal) {
                 "of IDs.\"");
 }
 
+// An entry the generic setter sets to false is no work, unless it was
+// already false when the installer was built: a copy of the backlog taken
+// then, and kept in step since, would hold it.
+TEST_F(Installer, AFalseEntryIsWorkOnlyIfTheInstallerFoundItSo) {
+   add(e1, "10.1.1.1/24");
+   add(e2, "10.2.2.2/24");
+   const IntfIdAndPrefix found(e1, prefix("10.1.1.0/24")), later(e2, prefix("10.2.2.0/24"));
+   h.store->backlogIs(found, false);
+   h.sm = nullptr;
+   h.sm = intfBacklogSmFactory(L3::VrfName("red"), h.vrfId, &h.am, h.ipStatus, h.ip6Status,
+                               h.tables.via4, h.tables.route4, h.tables.query4, h.tables.via6,
+                               h.tables.route6, h.tables.query6, h.tables.viaSets, h.store);
+   h.store->backlogIs(later, false);  // false after the installer was built: no work
+   h.drain();
+   EXPECT_TRUE(route("10.1.1.0/24"));
+   EXPECT_FALSE(h.store->backlog(found));
+   EXPECT_FALSE(route("10.2.2.0/24"));
+   ASSERT_TRUE(h.store->backlog(later));
+   EXPECT_EQ(h.store->pendingCount(), 0u);
+   h.store->backlogIs(later, true);
+   h.drain();
+   EXPECT_TRUE(route("10.2.2.0/24"));
+   EXPECT_TRUE(h.store->backlog().empty());
+}
+
 TEST_F(Installer, AStoreWithoutInstallerTablesRaisesNullValidPtr) {
    IntfBacklogSm bare(L3::VrfName("red"), h.vrfId, &h.am, nullptr, nullptr, nullptr, nullptr,
                       nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);

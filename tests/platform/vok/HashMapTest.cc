@@ -227,10 +227,60 @@ TEST(HashMap, SplittingIntoTablesKeepsTheOrderAndTheEntries) {
       split.erase(key);
    }
    EXPECT_TRUE(split.empty());
+   Map fresh;
    for (std::uint64_t k = 0; k < 100; ++k) {
       split.tryEmplace(k, 0);
+      fresh.tryEmplace(k, 0);
    }
-   EXPECT_EQ(split.size(), 100u);
+   EXPECT_EQ(order(split), order(fresh));
+}
+
+TEST(HashMap, AnIteratorMovesOnAcrossASplitAndCannotReachAnEntryErasedMeanwhile) {
+   SmallSplitMap map;
+   for (std::uint64_t k = 0; k < 10; ++k) {
+      map.tryEmplace(k, int(k));
+   }
+   const auto before = order(map);
+   auto it = map.find(before[4]);
+   auto gone = map.find(before[6]);
+   map.erase(before[6]);
+   for (std::uint64_t k = 100; k < 200; ++k) {
+      map.tryEmplace(k, 0);  // splits the map
+   }
+   const auto after = order(map);
+   const auto next = std::find(after.begin(), after.end(), before[4]) + 1;
+   ++it;  // no dereference first: the step itself crosses the split
+   ASSERT_NE(next, after.end());
+   EXPECT_EQ(it->first, *next);
+   EXPECT_DEATH((void)gone->second, "dereferenced a map iterator whose entry was removed");
+}
+
+TEST(HashMap, ClearSwapAndMoveWorkOnSplitMaps) {
+   SmallSplitMap a, b;
+   for (std::uint64_t k = 0; k < 100; ++k) {
+      a.tryEmplace(k, 1);
+   }
+   b.tryEmplace(7, 2);
+   const auto aOrder = order(a);
+   a.swap(b);
+   EXPECT_EQ(order(b), aOrder);
+   EXPECT_EQ(order(a), std::vector<std::uint64_t>{7});
+   SmallSplitMap moved(std::move(b));
+   EXPECT_EQ(order(moved), aOrder);
+   moved.clear();
+   EXPECT_TRUE(moved.empty());
+   moved.tryEmplace(3, 3);
+   EXPECT_EQ(order(moved), std::vector<std::uint64_t>{3});
+   // A key that refers into the map itself updates in place, also at the
+   // size that splits the map.
+   SmallSplitMap full;
+   for (std::uint64_t k = 0; k < 16; ++k) {
+      full.tryEmplace(k, 0);
+   }
+   auto first = full.begin();
+   full.insertOrAssign(first->first, 5);
+   EXPECT_EQ(*full.lookup(first->first), 5);
+   EXPECT_EQ(full.size(), 16u);
 }
 
 TEST(HashMap, AnIteratorFollowsItsEntryWhenTheMapSplitsUnderIt) {
