@@ -164,22 +164,29 @@ class HashMap {
    iterator find(const K& key) { return findHashed(key, Traits::hash(key)); }
    const_iterator find(const K& key) const { return findHashed(key, Traits::hash(key)); }
    // The value of `key`, or null: cheaper than find() on hot paths.
-   V* lookup(const K& key) { return tableFor(Traits::hash(key)).lookup(key); }
-   const V* lookup(const K& key) const { return tableFor(Traits::hash(key)).lookup(key); }
+   V* lookup(const K& key) {
+      const std::uint32_t hash = Traits::hash(key);
+      return tableFor(hash).lookupHashed(key, hash);
+   }
+   const V* lookup(const K& key) const {
+      const std::uint32_t hash = Traits::hash(key);
+      return tableFor(hash).lookupHashed(key, hash);
+   }
    bool contains(const K& key) const { return lookup(key) != nullptr; }
 
    // Inserts key -> V(args...) unless the key is present. Returns the value
    // and whether it was inserted.
    template <class... Args>
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
+      const std::uint32_t hash = Traits::hash(key);
       if (!shards_ && single_.size() >= SplitSize) {
          // Only a new key splits: `key` may refer into the map itself.
-         if (V* existing = single_.lookup(key)) {
+         if (V* existing = single_.lookupHashed(key, hash)) {
             return {existing, false};
          }
          split();
       }
-      auto result = tableFor(Traits::hash(key)).tryEmplace(key, std::forward<Args>(args)...);
+      auto result = tableFor(hash).tryEmplaceHashed(hash, key, std::forward<Args>(args)...);
       if (result.second && shards_) {
          ++shards_->size;
       }
@@ -196,7 +203,8 @@ class HashMap {
    }
 
    bool erase(const K& key) {
-      if (!tableFor(Traits::hash(key)).erase(key)) {
+      const std::uint32_t hash = Traits::hash(key);
+      if (!tableFor(hash).eraseHashed(key, hash)) {
          return false;
       }
       if (shards_ && --shards_->size == 0) {
@@ -242,7 +250,8 @@ class HashMap {
          table.sharedHashBitsIs(kShardBits);
       }
       for (auto it = single_.begin(); it != single_.end(); ++it) {
-         shards->tables[shardOf(it.hash())].tryEmplace(it->first, std::move(it->second));
+         shards->tables[shardOf(it.hash())].tryEmplaceHashed(it.hash(), it->first,
+                                                             std::move(it->second));
       }
       shards->size = single_.size();
       single_.clear();
@@ -270,7 +279,7 @@ class HashMap {
    static auto findHashed(Self* self, const K& key, std::uint32_t hash) {
       using It = std::conditional_t<std::is_const_v<Self>, const_iterator, iterator>;
       const std::size_t shard = self->shards_ ? shardOf(hash) : 0;
-      return It(self, shard, self->tableFor(hash).find(key));
+      return It(self, shard, self->tableFor(hash).findHashed(key, hash));
    }
    iterator findHashed(const K& key, std::uint32_t hash) { return findHashed(this, key, hash); }
    const_iterator findHashed(const K& key, std::uint32_t hash) const {

@@ -144,28 +144,18 @@ class OrderedTable {
    const_iterator end() const { return const_iterator(); }
 
    // The iterator standing on `key`, or end().
-   iterator find(const K& key) { return iterator(this, findSlot(key, Traits::hash(key))); }
-   const_iterator find(const K& key) const {
-      return const_iterator(this, findSlot(key, Traits::hash(key)));
-   }
+   iterator find(const K& key) { return findHashed(key, Traits::hash(key)); }
+   const_iterator find(const K& key) const { return findHashed(key, Traits::hash(key)); }
    // The value of `key`, or null: cheaper than find() on hot paths.
-   V* lookup(const K& key) {
-      std::size_t slot = findSlot(key, Traits::hash(key));
-      return slot == npos ? nullptr : &entries()[slot].second;
-   }
-   const V* lookup(const K& key) const { return const_cast<OrderedTable*>(this)->lookup(key); }
+   V* lookup(const K& key) { return lookupHashed(key, Traits::hash(key)); }
+   const V* lookup(const K& key) const { return lookupHashed(key, Traits::hash(key)); }
    bool contains(const K& key) const { return lookup(key) != nullptr; }
 
    // Inserts key -> V(args...) unless the key is present. Returns the value
    // and whether it was inserted.
    template <class... Args>
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
-      const std::uint32_t hash = Traits::hash(key);
-      if (std::size_t slot = findSlot(key, hash); slot != npos) {
-         return {&entries()[slot].second, false};
-      }
-      std::size_t slot = insertSlot(key, hash, std::forward<Args>(args)...);
-      return {&entries()[slot].second, true};
+      return tryEmplaceHashed(Traits::hash(key), key, std::forward<Args>(args)...);
    }
 
    template <class M>
@@ -177,8 +167,30 @@ class OrderedTable {
       return {stored, inserted};
    }
 
-   bool erase(const K& key) {
-      std::size_t slot = findSlot(key, Traits::hash(key));
+   bool erase(const K& key) { return eraseHashed(key, Traits::hash(key)); }
+
+   // The same, given the key's hash (Traits::hash(key)) already computed.
+   iterator findHashed(const K& key, std::uint32_t hash) { return iterator(this, findSlot(key, hash)); }
+   const_iterator findHashed(const K& key, std::uint32_t hash) const {
+      return const_iterator(this, findSlot(key, hash));
+   }
+   V* lookupHashed(const K& key, std::uint32_t hash) {
+      std::size_t slot = findSlot(key, hash);
+      return slot == npos ? nullptr : &entries()[slot].second;
+   }
+   const V* lookupHashed(const K& key, std::uint32_t hash) const {
+      return const_cast<OrderedTable*>(this)->lookupHashed(key, hash);
+   }
+   template <class... Args>
+   std::pair<V*, bool> tryEmplaceHashed(std::uint32_t hash, const K& key, Args&&... args) {
+      if (std::size_t slot = findSlot(key, hash); slot != npos) {
+         return {&entries()[slot].second, false};
+      }
+      std::size_t slot = insertSlot(key, hash, std::forward<Args>(args)...);
+      return {&entries()[slot].second, true};
+   }
+   bool eraseHashed(const K& key, std::uint32_t hash) {
+      std::size_t slot = findSlot(key, hash);
       if (slot == npos) {
          return false;
       }
