@@ -1,5 +1,7 @@
 #include "platform/trace/Trace.h"
 
+#include "platform/trace/EnvironmentSetting.h"
+
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
@@ -97,24 +99,12 @@ class TraceRegistry {
       }
    }
    void sinkIs(std::function<void(const TraceLine&)> sink) { sink_ = std::move(sink); }
-
- private:
-   // A bad CONNROUTE_TRACE must not stop whoever first traces: it is kept
-   // aside (no rules) for the program to report.
-   TraceRegistry() {
-      if (const char* env = std::getenv("CONNROUTE_TRACE")) {
-         try {
-            rules_ = parseConfig(env);
-         } catch (const std::invalid_argument& e) {
-            environmentError_ = e.what();
-         }
-      }
-   }
-
- public:
    const std::string& environmentError() const noexcept { return environmentError_; }
 
  private:
+   TraceRegistry()
+         : rules_(settingFromEnvironment("CONNROUTE_TRACE", parseConfig, std::vector<Rule>(),
+                                         environmentError_)) {}
 
    std::uint32_t maskFor(const std::string& name) const {
       std::uint32_t mask = 0;
@@ -127,9 +117,9 @@ class TraceRegistry {
    }
 
    std::vector<TraceHandle*> handles_;
+   std::string environmentError_;  // why CONNROUTE_TRACE was not applied
    std::vector<Rule> rules_;
    std::function<void(const TraceLine&)> sink_;
-   std::string environmentError_;
 };
 
 TraceHandle::TraceHandle(std::string name) : name_(std::move(name)) {

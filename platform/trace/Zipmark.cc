@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/trace/EnvironmentSetting.h"
 #include "platform/trace/ZipmarkFormat.h"
 
 namespace Zipmark {
@@ -59,6 +60,7 @@ class Recorder {
 
    const std::string& fileName() const { return fileName_; }
    void levelsIs(std::string_view levels) { mask_ = parseLevelMask(levels); }
+   const std::string& environmentError() const noexcept { return environmentError_; }
    bool enabled(int level) const noexcept {
       return configured_ && level >= config_.minLevel && ((mask_ >> level) & 1u);
    }
@@ -83,22 +85,9 @@ class Recorder {
    }
 
  private:
-   // A bad CONNROUTE_FASTTRACE records nothing and is kept aside for the
-   // program to report, rather than stopping the first handler that traces.
-   Recorder() {
-      if (const char* env = std::getenv("CONNROUTE_FASTTRACE")) {
-         try {
-            mask_ = parseLevelMask(env);
-         } catch (const std::invalid_argument& e) {
-            environmentError_ = e.what();
-         }
-      }
-   }
-
- public:
-   const std::string& environmentError() const noexcept { return environmentError_; }
-
- private:
+   Recorder()
+         : mask_(Vok::settingFromEnvironment("CONNROUTE_FASTTRACE", parseLevelMask, std::uint32_t{0},
+                                             environmentError_)) {}
    ~Recorder() { close(); }
 
    static void appendShortText(std::string& out, std::string_view text) {
@@ -175,8 +164,8 @@ class Recorder {
    Config config_;
    std::string fileName_;
    bool configured_ = false;
+   std::string environmentError_;  // why CONNROUTE_FASTTRACE was not applied
    std::uint32_t mask_ = 0;
-   std::string environmentError_;
    std::FILE* file_ = nullptr;
    std::uint64_t written_ = 0;
 };
