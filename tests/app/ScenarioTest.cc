@@ -97,15 +97,12 @@ TEST(ScenarioReader, RefusesValuesThatWouldMisbehaveLater) {
                "step 1 (ipv4): duplicate key 'vrf'"},
               {R"({"dump": "a\u009bb"})", "holds the control character U+009B"},
               {R"({"dump": "a\u202eb"})", "holds the control character U+202E"},
-              {R"({"dump": "caf\u00e9 \u2192 ok"})", "@accepted"},
         }) {
       SCOPED_TRACE(row.steps);
-      if (row.expected == "@accepted") {
-         EXPECT_EQ(errorOf(row.steps), "");
-         continue;
-      }
       EXPECT_NE(errorOf(row.steps).find(row.expected), std::string::npos) << errorOf(row.steps);
    }
+   // Other characters outside ASCII are names and labels like any.
+   EXPECT_EQ(errorOf(R"({"dump": "caf\u00e9 \u2192 ok"})"), "");
 }
 
 TEST(ScenarioReader, RefusesDocumentsAParserWouldReadOnlyInPart) {
