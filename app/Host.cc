@@ -12,7 +12,11 @@ namespace Fib = Routing::Fib;
 
 // Virtual time starts at 1 s: a readiness mark at time 0.0 would read as
 // "not ready yet".
-Host::Host(Vok::Seconds stepPerReading) : time_(1.0, stepPerReading) {
+Host::Host(Vok::Seconds stepPerReading, std::shared_ptr<Plim::RowDatabase> tables)
+      : time_(1.0, stepPerReading), shared_(tables) {
+   if (tables) {
+      am_.turnEndHandlerIs([tables] { tables->commit(); });
+   }
    Vok::activityManagerIs(&am_);
 }
 
@@ -26,13 +30,19 @@ void Host::apply(const Step& step, DumpWriter& writer) {
       this->dump(dump->label, writer);
       return;
    }
-   std::visit(
-         [this](const auto& action) {
-            if constexpr (!std::is_same_v<std::decay_t<decltype(action)>, DumpStep>) {
-               apply(action);
-            }
-         },
-         step.action);
+   try {
+      std::visit(
+            [this](const auto& action) {
+               if constexpr (!std::is_same_v<std::decay_t<decltype(action)>, DumpStep>) {
+                  apply(action);
+               }
+            },
+            step.action);
+   } catch (...) {
+      am_.turnEnded();
+      throw;
+   }
+   am_.turnEnded();  // a step is one turn: one notification from outside
 }
 
 void Host::apply(const VrfIdMapStep& s) {

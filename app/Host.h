@@ -12,7 +12,9 @@ namespace App {
 
 class Host {
  public:
-   explicit Host(Vok::Seconds stepPerReading);
+   // With `tables`, the RIB's tables keep their rows there, and every step
+   // and every clock firing is published to readers as one transaction.
+   explicit Host(Vok::Seconds stepPerReading, std::shared_ptr<Plim::RowDatabase> tables = nullptr);
    ~Host();
    Host(const Host&) = delete;
    Host& operator=(const Host&) = delete;

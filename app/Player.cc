@@ -100,7 +100,8 @@ class NoWriter final : public DumpWriter {
 };
 
 [[noreturn]] void runChild(const Scenario& scenario, OutputFormat format, int outputFd,
-                           int errorFd, Progress& progress, pid_t parent) {
+                           int errorFd, Progress& progress, pid_t parent,
+                           const std::string& tablesDir) {
    ::dup2(errorFd, STDERR_FILENO);
    ::close(errorFd);
    ::dup2(outputFd, STDOUT_FILENO);
@@ -119,9 +120,12 @@ class NoWriter final : public DumpWriter {
    ::setenv("ZMFILE", name.c_str(), 1);
    std::ios::sync_with_stdio(false);
    try {
+      // Opened here, never across the fork: LMDB's environments do not
+      // survive one. The parent checked the directory already.
+      const auto tables = tablesDir.empty() ? nullptr : openTables(tablesDir);
       if (format == OutputFormat::none) {
          NoWriter writer;
-         Host host(scenario.stepPerReading);
+         Host host(scenario.stepPerReading, tables);
          for (const Step& step : scenario.steps) {
             progress.step = step.number;
             if (!std::holds_alternative<DumpStep>(step.action)) {
@@ -135,7 +139,7 @@ class NoWriter final : public DumpWriter {
       }
       auto writer = format == OutputFormat::json ? jsonDumpWriter(std::cout) : textDumpWriter(std::cout);
       writer->scenarioBegin(scenario.name, scenario.description);
-      Host host(scenario.stepPerReading);
+      Host host(scenario.stepPerReading, tables);
       for (const Step& step : scenario.steps) {
          progress.step = step.number;
          host.apply(step, *writer);
@@ -208,7 +212,20 @@ void playHere(const Scenario& scenario, DumpWriter& writer) {
    writer.scenarioEnd();
 }
 
-void play(const Scenario& scenario, OutputFormat format, int outputFd) {
+std::shared_ptr<Plim::RowDatabase> openTables(const std::string& dir) {
+   return Plim::RowDatabase::open(dir, Plim::Access::write, Kordb::persistentLayout());
+}
+
+void play(const Scenario& scenario, OutputFormat format, int outputFd, const std::string& tablesDir) {
+   if (!tablesDir.empty()) {
+      try {
+         openTables(tablesDir);  // closed again at once: only the child writes
+      } catch (const Plim::DatabaseError& e) {
+         throw ScenarioError(std::string("--tables: ") + e.what());
+      } catch (const Belm::CorruptionDetectedException& e) {
+         throw ScenarioError("--tables: " + tablesDir + ": " + e.what());
+      }
+   }
    const int output = unnamedTemporaryFile();
    int errors[2];
    if (::pipe2(errors, O_CLOEXEC) != 0) {
@@ -239,7 +256,7 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd) {
    }
    if (child == 0) {
       ::close(errors[0]);
-      runChild(scenario, format, ::dup(output), errors[1], *progress, parent);
+      runChild(scenario, format, ::dup(output), errors[1], *progress, parent, tablesDir);
    }
    ::close(errors[1]);
    ErrorRelay relay;

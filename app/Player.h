@@ -9,10 +9,13 @@
 // file, if any, is the one the user asked for, named by this process's id.
 #pragma once
 
+#include <memory>
 #include <stdexcept>
+#include <string>
 
 #include "app/Dump.h"
 #include "app/Scenario.h"
+#include "platform/plim/RowDatabase.h"
 
 namespace App {
 
@@ -26,8 +29,15 @@ class OutputError : public std::runtime_error {
 };
 
 // Throws ScenarioError naming the step at which the engine stopped, and
-// OutputError when the output cannot be written to `outputFd`.
-void play(const Scenario& scenario, OutputFormat format, int outputFd);
+// OutputError when the output cannot be written to `outputFd`. With a
+// `tablesDir`, the RIB's tables are kept in that table directory (created if
+// absent; an earlier run's rows are the new run's stale rows), and a
+// directory that cannot be used is a ScenarioError before anything plays.
+void play(const Scenario& scenario, OutputFormat format, int outputFd,
+          const std::string& tablesDir = {});
+
+// Opens a table directory for the agent to write.
+std::shared_ptr<Plim::RowDatabase> openTables(const std::string& dir);
 
 // Plays in this process, dumps to `writer`: what the child runs.
 void playHere(const Scenario& scenario, DumpWriter& writer);

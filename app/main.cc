@@ -60,17 +60,18 @@ void flushOrFail(std::ostream& out) {
    }
 }
 
-int runScenario(const std::string& path, bool json, bool checkOnly) {
+int runScenario(const std::string& path, bool json, bool checkOnly, const std::string& tablesDir) {
    const App::Scenario scenario =
          path.empty() ? App::parseScenario(App::bundledScenario(), "(bundled example)")
                       : App::parseScenario(App::readInputFile(path, kMaxScenarioBytes), path);
    if (checkOnly) {
-      App::play(scenario, App::OutputFormat::none, STDOUT_FILENO);
+      App::play(scenario, App::OutputFormat::none, STDOUT_FILENO, tablesDir);
       std::cout << scenario.name << ": ok, " << scenario.steps.size() << " steps\n";
       flushOrFail(std::cout);
       return 0;
    }
-   App::play(scenario, json ? App::OutputFormat::json : App::OutputFormat::text, STDOUT_FILENO);
+   App::play(scenario, json ? App::OutputFormat::json : App::OutputFormat::text, STDOUT_FILENO,
+             tablesDir);
    return 0;
 }
 
@@ -109,11 +110,15 @@ int main(int argc, char** argv) {
    app.set_version_flag("--version", "connroute " CONNROUTE_VERSION);
    app.require_subcommand(0, 1);
 
-   std::string scenario, trace, fastTrace;
+   std::string scenario, trace, fastTrace, tablesDir;
    bool json = false;
    auto* run = app.add_subcommand("run", "play a scenario (the bundled example when none is given)");
    run->add_option("scenario", scenario, "scenario file (JSON with comments)");
    run->add_flag("--json", json, "print the dumps as one JSON document");
+   run->add_option("--tables", tablesDir,
+                   "keep the RIB's tables in this table directory (created if absent), where "
+                   "`connroute show` reads them; rows an earlier run left are the new run's "
+                   "stale rows");
    auto* traceOption = run->add_option(
          "--trace", trace,
          "text trace to stderr, e.g. 'IntfBacklogSm/8,ConnectedRoute/0-7' or '*/0-9' "
@@ -163,9 +168,9 @@ int main(int argc, char** argv) {
          }
       }
       if (*check) {
-         return runScenario(checkPath, false, true);
+         return runScenario(checkPath, false, true, {});
       }
-      return runScenario(scenario, json, false);
+      return runScenario(scenario, json, false, tablesDir);
    } catch (const UsageError& e) {
       std::cerr << "connroute: " << e.what() << "\n";
       return 2;

@@ -2,7 +2,19 @@
 
 namespace Agent {
 
-SharedState::SharedState() {
+SharedState::SharedState(std::shared_ptr<Plim::RowDatabase> rowDatabase) {
+   if (rowDatabase) {
+      entityManager->rowDatabaseIs(std::move(rowDatabase));
+      // Without a database the query tables are the process's own; with one
+      // they are found by path like every other table.
+      auto mountQuery = [&](const std::string& path) {
+         auto mount = entityManager->mount(path, "Routing::Rib::IpRibRouteOrqTable", {},
+                                           Kordb::MountMode::write);
+         return std::pair{mount, mount->entityAs<Routing::Rib::IpRibRouteOrqTable>()};
+      };
+      std::tie(route4OrmoMount, route4OrmoConfig) = mountQuery(kRouteQuery4Path);
+      std::tie(route6OrmoMount, route6OrmoConfig) = mountQuery(kRouteQuery6Path);
+   }
    viaSetMount = entityManager->mount("routing/rib/viaSetConfig", "Routing::Rib::ViaSetConfig",
                                       {{{"viaSet", 4096}}}, Kordb::MountMode::write);
    viaSetConfig = viaSetMount->entityAs<Routing::Rib::ViaSetConfig>();

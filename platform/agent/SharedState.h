@@ -21,8 +21,14 @@
 
 namespace Agent {
 
+// Where the query tables are mounted when they are kept in a row database.
+inline constexpr const char* kRouteQuery4Path = "routing/rib/routeQuery/ipv4";
+inline constexpr const char* kRouteQuery6Path = "routing/rib/routeQuery/ipv6";
+
 struct SharedState {
-   SharedState();
+   // With a row database, the RIB's tables keep their rows in it: other
+   // processes read them, and the next run finds them.
+   explicit SharedState(std::shared_ptr<Plim::RowDatabase> rowDatabase = nullptr);
 
    // The kernel's device table of a namespace (the kernel model writes it).
    Vok::Ptr<KernelNetInfo::Status> kernelNamespace(const Ovel::NamespaceName& netNs);
@@ -42,6 +48,9 @@ struct SharedState {
          Routing::Rib::IpRibRouteOrqTable::create();
    Vok::Ptr<Routing::Rib::IpRibRouteOrqTable> route6OrmoConfig =
          Routing::Rib::IpRibRouteOrqTable::create();
+   // The query tables' mounts, when they are kept in a row database.
+   Vok::Ptr<VokPlim::Mount> route4OrmoMount;
+   Vok::Ptr<VokPlim::Mount> route6OrmoMount;
    Vok::Ptr<Routing::Rib::AllVrfRibReady> allVrfRibReady = Vok::make<Routing::Rib::AllVrfRibReady>();
    Vok::Ptr<Vok::Dir> protoVrfStatusDir = Vok::make<Vok::Dir>("protoVrfStatus");
 };

@@ -17,12 +17,35 @@ std::map<std::string, MountableType, std::less<>>& mountableTypes() {
    return types;
 }
 
+struct PersistentType {
+   std::string layout;
+   PersistFunction persist;
+};
+
+std::map<std::string, PersistentType, std::less<>>& persistentTypes() {
+   static std::map<std::string, PersistentType, std::less<>> types;
+   return types;
+}
+
 }  // namespace
 
 bool registerMountableType(std::string typeName, std::vector<std::string> collections,
                            AttachFunction attach) {
    mountableTypes()[std::move(typeName)] = {std::move(collections), std::move(attach)};
    return true;
+}
+
+bool registerPersistentType(std::string typeName, std::string layout, PersistFunction persist) {
+   persistentTypes()[std::move(typeName)] = {std::move(layout), std::move(persist)};
+   return true;
+}
+
+std::string persistentLayout() {
+   std::string layout = "connroute-tables 1";
+   for (const auto& [name, type] : persistentTypes()) {
+      layout += "; " + name + " " + type.layout;
+   }
+   return layout;
 }
 
 Vok::Ptr<VokPlim::Mount> EntityManager::mount(const std::string& path, std::string_view typeName,
@@ -50,6 +73,11 @@ Vok::Ptr<VokPlim::Mount> EntityManager::mount(const std::string& path, std::stri
    Vok::Ptr<VokPlim::Mount> mount;
    try {
       Vok::Ptr<Vok::Entity> entity = type->second.attach(contents.backing, mode == MountMode::write);
+      if (created && rowDatabase_) {
+         if (auto persistent = persistentTypes().find(typeName); persistent != persistentTypes().end()) {
+            persistent->second.persist(*contents.backing, rowDatabase_, path);
+         }
+      }
       mount = Vok::make<VokPlim::Mount>(Vok::Ptr<const EntityManager>(this), path, entity);
    } catch (...) {
       if (created) {

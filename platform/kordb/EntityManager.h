@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/plim/RowDatabase.h"
 #include "platform/plim/Table.h"
 #include "platform/vok/Entity.h"
 
@@ -46,6 +47,15 @@ using AttachFunction =
 bool registerMountableType(std::string typeName, std::vector<std::string> collections,
                            AttachFunction attach);
 
+// Moves the rows of a fresh backing of the type at `path` into a database.
+using PersistFunction = std::function<void(Plim::Backing&, const std::shared_ptr<Plim::RowDatabase>&,
+                                           const std::string& path)>;
+// Lets a table type keep its rows in a database; `layout` describes its
+// rows' layout, so that a directory written with another one is refused.
+bool registerPersistentType(std::string typeName, std::string layout, PersistFunction persist);
+// The layouts of every persistent type, for RowDatabase::open.
+std::string persistentLayout();
+
 class EntityManager final : public Vok::Entity {
  public:
    // Throws std::invalid_argument for an unknown type, a collection the type
@@ -61,6 +71,11 @@ class EntityManager final : public Vok::Entity {
    // Forgets the contents of a path that is no longer mounted.
    bool cleanup(const std::string& path);
 
+   // Tables of persistent types created from now on keep their rows in
+   // `db` (null: in memory), and start with the rows it holds for them.
+   void rowDatabaseIs(std::shared_ptr<Plim::RowDatabase> db) { rowDatabase_ = std::move(db); }
+   const std::shared_ptr<Plim::RowDatabase>& rowDatabase() const noexcept { return rowDatabase_; }
+
  private:
    friend class VokPlim::Mount;
    struct Contents {
@@ -70,6 +85,7 @@ class EntityManager final : public Vok::Entity {
    };
    mutable std::map<std::string, Contents, std::less<>> contents_;
    mutable std::size_t mounted_ = 0;
+   std::shared_ptr<Plim::RowDatabase> rowDatabase_;
 };
 
 }  // namespace Kordb

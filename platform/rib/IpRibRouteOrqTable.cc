@@ -1,6 +1,7 @@
 #include "platform/rib/IpRibRouteOrqTable.h"
 
 #include "platform/kordb/EntityManager.h"
+#include "platform/plim/DatabaseStore.h"
 
 namespace Routing::Rib {
 
@@ -10,11 +11,19 @@ const bool registered = Kordb::registerMountableType(
       [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
          return IpRibRouteOrqTable::attach(backing, writable);
       });
+const bool persistent = Kordb::registerPersistentType(
+      "Routing::Rib::IpRibRouteOrqTable", ::Plim::rowLayout<OrqKey, IpRibRouteOrq>("routeQuery"),
+      [](::Plim::Backing& backing, const std::shared_ptr<::Plim::RowDatabase>& db,
+         const std::string& path) {
+         static_cast<IpRibRouteOrqTable::Backing&>(backing).rows =
+               ::Plim::databaseStore<OrqKey, IpRibRouteOrq>(db, "routeQuery", path);
+      });
 }  // namespace
 
 Vok::Ptr<IpRibRouteOrqTable> IpRibRouteOrqTable::attach(std::shared_ptr<::Plim::Backing>& backing,
                                                         bool writable) {
    (void)registered;
+   (void)persistent;
    if (!backing) {
       backing = std::make_shared<Backing>();
    }

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "platform/kordb/EntityManager.h"
+#include "platform/plim/DatabaseStore.h"
 
 namespace Routing::Rib {
 
@@ -11,6 +12,13 @@ const bool registered = Kordb::registerMountableType(
       "Routing::Rib::RouteConfig", {"route"},
       [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
          return RouteConfig::attach(backing, writable);
+      });
+const bool persistent = Kordb::registerPersistentType(
+      "Routing::Rib::RouteConfig", ::Plim::rowLayout<Ovel::IpGenPrefix, Route>("route"),
+      [](::Plim::Backing& backing, const std::shared_ptr<::Plim::RowDatabase>& db,
+         const std::string& path) {
+         static_cast<RouteConfig::Backing&>(backing).routes =
+               ::Plim::databaseStore<Ovel::IpGenPrefix, Route>(db, "route", path);
       });
 }  // namespace
 
@@ -23,6 +31,7 @@ std::ostream& operator<<(std::ostream& os, const Route& r) {
 
 Vok::Ptr<RouteConfig> RouteConfig::attach(std::shared_ptr<::Plim::Backing>& backing, bool writable) {
    (void)registered;
+   (void)persistent;
    if (!backing) {
       backing = std::make_shared<Backing>();
    }

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "platform/kordb/EntityManager.h"
+#include "platform/plim/DatabaseStore.h"
 #include "platform/vok/Assert.h"
 
 namespace Routing::Rib {
@@ -27,10 +28,22 @@ const bool registered = Kordb::registerMountableType(
       [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
          return ViaConfig::attach(backing, writable);
       });
+// The table's scalars (transport, VRF, identifier allocator) are not kept:
+// a restarted agent sets them again and starts its tables afresh.
+const bool persistent = Kordb::registerPersistentType(
+      "Routing::Rib::Ip::ViaConfig",
+      ::Plim::rowLayout<ViaKey, Via>("via") + " " + ::Plim::rowLayout<ViaKey, ViaMapEntry>("viaMap"),
+      [](::Plim::Backing& backing, const std::shared_ptr<::Plim::RowDatabase>& db,
+         const std::string& path) {
+         auto& rows = static_cast<ViaConfig::Backing&>(backing);
+         rows.vias = ::Plim::databaseStore<ViaKey, Via>(db, "via", path);
+         rows.viaMaps = ::Plim::databaseStore<ViaKey, ViaMapEntry>(db, "viaMap", path);
+      });
 }  // namespace
 
 Vok::Ptr<ViaConfig> ViaConfig::attach(std::shared_ptr<::Plim::Backing>& backing, bool writable) {
    (void)registered;
+   (void)persistent;
    if (!backing) {
       backing = std::make_shared<Backing>();
    }

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "platform/kordb/EntityManager.h"
+#include "platform/plim/DatabaseStore.h"
 #include "platform/vok/Assert.h"
 
 namespace Routing::Rib {
@@ -20,11 +21,19 @@ const bool registered = Kordb::registerMountableType(
       [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
          return ViaSetConfig::attach(backing, writable);
       });
+const bool persistent = Kordb::registerPersistentType(
+      "Routing::Rib::ViaSetConfig", ::Plim::rowLayout<ViaSetKey, Plim::ViaSet>("viaSet"),
+      [](::Plim::Backing& backing, const std::shared_ptr<::Plim::RowDatabase>& db,
+         const std::string& path) {
+         static_cast<ViaSetConfig::Backing&>(backing).viaSets =
+               ::Plim::databaseStore<ViaSetKey, Plim::ViaSet>(db, "viaSet", path);
+      });
 }  // namespace
 
 Vok::Ptr<ViaSetConfig> ViaSetConfig::attach(std::shared_ptr<::Plim::Backing>& backing,
                                             bool writable) {
    (void)registered;
+   (void)persistent;
    if (!backing) {
       backing = std::make_shared<Backing>();
    }

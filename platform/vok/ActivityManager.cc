@@ -40,7 +40,13 @@ void ActivityManager::fire(Clock& clock) {
    disarm(clock);
    // A copy, because the callback may destroy the clock that runs it.
    auto callback = clock.onTime_;
-   callback();
+   try {
+      callback();
+   } catch (...) {
+      turnEnded();  // what the turn wrote before it failed stays written
+      throw;
+   }
+   turnEnded();
 }
 
 bool ActivityManager::runOnce() {

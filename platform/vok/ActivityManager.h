@@ -58,6 +58,16 @@ class ActivityManager {
    // beyond `limit`; returns false when it stopped at the limit.
    bool runUntilIdle(ManualTimeSource& time, Seconds limit = never);
 
+   // Called after every clock callback, which ends one turn of the event
+   // loop (e.g. to publish what the turn wrote, all at once). Also called by
+   // whoever delivers a notification from outside, through turnEnded().
+   void turnEndHandlerIs(std::function<void()> handler) { turnEnd_ = std::move(handler); }
+   void turnEnded() {
+      if (turnEnd_) {
+         turnEnd_();
+      }
+   }
+
  private:
    friend class Clock;
    using Slot = std::tuple<Seconds, std::uint64_t, Clock*>;
@@ -69,6 +79,7 @@ class ActivityManager {
    TimeSource& time_;
    std::set<Slot> armed_;
    std::uint64_t nextSequence_ = 0;
+   std::function<void()> turnEnd_;
 };
 
 class Clock {

@@ -1,0 +1,193 @@
+// A table's rows in a RowDatabase, for tables that outlive the process.
+//
+// The writer keeps every row of its table in memory too and writes through:
+// the engine reads its own rows often and at memory speed, in the in-memory
+// store's order, exactly as without a database; the database is for readers
+// in other processes and for the next run. A read-only store reads the
+// database's snapshot directly.
+//
+// Rows are stored as their bytes: the directory's layout record (see
+// RowDatabase::open) refuses a directory written with other row layouts.
+#pragma once
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+#include "platform/plim/RowDatabase.h"
+#include "platform/plim/Store.h"
+
+namespace Plim {
+
+template <class K, class V>
+class DatabaseStore final : public Store<K, V> {
+   static_assert(std::has_unique_object_representations_v<K>,
+                 "a key is stored as its bytes: it must have no padding");
+   static_assert(std::is_trivially_copyable_v<V> && std::is_default_constructible_v<V>,
+                 "a row is stored as its bytes");
+
+ public:
+   // The rows of the table at `path` in the database of `kind`. A writer
+   // starts with what the directory holds for it: an earlier run's rows.
+   DatabaseStore(std::shared_ptr<RowDatabase> db, std::string_view kind, const std::string& path)
+         : db_(std::move(db)), rows_(db_->rowsOf(kind)), number_(db_->tableNumber(path)) {
+      if (db_->writable()) {
+         scan([this](const K& key, const V& value) { cache_.rowIs(key, value); });
+      }
+   }
+
+   const V* row(const K& key) const override {
+      if (db_->writable()) {
+         return cache_.row(key);
+      }
+      if (!number_ || !rows_) {
+         return nullptr;
+      }
+      KeyBytes bytes = keyBytes(key);
+      MDB_val k{bytes.size(), bytes.data()}, v;
+      const int rc = mdb_get(db_->txn(), *rows_, &k, &v);
+      if (rc == MDB_NOTFOUND) {
+         return nullptr;
+      }
+      db_->check(rc, "read a row");
+      last_ = decode(v);
+      return &last_;
+   }
+
+   void rowIs(const K& key, const V& value) override {
+      KeyBytes bytes = keyBytes(key);
+      MDB_val k{bytes.size(), bytes.data()}, v{sizeof(V), const_cast<V*>(&value)};
+      db_->check(mdb_put(db_->txn(), *rows_, &k, &v, 0), "write a row");
+      cache_.rowIs(key, value);
+   }
+
+   bool rowDel(const K& key) override {
+      if (!cache_.row(key)) {
+         return false;
+      }
+      KeyBytes bytes = keyBytes(key);
+      MDB_val k{bytes.size(), bytes.data()};
+      db_->check(mdb_del(db_->txn(), *rows_, &k, nullptr), "remove a row");
+      return cache_.rowDel(key);
+   }
+
+   void rowDelAll() override {
+      MDB_cursor* cursor = nullptr;
+      db_->check(mdb_cursor_open(db_->txn(), *rows_, &cursor), "open a cursor");
+      const auto prefix = numberBytes();
+      MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
+      int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+      while (rc == MDB_SUCCESS && ownKey(k)) {
+         if (rc = mdb_cursor_del(cursor, 0); rc != MDB_SUCCESS) {
+            break;
+         }
+         k = MDB_val{prefix.size(), const_cast<char*>(prefix.data())};
+         rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+      }
+      mdb_cursor_close(cursor);
+      if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
+         db_->fail(rc, "remove a table's rows");
+      }
+      cache_.rowDelAll();
+   }
+
+   std::size_t size() const override {
+      if (db_->writable()) {
+         return cache_.size();
+      }
+      std::size_t count = 0;
+      scan([&](const K&, const V&) { ++count; });
+      return count;
+   }
+
+   void forEach(const std::function<void(const K&, const V&)>& visit) const override {
+      if (db_->writable()) {
+         cache_.forEach(visit);
+      } else {
+         scan(visit);
+      }
+   }
+
+ private:
+   using KeyBytes = std::array<char, 4 + sizeof(K)>;
+
+   // Big-endian, so that one table's rows sit together in key order.
+   std::array<char, 4> numberBytes() const {
+      const std::uint32_t n = number_.value_or(0);
+      return {char(n >> 24), char(n >> 16), char(n >> 8), char(n)};
+   }
+   KeyBytes keyBytes(const K& key) const {
+      KeyBytes bytes;
+      const auto prefix = numberBytes();
+      std::memcpy(bytes.data(), prefix.data(), prefix.size());
+      std::memcpy(bytes.data() + prefix.size(), &key, sizeof(K));
+      return bytes;
+   }
+   bool ownKey(const MDB_val& k) const {
+      const auto prefix = numberBytes();
+      return k.mv_size >= prefix.size() && std::memcmp(k.mv_data, prefix.data(), prefix.size()) == 0;
+   }
+   V decode(const MDB_val& v) const {
+      if (v.mv_size != sizeof(V)) {
+         db_->fail(MDB_CORRUPTED, "read a row");
+      }
+      V value;
+      std::memcpy(&value, v.mv_data, sizeof(V));  // LMDB's data is not aligned for V
+      return value;
+   }
+
+   template <class Visit>
+   void scan(const Visit& visit) const {
+      if (!number_ || !rows_) {
+         return;
+      }
+      MDB_cursor* cursor = nullptr;
+      db_->check(mdb_cursor_open(db_->txn(), *rows_, &cursor), "open a cursor");
+      const auto prefix = numberBytes();
+      MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
+      int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+      try {
+         for (; rc == MDB_SUCCESS && ownKey(k); rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
+            if (k.mv_size != sizeof(KeyBytes)) {
+               db_->fail(MDB_CORRUPTED, "read a row's key");
+            }
+            K key;
+            std::memcpy(&key, static_cast<const char*>(k.mv_data) + prefix.size(), sizeof(K));
+            visit(key, decode(v));
+         }
+      } catch (...) {
+         mdb_cursor_close(cursor);
+         throw;
+      }
+      mdb_cursor_close(cursor);
+      if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
+         db_->fail(rc, "read a table's rows");
+      }
+   }
+
+   std::shared_ptr<RowDatabase> db_;
+   std::optional<MDB_dbi> rows_;
+   std::optional<std::uint32_t> number_;
+   MemoryStore<K, V> cache_;
+   mutable V last_{};
+};
+
+// The layout of rows of `kind` as a directory records it: a change of
+// either type's size or alignment makes older directories foreign.
+template <class K, class V>
+std::string rowLayout(std::string_view kind) {
+   return std::string(kind) + " " + std::to_string(sizeof(K)) + "/" + std::to_string(sizeof(V)) +
+          "/" + std::to_string(alignof(V));
+}
+
+template <class K, class V>
+std::unique_ptr<Store<K, V>> databaseStore(const std::shared_ptr<RowDatabase>& db,
+                                           std::string_view kind, const std::string& path) {
+   return std::make_unique<DatabaseStore<K, V>>(db, kind, path);
+}
+
+}  // namespace Plim

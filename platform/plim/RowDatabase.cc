@@ -1,0 +1,264 @@
+#include "platform/plim/RowDatabase.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "platform/belm/Exceptions.h"
+#include "platform/trace/Trace.h"
+
+namespace Plim {
+
+namespace {
+
+const Vok::TraceHandle trace("Plim");
+
+// Address space only: with a write map the file is sparse, and tmpfs or a
+// disk gives pages as rows arrive.
+constexpr std::size_t kMapSize = std::size_t{64} << 30;
+constexpr unsigned kMaxDatabases = 64;
+constexpr const char* kMetaDatabase = "meta";
+constexpr const char* kTablesDatabase = "tables";
+constexpr std::string_view kLayoutKey = "layout";
+
+MDB_val bytesOf(std::string_view text) {
+   return MDB_val{text.size(), const_cast<char*>(text.data())};
+}
+
+std::string_view textOf(const MDB_val& value) {
+   return {static_cast<const char*>(value.mv_data), value.mv_size};
+}
+
+}  // namespace
+
+RowDatabase::RowDatabase(std::string dir, Access access) : dir_(std::move(dir)), access_(access) {}
+
+RowDatabase::~RowDatabase() {
+   if (txn_) {
+      if (writable()) {
+         mdb_txn_commit(txn_);  // what the last turn wrote is kept, as a crash would keep it
+      } else {
+         mdb_txn_abort(txn_);
+      }
+   }
+   if (env_) {
+      mdb_env_close(env_);
+   }
+   if (writerLock_ >= 0) {
+      ::close(writerLock_);
+   }
+}
+
+// LMDB serialises write transactions but not writers: two agents writing
+// one directory would each take the other's rows for stale ones.
+void RowDatabase::lockForWriting() {
+   const std::string path = dir_ + "/writer.lock";
+   writerLock_ = ::open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0644);
+   if (writerLock_ < 0) {
+      throw DatabaseError(path + ": cannot open: " + std::strerror(errno));
+   }
+   if (::flock(writerLock_, LOCK_EX | LOCK_NB) != 0) {
+      throw DatabaseError(dir_ + ": another connroute is writing these tables");
+   }
+}
+
+std::shared_ptr<RowDatabase> RowDatabase::open(const std::string& dir, Access access,
+                                               const std::string& layout) {
+   namespace fs = std::filesystem;
+   std::error_code error;
+   if (access == Access::write) {
+      fs::create_directories(dir, error);
+      if (error) {
+         throw DatabaseError(dir + ": cannot create the table directory: " + error.message());
+      }
+   } else if (!fs::is_directory(dir, error)) {
+      throw DatabaseError(dir + ": no such table directory");
+   } else if (!fs::exists(fs::path(dir) / "data.mdb", error)) {
+      throw DatabaseError(dir + ": not a connroute table directory (no data.mdb)");
+   }
+   std::shared_ptr<RowDatabase> db(new RowDatabase(dir, access));
+   if (access == Access::write) {
+      db->lockForWriting();
+   }
+   db->check(mdb_env_create(&db->env_), "create the environment");
+   db->check(mdb_env_set_maxdbs(db->env_, kMaxDatabases), "set the database count");
+   db->check(mdb_env_set_mapsize(db->env_, kMapSize), "set the map size");
+   // Crash safety comes from the write map itself: a killed process leaves
+   // its committed pages in the page cache. Syncing to disk only matters
+   // when the machine goes down, and then the agent rebuilds everything.
+   const unsigned flags = access == Access::write
+                                ? MDB_WRITEMAP | MDB_NOSYNC | MDB_NOMETASYNC | MDB_NOTLS
+                                : MDB_RDONLY | MDB_NOTLS;
+   if (int rc = mdb_env_open(db->env_, dir.c_str(), flags, 0644); rc != MDB_SUCCESS) {
+      throw DatabaseError(dir + ": cannot open the table directory: " + mdb_strerror(rc));
+   }
+   int stale = 0;
+   db->check(mdb_reader_check(db->env_, &stale), "clear readers of dead processes");
+   if (stale > 0) {
+      VOK_TRACE(trace, 0, dir, "cleared " << stale << " readers of dead processes");
+   }
+   db->verifyLayout(layout);
+   return db;
+}
+
+void RowDatabase::verifyLayout(const std::string& layout) {
+   MDB_txn* txn = nullptr;
+   check(mdb_txn_begin(env_, nullptr, writable() ? 0 : MDB_RDONLY, &txn), "begin a transaction");
+   auto finish = [&] {
+      if (int rc = mdb_txn_commit(txn); rc != MDB_SUCCESS) {
+         fail(rc, "commit the directory's layout");
+      }
+   };
+   try {
+      // Named databases are keys of the unnamed one: every one is opened
+      // here, in a transaction that commits, so the handles stay for good.
+      MDB_dbi main = 0;
+      check(mdb_dbi_open(txn, nullptr, 0, &main), "open the main database");
+      MDB_cursor* cursor = nullptr;
+      check(mdb_cursor_open(txn, main, &cursor), "list the databases");
+      std::vector<std::string> names;
+      MDB_val key, value;
+      for (int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST); rc == MDB_SUCCESS;
+           rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
+         names.emplace_back(textOf(key));
+      }
+      mdb_cursor_close(cursor);
+      for (const std::string& name : names) {
+         MDB_dbi dbi = 0;
+         if (mdb_dbi_open(txn, name.c_str(), 0, &dbi) != MDB_SUCCESS) {
+            throw DatabaseError(dir_ + ": not a connroute table directory (foreign key '" + name +
+                                "')");
+         }
+         databases_.emplace(name, dbi);
+      }
+      auto meta = databases_.find(kMetaDatabase);
+      if (meta == databases_.end()) {
+         if (!writable() || !names.empty()) {
+            throw DatabaseError(dir_ + ": not a connroute table directory (no layout record)");
+         }
+         for (const char* name : {kMetaDatabase, kTablesDatabase}) {
+            MDB_dbi dbi = 0;
+            check(mdb_dbi_open(txn, name, MDB_CREATE, &dbi), "create the directory's databases");
+            databases_.emplace(name, dbi);
+         }
+         MDB_val k = bytesOf(kLayoutKey), v = bytesOf(layout);
+         check(mdb_put(txn, databases_.at(kMetaDatabase), &k, &v, 0), "record the layout");
+      } else {
+         MDB_val k = bytesOf(kLayoutKey), v;
+         if (mdb_get(txn, meta->second, &k, &v) != MDB_SUCCESS) {
+            throw DatabaseError(dir_ + ": not a connroute table directory (no layout record)");
+         }
+         if (textOf(v) != layout) {
+            throw DatabaseError(dir_ + ": tables of another layout ('" + std::string(textOf(v)) +
+                                "'; this connroute reads '" + layout + "')");
+         }
+      }
+      loadTables(txn);
+   } catch (...) {
+      mdb_txn_abort(txn);
+      throw;
+   }
+   finish();
+   if (!writable()) {
+      check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn_), "begin reading");
+   }
+}
+
+void RowDatabase::loadTables(MDB_txn* txn) {
+   auto tables = databases_.find(kTablesDatabase);
+   if (tables == databases_.end()) {
+      return;
+   }
+   MDB_cursor* cursor = nullptr;
+   check(mdb_cursor_open(txn, tables->second, &cursor), "list the tables");
+   MDB_val key, value;
+   int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST);
+   for (; rc == MDB_SUCCESS; rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
+      std::uint32_t number = 0;
+      if (value.mv_size != sizeof number) {
+         rc = MDB_CORRUPTED;
+         break;
+      }
+      std::memcpy(&number, value.mv_data, sizeof number);
+      tableNumbers_.insert_or_assign(std::string(textOf(key)), number);
+   }
+   mdb_cursor_close(cursor);
+   if (rc != MDB_NOTFOUND) {
+      fail(rc, "read the table list");
+   }
+}
+
+std::optional<MDB_dbi> RowDatabase::openDatabase(const std::string& name) {
+   if (auto it = databases_.find(name); it != databases_.end()) {
+      return it->second;
+   }
+   if (!writable()) {
+      return std::nullopt;
+   }
+   MDB_dbi dbi = 0;
+   check(mdb_dbi_open(txn(), name.c_str(), MDB_CREATE, &dbi), "create a database");
+   databases_.emplace(name, dbi);
+   return dbi;
+}
+
+std::optional<MDB_dbi> RowDatabase::rowsOf(std::string_view kind) {
+   return openDatabase("rows:" + std::string(kind));
+}
+
+std::optional<std::uint32_t> RowDatabase::tableNumber(const std::string& path) {
+   if (auto it = tableNumbers_.find(path); it != tableNumbers_.end()) {
+      return it->second;
+   }
+   if (!writable()) {
+      return std::nullopt;
+   }
+   const auto number = static_cast<std::uint32_t>(tableNumbers_.size());
+   MDB_val k = bytesOf(path), v{sizeof number, const_cast<std::uint32_t*>(&number)};
+   check(mdb_put(txn(), databases_.at(kTablesDatabase), &k, &v, 0), "record a table");
+   tableNumbers_.emplace(path, number);
+   return number;
+}
+
+std::map<std::string, std::uint32_t> RowDatabase::tables() {
+   return {tableNumbers_.begin(), tableNumbers_.end()};
+}
+
+MDB_txn* RowDatabase::txn() {
+   if (!txn_) {
+      check(mdb_txn_begin(env_, nullptr, 0, &txn_), "begin a write transaction");
+   }
+   return txn_;
+}
+
+void RowDatabase::commit() {
+   if (!writable() || !txn_) {
+      return;
+   }
+   MDB_txn* txn = txn_;
+   txn_ = nullptr;
+   check(mdb_txn_commit(txn), "commit a turn's writes");
+}
+
+void RowDatabase::refresh() {
+   if (writable()) {
+      return;
+   }
+   mdb_txn_reset(txn_);
+   check(mdb_txn_renew(txn_), "renew the reader's snapshot");
+   loadTables(txn_);  // the writer may have added tables since
+}
+
+void RowDatabase::fail(int rc, std::string_view what) const {
+   const std::string detail = dir_ + ": cannot " + std::string(what) + ": " + mdb_strerror(rc);
+   if (rc == MDB_CORRUPTED || rc == MDB_PAGE_NOTFOUND || rc == MDB_INVALID) {
+      VOK_TRACE(trace, 0, dir_, detail);
+      throw Belm::CorruptionDetectedException("Plim table corruption detected");
+   }
+   throw DatabaseError(detail);
+}
+
+}  // namespace Plim

@@ -1,0 +1,94 @@
+// A directory of tables that outlives the process and that other processes
+// read while the agent writes: one LMDB environment, one database per kind
+// of row, every table's rows keyed by the table's number (from its path)
+// followed by the row's own key bytes.
+//
+//   auto db = Plim::RowDatabase::open("/dev/shm/connroute", Plim::Access::write, layout);
+//   ... tables write through stores bound to db ...
+//   db->commit();   // at the end of every turn of the event loop
+//
+// Writes gather in one write transaction, begun by the first write and
+// committed by commit(), so that readers see the state of whole turns only.
+// A reader keeps one read transaction and renews it with refresh().
+#pragma once
+
+#include <lmdb.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace Plim {
+
+enum class Access { readOnly, write };
+
+// The directory cannot be opened as a table directory: missing, foreign, of
+// another layout, or unreadable. The message names the directory and why.
+class DatabaseError : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
+
+class RowDatabase {
+ public:
+   // Opens (for writing: creates, with the directory if absent) the table
+   // directory `dir`. `layout` names the row layouts of every kind: a
+   // directory written with another layout is refused, never misread.
+   static std::shared_ptr<RowDatabase> open(const std::string& dir, Access access,
+                                            const std::string& layout);
+   ~RowDatabase();
+   RowDatabase(const RowDatabase&) = delete;
+   RowDatabase& operator=(const RowDatabase&) = delete;
+
+   const std::string& dir() const noexcept { return dir_; }
+   bool writable() const noexcept { return access_ == Access::write; }
+
+   // The database holding rows of `kind` (created for writing if absent);
+   // nullopt when a read-only directory has none.
+   std::optional<MDB_dbi> rowsOf(std::string_view kind);
+   // The number of the table at `path`, assigned on first use when writing;
+   // nullopt when a read-only directory has no such table.
+   std::optional<std::uint32_t> tableNumber(const std::string& path);
+   // Every table of the directory: path and number, in path order.
+   std::map<std::string, std::uint32_t> tables();
+
+   // The transaction rows are read and written in now: the write
+   // transaction of this turn (begun if needed) when writing, the reader's
+   // snapshot otherwise.
+   MDB_txn* txn();
+   // Makes this turn's writes visible to readers; nothing to do if none.
+   void commit();
+   // A reader moves its snapshot to the latest committed state.
+   void refresh();
+
+   // Raises the error LMDB reported for `what`: corruption as
+   // Belm::CorruptionDetectedException, anything else as DatabaseError.
+   [[noreturn]] void fail(int rc, std::string_view what) const;
+   void check(int rc, std::string_view what) const {
+      if (rc != MDB_SUCCESS) {
+         fail(rc, what);
+      }
+   }
+
+ private:
+   RowDatabase(std::string dir, Access access);
+   void lockForWriting();
+   void verifyLayout(const std::string& layout);
+   void loadTables(MDB_txn* txn);
+   std::optional<MDB_dbi> openDatabase(const std::string& name);
+
+   std::string dir_;
+   Access access_;
+   int writerLock_ = -1;  // held by the one writer of the directory
+   MDB_env* env_ = nullptr;
+   MDB_txn* txn_ = nullptr;  // this turn's writes, or the reader's snapshot
+   std::map<std::string, MDB_dbi, std::less<>> databases_;
+   std::map<std::string, std::uint32_t, std::less<>> tableNumbers_;
+};
+
+}  // namespace Plim
