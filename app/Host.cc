@@ -15,12 +15,18 @@ namespace Fib = Routing::Fib;
 Host::Host(Vok::Seconds stepPerReading, std::shared_ptr<Plim::RowDatabase> tables)
       : time_(1.0, stepPerReading), shared_(tables) {
    if (tables) {
-      am_.turnEndHandlerIs([tables] { tables->commit(); });
+      publisher_ = std::make_unique<TablePublisher>(tables, shared_);
+      am_.turnEndHandlerIs([this, tables] {
+         publisher_->publish(root_.get(), time_.peek());
+         tables->commit();
+      });
+      am_.turnEnded();
    }
    Vok::activityManagerIs(&am_);
 }
 
 Host::~Host() {
+   am_.turnEndHandlerIs(nullptr);
    root_ = nullptr;
    Vok::activityManagerIs(nullptr);
 }

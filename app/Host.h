@@ -5,6 +5,7 @@
 
 #include "app/Dump.h"
 #include "app/Scenario.h"
+#include "app/TablePublisher.h"
 #include "lifecycle/RootSm.h"
 #include "platform/agent/SharedState.h"
 
@@ -49,6 +50,7 @@ class Host {
    Agent::SharedState shared_;
    Vok::Ptr<Routing::ConnectedRoute::IvoState> ivo_;
    Vok::Ptr<Routing::ConnectedRoute::RootSm> root_;
+   std::unique_ptr<TablePublisher> publisher_;  // with a table directory only
 };
 
 }  // namespace App

@@ -3,10 +3,10 @@
 // names, containers and owners are indexed once per dump, so a dump costs
 // O(rows log rows), whatever the number of VRFs.
 #include <algorithm>
-#include <charconv>
 #include <map>
 
 #include "app/Host.h"
+#include "app/TableRows.h"
 
 namespace App {
 
@@ -15,41 +15,8 @@ namespace Rib = Routing::Rib;
 
 namespace {
 
-// "routing/rib/<routeConfig|viaConfig>/ipv<4|6>/<id>/connected" -> id.
-std::optional<std::uint32_t> tableVrfId(std::string_view path) {
-   for (std::string_view head : {"routing/rib/routeConfig/ipv", "routing/rib/viaConfig/ipv"}) {
-      if (!path.starts_with(head)) {
-         continue;
-      }
-      path.remove_prefix(head.size());
-      if (path.size() < 2 || (path[0] != '4' && path[0] != '6') || path[1] != '/') {
-         return std::nullopt;
-      }
-      path.remove_prefix(2);
-      constexpr std::string_view tail = "/connected";
-      if (!path.ends_with(tail)) {
-         return std::nullopt;
-      }
-      path.remove_suffix(tail.size());
-      std::uint32_t id = 0;
-      auto [end, error] = std::from_chars(path.data(), path.data() + path.size(), id);
-      if (error != std::errc() || end != path.data() + path.size()) {
-         return std::nullopt;
-      }
-      return id;
-   }
-   return std::nullopt;
-}
-
 Ovel::IntfId ownerOf(const Rib::Route& r, const ContainerSm* container) {
    return container ? container->intfBacklogSm()->installedIntfId(r.prefix) : Ovel::IntfId();
-}
-
-RouteRow routeRow(const Rib::Route& r, const Ovel::IntfId& owner) {
-   return RouteRow{r.prefix.toString(), static_cast<unsigned>(r.routeType), r.viaSetKey.value(),
-                   owner.empty() ? "-" : std::string(owner.name()),
-                   static_cast<std::uint32_t>(r.routingProtocol), r.metricPref.metric,
-                   r.metricPref.preference, r.fecIndex, r.flags};
 }
 
 // A route with its owner, looked up once while the table is walked: the
@@ -104,8 +71,8 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
    }
    std::vector<std::uint32_t> vrfIds;
    for (const std::string& path : shared_.entityManager->paths()) {
-      if (auto id = tableVrfId(path)) {
-         vrfIds.push_back(*id);
+      if (auto table = parseVrfTablePath(path)) {
+         vrfIds.push_back(table->vrfId);
       }
    }
    std::sort(vrfIds.begin(), vrfIds.end());
@@ -144,10 +111,6 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
                                          [](const Rib::Via& v) -> const Rib::ViaKey& { return v.key; });
       }
       return out;
-   };
-   auto viaRow = [](const Rib::Via& v) {
-      return ViaRow{v.key.toString(), v.nexthop.toString(), std::string(v.intfId.name()), v.flags,
-                    v.kind};
    };
 
    for (std::uint32_t id : vrfIds) {
@@ -192,10 +155,7 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
    const auto viaSets = sortedRows<Rib::Plim::ViaSet>(
          [&](auto visit) { shared_.viaSetConfig->forEachViaSet(visit); },
          [](const Rib::Plim::ViaSet& v) { return v.key.value(); });
-   writer.viaSets(section<ViaSetRow>(viaSets, [](const Rib::Plim::ViaSet& v) {
-      return ViaSetRow{v.key.value(), static_cast<unsigned>(v.kind), v.via.viaKey.toString(),
-                       static_cast<std::uint32_t>(v.via.rp), v.viaCount};
-   }));
+   writer.viaSets(section<ViaSetRow>(viaSets, viaSetRow));
 
    std::vector<ProtoRow> proto;
    shared_.protoVrfStatusDir->forEachName([&](const std::string& name) {

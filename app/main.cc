@@ -18,6 +18,7 @@
 #include "app/BundledScenario.h"
 #include "app/InputFile.h"
 #include "app/Player.h"
+#include "app/Show.h"
 #include "platform/trace/Trace.h"
 #include "platform/trace/Zipmark.h"
 #include "platform/trace/ZipmarkDecoder.h"
@@ -132,6 +133,41 @@ int main(int argc, char** argv) {
    auto* check = app.add_subcommand("check", "validate a scenario and play it without printing");
    check->add_option("scenario", checkPath, "scenario file")->required();
 
+   App::ShowRequest showRequest;
+   auto* showCommand = app.add_subcommand(
+         "show", "print what a table directory holds (read while an agent writes it)");
+   showCommand->add_option("--tables", showRequest.dir, "the table directory `run --tables` writes")
+         ->required();
+   showCommand->add_flag("--json", showRequest.json, "print one JSON document");
+   showCommand->require_subcommand(1);
+   auto addVrfOption = [&](CLI::App* command, bool required) {
+      auto* option = command->add_option("--vrf", showRequest.vrf, "a VRF's name or identifier");
+      if (required) {
+         option->required();
+      }
+   };
+   auto* showRoutes = showCommand->add_subcommand("routes", "the routes of every VRF, with owners");
+   addVrfOption(showRoutes, false);
+   auto* showVias = showCommand->add_subcommand("vias", "the vias of every VRF");
+   addVrfOption(showVias, false);
+   for (auto* command : {showRoutes, showVias}) {
+      command->add_option("--af", showRequest.family, "one address family: 4 or 6")
+            ->check(CLI::IsMember({4, 6}));
+   }
+   auto* showViaSets = showCommand->add_subcommand("viasets", "the shared via sets");
+   auto* showReady = showCommand->add_subcommand("ready", "every VRF's readiness");
+   addVrfOption(showReady, false);
+   auto* showPrefix = showCommand->add_subcommand(
+         "prefix", "one prefix: its route, owner and every candidate interface");
+   showPrefix->add_option("prefix", showRequest.prefix, "e.g. 10.1.0.0/24")->required();
+   addVrfOption(showPrefix, true);
+   auto* showSummary = showCommand->add_subcommand(
+         "summary", "per VRF: routes, vias, backlog, drains so far, longest slice");
+   addVrfOption(showSummary, false);
+   for (auto* command : {showRoutes, showVias, showViaSets, showReady, showPrefix, showSummary}) {
+      command->add_flag("--json", showRequest.json, "print one JSON document");
+   }
+
    std::string zmPath;
    auto* decode = app.add_subcommand("zmdecode", "print a fast-trace file as text");
    decode->add_option("file", zmPath, "fast-trace file")->required();
@@ -147,10 +183,23 @@ int main(int argc, char** argv) {
    }
    try {
       if (app.get_subcommands().empty()) {
-         throw UsageError("a command is required: run, check or zmdecode (connroute --help)");
+         throw UsageError("a command is required: run, check, show or zmdecode (connroute --help)");
       }
       if (*decode) {
          return decodeFastTrace(zmPath);
+      }
+      if (*showCommand) {
+         using What = App::ShowRequest::What;
+         for (auto [command, what] : {std::pair{showRoutes, What::routes}, {showVias, What::vias},
+                                      {showViaSets, What::viaSets}, {showReady, What::ready},
+                                      {showPrefix, What::prefix}, {showSummary, What::summary}}) {
+            if (*command) {
+               showRequest.what = what;
+            }
+         }
+         App::show(showRequest, std::cout);
+         flushOrFail(std::cout);
+         return 0;
       }
       checkEnvironment(traceOption->count() > 0, fastTraceOption->count() > 0);
       if (traceOption->count() > 0) {
@@ -176,6 +225,9 @@ int main(int argc, char** argv) {
       return 2;
    } catch (const App::ScenarioError& e) {
       std::cerr << "connroute: " << e.what() << "\n";
+      return 2;
+   } catch (const App::ShowError& e) {
+      std::cerr << "connroute: show: " << e.what() << "\n";
       return 2;
    } catch (const App::OutputError& e) {
       std::cerr << "connroute: " << e.what() << "\n";

@@ -1,5 +1,6 @@
 #include "install/IntfBacklogSm.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "install/IntfBacklogSmTrace.h"
@@ -212,6 +213,7 @@ void IntfBacklogSm::handleBacklog() {
    backlogBookmark_ = IntfIdAndPrefix();
 
    const long testMode = backlogTestMode();
+   Vok::Seconds now = start;
    do {
       it = firstPendingFrom(it);
       if (it == backlog.end()) {
@@ -227,7 +229,8 @@ void IntfBacklogSm::handleBacklog() {
       if (++it == backlog.end()) {
          it = backlog.begin();
       }
-   } while (start + backlogQuantum_ > clock.now());
+   } while (start + backlogQuantum_ > (now = clock.now()));
+   longestSlice_ = std::max(longestSlice_, now - start);  // no reading of its own: time is the clock's
 
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "backlogSize=" << pendingCount() << " done");
    if (pendingCount() != 0) {

@@ -103,6 +103,10 @@ class IntfBacklogSm final : public Vok::Entity {
    double backlogDelay() const noexcept { return backlogDelay_; }
    void backlogDelayIs(double seconds);
    std::uint32_t handleBacklogCallCount() const noexcept { return handleBacklogCallCount_; }
+   // The longest drain slice so far, on the drain's clock.
+   Vok::Seconds longestSlice() const noexcept { return longestSlice_; }
+   // Entries the drain still has to process.
+   std::size_t pendingCount() const;
    void handleBacklogCallCountIs(std::uint32_t count) noexcept { handleBacklogCallCount_ = count; }
    const IntfIdAndPrefix& backlogBookmark() const noexcept { return backlogBookmark_; }
    void backlogBookmarkIs(const IntfIdAndPrefix& key) noexcept { backlogBookmark_ = key; }
@@ -117,7 +121,6 @@ class IntfBacklogSm final : public Vok::Entity {
    std::uint32_t ownerNumber(const Ovel::IntfId& intfId);
    // The drain's view of the store's backlog (see handleBacklog).
    bool pending(const IntfIdAndPrefix& key, bool value) const;
-   std::size_t pendingCount() const;
    IntfBacklog::Backlog::const_iterator firstPendingFrom(IntfBacklog::Backlog::const_iterator it) const;
    static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(const IntfIdSet* set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
@@ -152,6 +155,7 @@ class IntfBacklogSm final : public Vok::Entity {
    double backlogQuantum_ = 0.08;
    double backlogDelay_ = 0.04;
    std::uint32_t handleBacklogCallCount_ = 0;
+   Vok::Seconds longestSlice_ = 0;
    IntfIdAndPrefix backlogBookmark_;
    bool initialized_ = false;
 };

@@ -1,0 +1,112 @@
+#include "app/PublishedRows.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+namespace App {
+
+namespace {
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+   std::vector<std::string_view> parts;
+   for (std::size_t start = 0;;) {
+      const std::size_t end = text.find(separator, start);
+      parts.push_back(text.substr(start, end - start));
+      if (end == std::string_view::npos) {
+         return parts;
+      }
+      start = end + 1;
+   }
+}
+
+template <class T>
+T number(std::string_view text) {
+   T value{};
+   auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+   if (error != std::errc() || end != text.data() + text.size()) {
+      throw std::invalid_argument("malformed published number '" + std::string(text) + "'");
+   }
+   return value;
+}
+
+double seconds(std::string_view text) {
+   const std::string copy(text);
+   char* end = nullptr;
+   const double value = std::strtod(copy.c_str(), &end);
+   if (copy.empty() || *end != '\0') {
+      throw std::invalid_argument("malformed published time '" + copy + "'");
+   }
+   return value;
+}
+
+std::string secondsText(double value) {
+   char text[64];
+   std::snprintf(text, sizeof(text), "%.6f", value);
+   return text;
+}
+
+}  // namespace
+
+std::string vrfKey(std::uint32_t vrfId) {
+   return {char(vrfId >> 24), char(vrfId >> 16), char(vrfId >> 8), char(vrfId)};
+}
+
+std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix) {
+   std::string key = vrfKey(vrfId);
+   key.append(reinterpret_cast<const char*>(&prefix), sizeof prefix);
+   return key;
+}
+
+Ovel::IpGenPrefix candidatePrefix(std::string_view key) {
+   if (key.size() != 4 + sizeof(Ovel::IpGenPrefix)) {
+      throw std::invalid_argument("malformed candidate key");
+   }
+   Ovel::IpGenPrefix prefix;
+   std::memcpy(&prefix, key.data() + 4, sizeof prefix);
+   return prefix;
+}
+
+std::string candidatesValue(const std::string& installedOwner, const std::vector<CandidateRow>& rows) {
+   std::string value = installedOwner;
+   for (const CandidateRow& row : rows) {
+      value += '\n';
+      value += row.intf + '\t' + row.address + '\t' + std::to_string(row.type) + '\t' +
+               std::to_string(row.viaSet);
+   }
+   return value;
+}
+
+Candidates parseCandidates(std::string_view value) {
+   const auto lines = split(value, '\n');
+   Candidates candidates{std::string(lines.front()), {}};
+   for (std::size_t i = 1; i < lines.size(); ++i) {
+      const auto fields = split(lines[i], '\t');
+      if (fields.size() != 4) {
+         throw std::invalid_argument("malformed published candidate");
+      }
+      candidates.rows.push_back(CandidateRow{std::string(fields[0]), std::string(fields[1]),
+                                             number<unsigned>(fields[2]),
+                                             number<std::uint32_t>(fields[3])});
+   }
+   return candidates;
+}
+
+std::string vrfStatusValue(const VrfStatusRow& row) {
+   return row.name + '\t' + row.v4Ready + '\t' + row.v6Ready + '\t' + row.protoReady + '\t' +
+          secondsText(row.protoReadyTime) + '\t' + std::to_string(row.backlog) + '\t' +
+          std::to_string(row.drains) + '\t' + secondsText(row.longestSlice);
+}
+
+VrfStatusRow parseVrfStatus(std::string_view value) {
+   const auto fields = split(value, '\t');
+   if (fields.size() != 8) {
+      throw std::invalid_argument("malformed published VRF status");
+   }
+   return VrfStatusRow{std::string(fields[0]), std::string(fields[1]), std::string(fields[2]),
+                       std::string(fields[3]), seconds(fields[4]), number<std::uint64_t>(fields[5]),
+                       number<std::uint64_t>(fields[6]), seconds(fields[7])};
+}
+
+}  // namespace App

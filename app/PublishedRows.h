@@ -1,0 +1,58 @@
+// The rows the agent publishes next to the RIB's tables (TablePublisher)
+// and `connroute show` reads back: keys as bytes, values as tab-separated
+// text, one record per line.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/ovel/IpGenPrefix.h"
+#include "platform/vok/KeyTraits.h"
+
+namespace App {
+
+struct PrefixHash {
+   std::size_t operator()(const Ovel::IpGenPrefix& prefix) const noexcept {
+      return Vok::KeyTraits<Ovel::IpGenPrefix>::hash(prefix);
+   }
+};
+
+// Big-endian, so that a VRF's rows sit together in key order.
+std::string vrfKey(std::uint32_t vrfId);
+std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix);
+// The prefix of a candidate key; throws std::invalid_argument for another key.
+Ovel::IpGenPrefix candidatePrefix(std::string_view key);
+
+// One candidate interface of a prefix, in the candidate set's order: the
+// first one is the owner the installer takes.
+struct CandidateRow {
+   std::string intf;
+   std::string address;
+   unsigned type = 0;
+   std::uint32_t viaSet = 0;
+};
+
+struct Candidates {
+   std::string installedOwner;  // "-": none installed
+   std::vector<CandidateRow> rows;
+};
+
+std::string candidatesValue(const std::string& installedOwner, const std::vector<CandidateRow>& rows);
+// Throws std::invalid_argument for a malformed value.
+Candidates parseCandidates(std::string_view value);
+
+struct VrfStatusRow {
+   std::string name;
+   std::string v4Ready = "-", v6Ready = "-";  // "yes", "no", "-": no readiness record
+   std::string protoReady = "-";              // the protocol's status entity
+   double protoReadyTime = 0;
+   std::uint64_t backlog = 0;  // entries the drain still has to process
+   std::uint64_t drains = 0;   // drain slices so far
+   double longestSlice = 0;    // seconds
+};
+
+std::string vrfStatusValue(const VrfStatusRow& row);
+VrfStatusRow parseVrfStatus(std::string_view value);
+
+}  // namespace App

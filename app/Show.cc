@@ -1,0 +1,336 @@
+#include "app/Show.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+#include "app/RowJson.h"
+#include "app/TableReader.h"
+#include "app/TableRows.h"
+#include "app/TextTable.h"
+#include "platform/belm/Exceptions.h"
+
+namespace App {
+
+namespace Rib = Routing::Rib;
+
+namespace {
+
+using Vrfs = std::map<std::uint32_t, TableReader::Vrf>;
+
+std::string vrfName(const TableReader::Vrf& vrf) { return vrf.status ? vrf.status->name : ""; }
+
+std::string vrfTitle(const TableReader::Vrf& vrf) {
+   const std::string name = vrfName(vrf);
+   return "VRF " + (name.empty() ? "?" : name) + " (id " + std::to_string(vrf.id) + ")";
+}
+
+nlohmann::json vrfJson(const TableReader::Vrf& vrf) {
+   const std::string name = vrfName(vrf);
+   return {{"name", name.empty() ? nlohmann::json() : nlohmann::json(name)}, {"id", vrf.id}};
+}
+
+std::string fixed(double value, const char* format = "%.6f") {
+   char text[64];
+   std::snprintf(text, sizeof(text), format, value);
+   return text;
+}
+
+// The VRFs a request is about: one named by name or identifier, or all.
+Vrfs selected(const TableReader& reader, const ShowRequest& request) {
+   Vrfs vrfs = reader.vrfs();
+   if (!request.vrf) {
+      return vrfs;
+   }
+   const std::string& wanted = *request.vrf;
+   std::uint32_t id = 0;
+   const auto [end, error] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), id);
+   const bool numeric = error == std::errc() && end == wanted.data() + wanted.size();
+   for (const auto& [vrfId, vrf] : vrfs) {
+      if (vrfName(vrf) == wanted || (numeric && vrfId == id)) {
+         return Vrfs{{vrfId, vrf}};
+      }
+   }
+   throw ShowError("no VRF '" + wanted + "' in " + request.dir + " (connroute show summary lists them)");
+}
+
+std::vector<int> families(const ShowRequest& request) {
+   return request.family == 0 ? std::vector<int>{4, 6} : std::vector<int>{request.family};
+}
+
+template <class Item, class Convert>
+Section<std::invoke_result_t<Convert, const Item&>> sectionOf(const std::vector<Item>& items,
+                                                               Convert convert) {
+   using Row = std::invoke_result_t<Convert, const Item&>;
+   return Section<Row>{items.size(), [&items, convert](const std::function<void(const Row&)>& visit) {
+                          for (const Item& item : items) {
+                             visit(convert(item));
+                          }
+                       }};
+}
+
+// A JSON array written a row at a time: a million routes are never one
+// document in memory.
+template <class Item, class ToJson>
+void jsonArray(std::ostream& out, const std::string& indent, const std::vector<Item>& items,
+               ToJson toJson) {
+   out << '[';
+   bool first = true;
+   for (const Item& item : items) {
+      out << (first ? "\n" : ",\n") << indent << "  " << jsonText(toJson(item));
+      first = false;
+   }
+   out << (first ? "]" : "\n" + indent + "]");
+}
+
+void showRoutes(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
+   bool firstVrf = true;
+   if (request.json) {
+      out << "{\n  \"vrfs\": [";
+   }
+   for (const auto& [id, vrf] : selected(reader, request)) {
+      const auto owners = reader.owners(id);
+      auto row = [&owners](const Rib::Route& r) {
+         auto owner = owners.find(r.prefix);
+         return routeRow(r, owner == owners.end() ? "-" : owner->second);
+      };
+      if (request.json) {
+         out << (firstVrf ? "\n" : ",\n") << "    {\"vrf\": " << jsonText(vrfJson(vrf));
+      } else {
+         out << vrfTitle(vrf) << '\n';
+      }
+      firstVrf = false;
+      for (int family : families(request)) {
+         const auto routes = reader.routes(id, family);
+         if (request.json) {
+            out << ",\n     \"ipv" << family << "Routes\": ";
+            jsonArray(out, "     ", routes, [&](const Rib::Route& r) { return routeJson(row(r)); });
+            continue;
+         }
+         out << "  IPv" << family << " routes: " << routes.size() << '\n';
+         if (!routes.empty()) {
+            renderTable(out, kRouteHeaders, sectionOf(routes, row), routeCells);
+         }
+      }
+      if (request.json) {
+         out << "}";
+      }
+   }
+   if (request.json) {
+      out << (firstVrf ? "]\n}\n" : "\n  ]\n}\n");
+   }
+}
+
+void showVias(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
+   bool firstVrf = true;
+   if (request.json) {
+      out << "{\n  \"vrfs\": [";
+   }
+   for (const auto& [id, vrf] : selected(reader, request)) {
+      if (request.json) {
+         out << (firstVrf ? "\n" : ",\n") << "    {\"vrf\": " << jsonText(vrfJson(vrf));
+      } else {
+         out << vrfTitle(vrf) << '\n';
+      }
+      firstVrf = false;
+      for (int family : families(request)) {
+         const auto vias = reader.vias(id, family);
+         if (request.json) {
+            out << ",\n     \"ipv" << family << "Vias\": ";
+            jsonArray(out, "     ", vias, [](const Rib::Via& v) { return viaJson(viaRow(v)); });
+            continue;
+         }
+         out << "  IPv" << family << " vias: " << vias.size() << '\n';
+         if (!vias.empty()) {
+            renderTable(out, kViaHeaders, sectionOf(vias, [](const Rib::Via& v) { return viaRow(v); }),
+                        viaCells);
+         }
+      }
+      if (request.json) {
+         out << "}";
+      }
+   }
+   if (request.json) {
+      out << (firstVrf ? "]\n}\n" : "\n  ]\n}\n");
+   }
+}
+
+void showViaSets(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
+   const auto sets = reader.viaSets();
+   if (request.json) {
+      out << "{\n  \"viaSets\": ";
+      jsonArray(out, "  ", sets, [](const Rib::Plim::ViaSet& v) { return viaSetJson(viaSetRow(v)); });
+      out << "\n}\n";
+      return;
+   }
+   out << "Via sets: " << sets.size() << '\n';
+   if (!sets.empty()) {
+      renderTable(out, {"key", "kind", "via", "protocol", "vias"},
+                  sectionOf(sets, [](const Rib::Plim::ViaSet& v) { return viaSetRow(v); }),
+                  [](const ViaSetRow& v, Cells& cells) {
+                     cells << v.key << v.kind << v.via << v.protocol << v.vias;
+                  });
+   }
+}
+
+void showReady(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
+   std::vector<TableReader::Vrf> vrfs;
+   for (const auto& [id, vrf] : selected(reader, request)) {
+      vrfs.push_back(vrf);
+   }
+   const VrfStatusRow none;
+   auto status = [&none](const TableReader::Vrf& vrf) -> const VrfStatusRow& {
+      return vrf.status ? *vrf.status : none;
+   };
+   if (request.json) {
+      out << "{\n  \"vrfs\": ";
+      jsonArray(out, "  ", vrfs, [&](const TableReader::Vrf& vrf) {
+         const VrfStatusRow& s = status(vrf);
+         nlohmann::json row = vrfJson(vrf);
+         row["v4Ready"] = s.v4Ready;
+         row["v6Ready"] = s.v6Ready;
+         row["protocolReady"] = s.protoReady;
+         row["readyTime"] = s.protoReadyTime;
+         return row;
+      });
+      out << "\n}\n";
+      return;
+   }
+   out << "VRFs: " << vrfs.size() << '\n';
+   if (!vrfs.empty()) {
+      renderTable(out, {"vrf", "id", "v4Ready", "v6Ready", "protocolReady", "readyTime"},
+                  sectionOf(vrfs, [](const TableReader::Vrf& vrf) { return vrf; }),
+                  [&](const TableReader::Vrf& vrf, Cells& cells) {
+                     const VrfStatusRow& s = status(vrf);
+                     const std::string name = vrfName(vrf);
+                     cells << (name.empty() ? "?" : name) << vrf.id << s.v4Ready << s.v6Ready
+                           << s.protoReady << fixed(s.protoReadyTime);
+                  });
+   }
+}
+
+void showSummary(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
+   struct Line {
+      TableReader::Vrf vrf;
+      std::size_t routes4, routes6, vias4, vias6;
+   };
+   std::vector<Line> lines;
+   for (const auto& [id, vrf] : selected(reader, request)) {
+      lines.push_back(Line{vrf, reader.routes(id, 4).size(), reader.routes(id, 6).size(),
+                           reader.vias(id, 4).size(), reader.vias(id, 6).size()});
+   }
+   const VrfStatusRow none;
+   auto status = [&none](const Line& line) -> const VrfStatusRow& {
+      return line.vrf.status ? *line.vrf.status : none;
+   };
+   const auto agent = reader.agent();
+   if (request.json) {
+      out << "{\n  \"agent\": "
+          << (agent ? jsonText({{"state", agent->first}, {"time", agent->second}}) : "null")
+          << ",\n  \"vrfs\": ";
+      jsonArray(out, "  ", lines, [&](const Line& line) {
+         const VrfStatusRow& s = status(line);
+         nlohmann::json row = vrfJson(line.vrf);
+         row.update({{"ipv4Routes", line.routes4}, {"ipv6Routes", line.routes6},
+                     {"ipv4Vias", line.vias4},     {"ipv6Vias", line.vias6},
+                     {"backlog", s.backlog},       {"drains", s.drains},
+                     {"longestSliceMs", std::round(s.longestSlice * 1e6) / 1e3}});
+         return row;
+      });
+      out << "\n}\n";
+      return;
+   }
+   out << "Agent: " << (agent ? agent->first + " at t=" + fixed(agent->second) + "s" : "never ran")
+       << '\n';
+   out << "VRFs: " << lines.size() << '\n';
+   if (!lines.empty()) {
+      renderTable(out,
+                  {"vrf", "id", "ipv4Routes", "ipv6Routes", "ipv4Vias", "ipv6Vias", "backlog",
+                   "drains", "longestSliceMs"},
+                  sectionOf(lines, [](const Line& line) { return line; }),
+                  [&](const Line& line, Cells& cells) {
+                     const VrfStatusRow& s = status(line);
+                     const std::string name = vrfName(line.vrf);
+                     cells << (name.empty() ? "?" : name) << line.vrf.id << line.routes4
+                           << line.routes6 << line.vias4 << line.vias6 << s.backlog << s.drains
+                           << fixed(s.longestSlice * 1e3, "%.3f");
+                  });
+   }
+}
+
+void showPrefix(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
+   if (!request.vrf) {
+      throw ShowError("show prefix needs --vrf");
+   }
+   Ovel::IpGenPrefix prefix;
+   try {
+      prefix = Ovel::IpGenPrefix::parse(request.prefix);
+   } catch (const std::exception& e) {
+      throw ShowError("'" + request.prefix + "' is not a prefix: " + e.what());
+   }
+   const auto [id, vrf] = *selected(reader, request).begin();
+   std::optional<Rib::Route> installed;
+   for (const Rib::Route& r : reader.routes(id, prefix.af() == Ovel::AddressFamily::ipv4 ? 4 : 6)) {
+      if (r.prefix == prefix) {
+         installed = r;
+      }
+   }
+   const Candidates candidates = reader.candidates(id, prefix).value_or(Candidates{"-", {}});
+   if (request.json) {
+      nlohmann::json doc = {{"vrf", vrfJson(vrf)}, {"prefix", prefix.toString()}};
+      doc["installed"] = installed ? routeJson(routeRow(*installed, candidates.installedOwner))
+                                   : nlohmann::json();
+      doc["candidates"] = nlohmann::json::array();
+      for (const CandidateRow& c : candidates.rows) {
+         doc["candidates"].push_back(
+               {{"intf", c.intf}, {"address", c.address}, {"type", c.type}, {"viaSet", c.viaSet}});
+      }
+      out << doc.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+      return;
+   }
+   out << vrfTitle(vrf) << " prefix " << prefix.toString() << '\n';
+   if (installed) {
+      out << "  installed: type " << static_cast<unsigned>(installed->routeType) << "  viaSet "
+          << installed->viaSetKey.value() << "  owner " << candidates.installedOwner << '\n';
+   } else {
+      out << "  installed: none\n";
+   }
+   out << "  candidates: " << candidates.rows.size()
+       << (candidates.rows.empty() ? "" : " (the first one owns the prefix)") << '\n';
+   if (!candidates.rows.empty()) {
+      renderTable(out, {"intf", "address", "type", "viaSet"},
+                  sectionOf(candidates.rows, [](const CandidateRow& c) { return c; }),
+                  [](const CandidateRow& c, Cells& cells) {
+                     cells << c.intf << c.address << c.type << c.viaSet;
+                  });
+   }
+}
+
+}  // namespace
+
+void show(const ShowRequest& request, std::ostream& out) {
+   std::optional<TableReader> reader;
+   try {
+      reader.emplace(request.dir);
+   } catch (const Plim::DatabaseError& e) {
+      throw ShowError(e.what());
+   } catch (const Belm::CorruptionDetectedException& e) {
+      throw ShowError(request.dir + ": " + e.what());
+   }
+   switch (request.what) {
+      case ShowRequest::What::routes:
+         return showRoutes(*reader, request, out);
+      case ShowRequest::What::vias:
+         return showVias(*reader, request, out);
+      case ShowRequest::What::viaSets:
+         return showViaSets(*reader, request, out);
+      case ShowRequest::What::ready:
+         return showReady(*reader, request, out);
+      case ShowRequest::What::prefix:
+         return showPrefix(*reader, request, out);
+      case ShowRequest::What::summary:
+         return showSummary(*reader, request, out);
+   }
+}
+
+}  // namespace App

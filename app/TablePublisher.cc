@@ -1,0 +1,184 @@
+#include "app/TablePublisher.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "app/PublishedRows.h"
+
+namespace App {
+
+using namespace Routing::ConnectedRoute;
+namespace Rib = Routing::Rib;
+
+// Hears a VRF's store announce which prefixes changed since the last turn.
+class TablePublisher::Watch final : public Vok::Reactor<IntfBacklog> {
+ public:
+   explicit Watch(Vok::Ptr<const IntfBacklog> store) : Vok::Reactor<IntfBacklog>(std::move(store)) {}
+   void onBacklog(const IntfIdAndPrefix& key) override { changed.insert(key.genPrefix()); }
+   void onIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) override { changed.insert(prefix); }
+
+   std::unordered_set<Ovel::IpGenPrefix, PrefixHash> changed;
+};
+
+namespace {
+
+MDB_dbi rowsOf(Plim::RowDatabase& db, std::string_view kind) { return *db.rowsOf(kind); }
+
+void put(Plim::RowDatabase& db, MDB_dbi dbi, std::string_view key, std::string_view value) {
+   MDB_val k{key.size(), const_cast<char*>(key.data())};
+   MDB_val v{value.size(), const_cast<char*>(value.data())};
+   db.check(mdb_put(db.txn(), dbi, &k, &v, 0), "publish a row");
+}
+
+void del(Plim::RowDatabase& db, MDB_dbi dbi, std::string_view key) {
+   MDB_val k{key.size(), const_cast<char*>(key.data())};
+   if (int rc = mdb_del(db.txn(), dbi, &k, nullptr); rc != MDB_NOTFOUND) {
+      db.check(rc, "withdraw a published row");
+   }
+}
+
+// Removes every row whose key starts with `prefix`.
+void delRange(Plim::RowDatabase& db, MDB_dbi dbi, std::string_view prefix) {
+   MDB_cursor* cursor = nullptr;
+   db.check(mdb_cursor_open(db.txn(), dbi, &cursor), "open a cursor");
+   MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
+   int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+   while (rc == MDB_SUCCESS && k.mv_size >= prefix.size() &&
+          std::memcmp(k.mv_data, prefix.data(), prefix.size()) == 0) {
+      if (rc = mdb_cursor_del(cursor, 0); rc != MDB_SUCCESS) {
+         break;
+      }
+      k = MDB_val{prefix.size(), const_cast<char*>(prefix.data())};
+      rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+   }
+   mdb_cursor_close(cursor);
+   if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
+      db.fail(rc, "withdraw published rows");
+   }
+}
+
+std::string flag(const std::optional<bool>& value) { return value ? (*value ? "yes" : "no") : "-"; }
+
+}  // namespace
+
+TablePublisher::TablePublisher(std::shared_ptr<Plim::RowDatabase> db, const Agent::SharedState& shared)
+      : db_(std::move(db)), shared_(shared) {
+   // What an earlier run published describes that run's agent, not this one.
+   for (std::string_view kind : {kVrfStatusKind, kCandidatesKind, kAgentKind}) {
+      db_->check(mdb_drop(db_->txn(), rowsOf(*db_, kind), 0), "clear what an earlier run published");
+   }
+}
+
+TablePublisher::~TablePublisher() = default;
+
+void TablePublisher::publish(const RootSm* root, double now) {
+   char time[32];
+   std::snprintf(time, sizeof(time), "%.6f", now);
+   if (std::string row = std::string(root ? "running" : "stopped") + "\t" + time; row != agentRow_) {
+      put(*db_, rowsOf(*db_, kAgentKind), "agent", row);
+      agentRow_ = std::move(row);
+   }
+   // Both maps are walked together: a VRF's container is new, the same, or
+   // gone, and only what changed costs more than a comparison.
+   std::map<std::uint32_t, const ContainerSm*> containers;
+   if (root) {
+      for (const auto& [name, container] : root->containerSm()) {
+         containers.emplace(container->vrfId().value(), container.get());
+      }
+   }
+   for (auto it = published_.begin(); it != published_.end();) {
+      auto found = containers.find(it->first);
+      if (found == containers.end() || found->second != it->second.container ||
+          found->second->intfBacklog().get() != it->second.watch->notifier().get()) {
+         forget(it->first);
+         it = published_.erase(it);
+      } else {
+         ++it;
+      }
+   }
+   for (const auto& [vrfId, container] : containers) {
+      if (!container->intfBacklog() || !container->intfBacklogSm()) {
+         continue;  // a container still being built
+      }
+      auto [it, created] = published_.try_emplace(vrfId);
+      Published& published = it->second;
+      if (created) {
+         watch(*container, published);
+      }
+      publishCandidates(vrfId, *container, *published.watch);
+      if (std::string status = statusRow(*root, *container); status != published.status) {
+         put(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId), status);
+         published.status = std::move(status);
+      }
+   }
+}
+
+void TablePublisher::watch(const ContainerSm& container, Published& published) {
+   published.container = &container;
+   published.watch = std::make_unique<Watch>(container.intfBacklog());
+   // Everything the store holds now is news to readers.
+   const auto& sets = container.intfBacklog()->intfIdsByPrefixes();
+   for (auto it = sets.begin(); it != sets.end(); ++it) {
+      published.watch->changed.insert(it->first);
+   }
+}
+
+void TablePublisher::forget(std::uint32_t vrfId) {
+   delRange(*db_, rowsOf(*db_, kCandidatesKind), vrfKey(vrfId));
+   del(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId));
+}
+
+void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& container, Watch& watch) {
+   if (watch.changed.empty()) {
+      return;
+   }
+   const MDB_dbi dbi = rowsOf(*db_, kCandidatesKind);
+   const IntfBacklog& store = *container.intfBacklog();
+   const IntfBacklogSm& installer = *container.intfBacklogSm();
+   std::string value;
+   for (const Ovel::IpGenPrefix& prefix : watch.changed) {
+      const std::string key = candidateKey(vrfId, prefix);
+      const Ovel::IntfId owner = installer.installedIntfId(prefix);
+      const Vok::Ptr<IntfIdSet> set = store.intfIdsByPrefix(prefix);
+      if (owner.empty() && !set) {
+         del(*db_, dbi, key);
+         continue;
+      }
+      std::vector<CandidateRow> candidates;
+      if (set) {
+         set->forEach([&](const IntfIdSet::Entry& entry) {
+            candidates.push_back(CandidateRow{std::string(entry.key.intfId().name()),
+                                              entry.key.addrWithMask().toString(),
+                                              static_cast<unsigned>(entry.property.routeType()),
+                                              entry.property.viaSetKey().value()});
+         });
+      }
+      value = candidatesValue(owner.empty() ? "-" : std::string(owner.name()), candidates);
+      put(*db_, dbi, key, value);
+   }
+   watch.changed.clear();
+}
+
+std::string TablePublisher::statusRow(const RootSm& root, const ContainerSm& container) const {
+   VrfStatusRow row;
+   row.name = container.vrfName().str();
+   if (root.allVrfReadyStatus()) {
+      if (auto record = root.allVrfReadyStatus()->vrfReadyStatus(container.vrfName())) {
+         row.v4Ready = flag(record->v4ConnectedRoutesReady());
+         row.v6Ready = flag(record->v6ConnectedRoutesReady());
+      }
+   }
+   if (auto proto = shared_.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(row.name)) {
+      row.protoReady = flag(proto->ready());
+      row.protoReadyTime = proto->readyTime();
+   }
+   const IntfBacklogSm& installer = *container.intfBacklogSm();
+   row.backlog = installer.pendingCount();
+   row.drains = installer.handleBacklogCallCount();
+   row.longestSlice = installer.longestSlice();
+   return vrfStatusValue(row);
+}
+
+}  // namespace App

@@ -1,0 +1,61 @@
+// Publishes, next to the RIB's tables in a table directory, what an operator
+// needs to read them from another process and that the tables do not hold:
+// every VRF's name, readiness and drain figures, and every prefix's
+// candidate interfaces with the owner the installer chose.
+//
+// It runs at the end of every turn, inside the turn's transaction, so a
+// reader sees the published state of the same moment as the rows. The
+// candidates of a prefix are written again only when the VRF's store
+// announced a change of that prefix (a backlog entry queued or drained).
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_set>
+
+#include "lifecycle/RootSm.h"
+#include "platform/agent/SharedState.h"
+#include "platform/plim/RowDatabase.h"
+
+namespace App {
+
+// Names of the published databases and the layout of their values
+// (tab-separated text, read back by `connroute show`).
+inline constexpr std::string_view kVrfStatusKind = "vrfStatus";    // key: VRF id (big-endian)
+inline constexpr std::string_view kCandidatesKind = "candidates";  // key: VRF id + prefix
+inline constexpr std::string_view kAgentKind = "agent";            // key: "agent"
+
+class TablePublisher {
+ public:
+   TablePublisher(std::shared_ptr<Plim::RowDatabase> db, const Agent::SharedState& shared);
+   ~TablePublisher();
+   TablePublisher(const TablePublisher&) = delete;
+   TablePublisher& operator=(const TablePublisher&) = delete;
+
+   // Brings the published state up to date with `root` (null: the agent is
+   // stopped) at virtual time `now`.
+   void publish(const Routing::ConnectedRoute::RootSm* root, double now);
+
+ private:
+   class Watch;
+   struct Published {
+      const Routing::ConnectedRoute::ContainerSm* container = nullptr;
+      std::unique_ptr<Watch> watch;
+      std::string status;  // the row last written
+   };
+
+   void watch(const Routing::ConnectedRoute::ContainerSm& container, Published& published);
+   void forget(std::uint32_t vrfId);
+   void publishCandidates(std::uint32_t vrfId, const Routing::ConnectedRoute::ContainerSm& container,
+                          Watch& watch);
+   std::string statusRow(const Routing::ConnectedRoute::RootSm& root,
+                         const Routing::ConnectedRoute::ContainerSm& container) const;
+
+   std::shared_ptr<Plim::RowDatabase> db_;
+   const Agent::SharedState& shared_;
+   std::map<std::uint32_t, Published> published_;  // by VRF identifier
+   std::string agentRow_;
+};
+
+}  // namespace App

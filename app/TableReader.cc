@@ -1,0 +1,188 @@
+#include "app/TableReader.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "app/TablePublisher.h"
+#include "app/TableRows.h"
+#include "lifecycle/ContainerSm.h"
+#include "platform/rib/IpRibRouteOrqTable.h"
+#include "platform/rib/RouteConfig.h"
+#include "platform/rib/ViaConfig.h"
+#include "platform/rib/ViaSetConfig.h"
+
+namespace App {
+
+namespace Rib = Routing::Rib;
+using Routing::ConnectedRoute::ContainerSm;
+
+namespace {
+
+constexpr const char* kViaSetPath = "routing/rib/viaSetConfig";
+
+std::string_view text(const MDB_val& value) {
+   return {static_cast<const char*>(value.mv_data), value.mv_size};
+}
+
+}  // namespace
+
+TableReader::TableReader(const std::string& dir)
+      : db_(Plim::RowDatabase::open(dir, Plim::Access::readOnly, Kordb::persistentLayout())),
+        entityManager_(Vok::make<Kordb::EntityManager>()),
+        tables_(db_->tables()) {
+   entityManager_->rowDatabaseIs(db_);
+}
+
+template <class Table>
+Vok::Ptr<Table> TableReader::table(const std::string& path, std::string_view type) const {
+   if (!tables_.contains(path)) {
+      return nullptr;
+   }
+   auto mount = entityManager_->mount(path, type, {}, Kordb::MountMode::readOnly);
+   return mount->entityAs<Table>();
+}
+
+std::optional<std::string> TableReader::published(std::string_view kind, std::string_view key) const {
+   const auto dbi = db_->rowsOf(kind);
+   if (!dbi) {
+      return std::nullopt;
+   }
+   MDB_val k{key.size(), const_cast<char*>(key.data())}, v;
+   const int rc = mdb_get(db_->txn(), *dbi, &k, &v);
+   if (rc == MDB_NOTFOUND) {
+      return std::nullopt;
+   }
+   db_->check(rc, "read a published row");
+   return std::string(text(v));
+}
+
+std::map<std::uint32_t, TableReader::Vrf> TableReader::vrfs() const {
+   std::map<std::uint32_t, Vrf> vrfs;
+   for (const auto& [path, number] : tables_) {
+      if (auto parsed = parseVrfTablePath(path)) {
+         vrfs[parsed->vrfId].id = parsed->vrfId;
+      }
+   }
+   if (const auto dbi = db_->rowsOf(kVrfStatusKind)) {
+      MDB_cursor* cursor = nullptr;
+      db_->check(mdb_cursor_open(db_->txn(), *dbi, &cursor), "list the VRFs");
+      MDB_val k, v;
+      int rc = mdb_cursor_get(cursor, &k, &v, MDB_FIRST);
+      try {
+         for (; rc == MDB_SUCCESS; rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
+            if (k.mv_size != 4) {
+               db_->fail(MDB_CORRUPTED, "read a VRF's status");
+            }
+            const auto* b = static_cast<const unsigned char*>(k.mv_data);
+            const std::uint32_t id = std::uint32_t(b[0]) << 24 | std::uint32_t(b[1]) << 16 |
+                                     std::uint32_t(b[2]) << 8 | b[3];
+            vrfs[id].id = id;
+            vrfs[id].status = parseVrfStatus(text(v));
+         }
+      } catch (...) {
+         mdb_cursor_close(cursor);
+         throw;
+      }
+      mdb_cursor_close(cursor);
+      if (rc != MDB_NOTFOUND) {
+         db_->fail(rc, "list the VRFs");
+      }
+   }
+   return vrfs;
+}
+
+std::optional<std::pair<std::string, double>> TableReader::agent() const {
+   const auto row = published(kAgentKind, "agent");
+   if (!row) {
+      return std::nullopt;
+   }
+   const auto tab = row->find('\t');
+   if (tab == std::string::npos) {
+      db_->fail(MDB_CORRUPTED, "read the agent's state");
+   }
+   return std::pair{row->substr(0, tab), std::stod(row->substr(tab + 1))};
+}
+
+std::vector<Rib::Route> TableReader::routes(std::uint32_t vrfId, int family) const {
+   const ::Vrf::VrfIdMap::VrfId id(vrfId);
+   std::vector<Rib::Route> routes;
+   if (auto config = table<Rib::RouteConfig>(family == 4 ? ContainerSm::rib4Path(id)
+                                                         : ContainerSm::rib6Path(id),
+                                             "Routing::Rib::RouteConfig")) {
+      routes.reserve(config->routeCount());
+      config->forEachRoute([&](const Rib::Route& r) { routes.push_back(r); });
+   }
+   if (auto query = table<Rib::IpRibRouteOrqTable>(
+             family == 4 ? Agent::kRouteQuery4Path : Agent::kRouteQuery6Path,
+             "Routing::Rib::IpRibRouteOrqTable")) {
+      query->forEachRow([&](const Rib::IpRibRouteOrq& row) {
+         if (row.key().vrfId == id) {
+            routes.push_back(row.route());
+         }
+      });
+   }
+   std::sort(routes.begin(), routes.end(),
+             [](const Rib::Route& a, const Rib::Route& b) { return a.prefix < b.prefix; });
+   return routes;
+}
+
+std::vector<Rib::Via> TableReader::vias(std::uint32_t vrfId, int family) const {
+   const ::Vrf::VrfIdMap::VrfId id(vrfId);
+   std::vector<Rib::Via> vias;
+   if (auto config = table<Rib::Ip::ViaConfig>(family == 4 ? ContainerSm::via4Path(id)
+                                                           : ContainerSm::via6Path(id),
+                                               "Routing::Rib::Ip::ViaConfig")) {
+      config->forEachVia([&](const Rib::Via& v) { vias.push_back(v); });
+   }
+   std::sort(vias.begin(), vias.end(),
+             [](const Rib::Via& a, const Rib::Via& b) { return a.key < b.key; });
+   return vias;
+}
+
+std::vector<Rib::Plim::ViaSet> TableReader::viaSets() const {
+   std::vector<Rib::Plim::ViaSet> sets;
+   if (auto config = table<Rib::ViaSetConfig>(kViaSetPath, "Routing::Rib::ViaSetConfig")) {
+      config->forEachViaSet([&](const Rib::Plim::ViaSet& v) { sets.push_back(v); });
+   }
+   std::sort(sets.begin(), sets.end(),
+             [](const auto& a, const auto& b) { return a.key.value() < b.key.value(); });
+   return sets;
+}
+
+std::unordered_map<Ovel::IpGenPrefix, std::string, PrefixHash> TableReader::owners(
+      std::uint32_t vrfId) const {
+   std::unordered_map<Ovel::IpGenPrefix, std::string, PrefixHash> owners;
+   const auto dbi = db_->rowsOf(kCandidatesKind);
+   if (!dbi) {
+      return owners;
+   }
+   const std::string prefix = vrfKey(vrfId);
+   MDB_cursor* cursor = nullptr;
+   db_->check(mdb_cursor_open(db_->txn(), *dbi, &cursor), "read the owners");
+   MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
+   int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+   for (; rc == MDB_SUCCESS && text(k).starts_with(prefix);
+        rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
+      const std::string_view value = text(v);
+      const std::string_view owner = value.substr(0, value.find('\n'));
+      if (owner != "-" && k.mv_size == 4 + sizeof(Ovel::IpGenPrefix)) {
+         owners.emplace(candidatePrefix(text(k)), std::string(owner));
+      }
+   }
+   mdb_cursor_close(cursor);
+   if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
+      db_->fail(rc, "read the owners");
+   }
+   return owners;
+}
+
+std::optional<Candidates> TableReader::candidates(std::uint32_t vrfId,
+                                                  const Ovel::IpGenPrefix& prefix) const {
+   const auto row = published(kCandidatesKind, candidateKey(vrfId, prefix));
+   if (!row) {
+      return std::nullopt;
+   }
+   return parseCandidates(*row);
+}
+
+}  // namespace App

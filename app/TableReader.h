@@ -1,0 +1,57 @@
+// Reads a table directory from another process than the agent writing it:
+// the RIB's tables through read-only mounts, and what the agent publishes
+// beside them (TablePublisher). Everything one reader returns comes from one
+// snapshot, so it is consistent whatever the writer does meanwhile.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "app/PublishedRows.h"
+#include "platform/kordb/EntityManager.h"
+#include "platform/plim/RowDatabase.h"
+#include "platform/rib/Route.h"
+#include "platform/rib/Via.h"
+#include "platform/rib/ViaSet.h"
+
+namespace App {
+
+class TableReader {
+ public:
+   // Throws Plim::DatabaseError for a missing or foreign directory.
+   explicit TableReader(const std::string& dir);
+
+   struct Vrf {
+      std::uint32_t id = 0;
+      std::optional<VrfStatusRow> status;  // nothing: no container of the agent serves it
+   };
+   // Every VRF that has tables or a published status, by identifier.
+   std::map<std::uint32_t, Vrf> vrfs() const;
+   // "running" or "stopped" and the agent's time, or nothing before its first turn.
+   std::optional<std::pair<std::string, double>> agent() const;
+
+   // A VRF's routes of one family (its route table's and the query table's
+   // rows), sorted by prefix.
+   std::vector<Routing::Rib::Route> routes(std::uint32_t vrfId, int family) const;
+   std::vector<Routing::Rib::Via> vias(std::uint32_t vrfId, int family) const;
+   std::vector<Routing::Rib::Plim::ViaSet> viaSets() const;
+
+   // The installed owner of every prefix of a VRF that has one.
+   std::unordered_map<Ovel::IpGenPrefix, std::string, PrefixHash> owners(std::uint32_t vrfId) const;
+   std::optional<Candidates> candidates(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix) const;
+
+ private:
+   template <class Table>
+   Vok::Ptr<Table> table(const std::string& path, std::string_view type) const;
+   std::optional<std::string> published(std::string_view kind, std::string_view key) const;
+
+   std::shared_ptr<Plim::RowDatabase> db_;
+   Vok::Ptr<Kordb::EntityManager> entityManager_;
+   std::map<std::string, std::uint32_t> tables_;
+};
+
+}  // namespace App
