@@ -53,6 +53,25 @@ expect 1 "cannot write the output" -- sh -c "'$connroute' run '$examples/two-vrf
 expect 1 "cannot write the output" -- sh -c "'$connroute' check '$work/ok.json' > /dev/full"
 expect 0 "" -- "$connroute" --version
 expect 0 "" -- "$connroute" --help
+# Table directories: `show` of one that is missing, foreign or of another
+# layout; a second writer; a directory that cannot be created.
+mkdir -p "$work/empty" "$work/other"
+printf 'not lmdb' > "$work/other/data.mdb"
+expect 2 "no such table directory" -- "$connroute" show --tables "$work/missing" summary
+expect 2 "not a connroute table directory" -- "$connroute" show --tables "$work/empty" routes
+expect 2 "cannot open the table directory" -- "$connroute" show --tables "$work/other" routes
+expect 2 "--tables is required" -- "$connroute" show routes
+expect 2 "A subcommand is required" -- "$connroute" show --tables "$work/empty"
+expect 2 "cannot create the table directory" -- "$connroute" run --tables "$work/ok.json/t" "$work/ok.json"
+expect 0 "" -- "$connroute" run --tables "$work/t" "$examples/two-vrfs.json"
+expect 2 "no VRF 'blue'" -- "$connroute" show --tables "$work/t" routes --vrf blue
+expect 2 "--vrf is required" -- "$connroute" show --tables "$work/t" prefix 10.0.0.0/24
+expect 2 "'10.0.0.0' is not a prefix" -- "$connroute" show --tables "$work/t" prefix 10.0.0.0 --vrf red
+expect 2 "--af: 5 not in {4,6}" -- "$connroute" show --tables "$work/t" routes --af 5
+exec 9>>"$work/t/writer.lock"
+flock -x 9
+expect 2 "another connroute is writing these tables" -- "$connroute" run --tables "$work/t" "$work/ok.json"
+exec 9>&-
 
 version=$(sed -n 's/^project(connroute VERSION \([0-9.]*\).*/\1/p' "$examples/../CMakeLists.txt")
 if [ "$("$connroute" --version)" != "connroute $version" ]; then

@@ -1,0 +1,220 @@
+// Tables kept in a table directory: what the writer sees, what readers in
+// other processes see, and what the next run starts with.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "platform/kordb/EntityManager.h"
+#include "platform/plim/DatabaseStore.h"
+#include "platform/rib/RouteConfig.h"
+
+namespace {
+
+namespace Rib = Routing::Rib;
+using Prefix = Ovel::IpGenPrefix;
+
+class DatabaseStoreTest : public ::testing::Test {
+ protected:
+   void SetUp() override {
+      std::string pattern = ::testing::TempDir() + "tables-XXXXXX";
+      ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+      dir_ = pattern;
+   }
+   void TearDown() override { std::filesystem::remove_all(dir_); }
+
+   std::shared_ptr<Plim::RowDatabase> open(Plim::Access access) {
+      return Plim::RowDatabase::open(dir_, access, Kordb::persistentLayout());
+   }
+
+   // The route table at `path`, mounted from a manager that keeps its rows in `db`.
+   static Vok::Ptr<Rib::RouteConfig> routes(const std::shared_ptr<Plim::RowDatabase>& db,
+                                            const std::string& path) {
+      auto manager = Vok::make<Kordb::EntityManager>();
+      manager->rowDatabaseIs(db);
+      auto mount = manager->mount(path, "Routing::Rib::RouteConfig", {},
+                                  db->writable() ? Kordb::MountMode::write : Kordb::MountMode::readOnly);
+      return mount->entityAs<Rib::RouteConfig>();
+   }
+
+   static Rib::Route route(std::uint32_t n) {
+      const Prefix prefix(Ovel::IpAddr(0x0A000000u + (n << 8)), 24);
+      return Rib::Route{prefix, Rib::RoutingProtocol::connected, {n, 0}, Rib::ViaSetKey(n % 7),
+                        Rib::kUnassignedFecIndex, Routing::Fib::RouteType::attachedSubnet, 0};
+   }
+
+   static std::map<Prefix, Rib::Route> contents(const Rib::RouteConfig& table) {
+      std::map<Prefix, Rib::Route> rows;
+      table.forEachRoute([&](const Rib::Route& r) { rows.emplace(r.prefix, r); });
+      return rows;
+   }
+
+   std::string dir_;
+};
+
+// Random writes, removals and clears on two tables of one kind, committed
+// turn by turn, with the writer closed and opened again now and then: the
+// writer's view always matches an in-memory table given the same changes
+// (rows and their order), the next run starts with exactly those rows, and
+// a reader finds the same in the end.
+TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
+   const std::vector<std::string> paths = {"routing/rib/routeConfig/ipv4/1/connected",
+                                           "routing/rib/routeConfig/ipv4/2/connected"};
+   std::mt19937 random(20261122);
+   std::vector<Plim::MemoryStore<Prefix, Rib::Route>> reference(paths.size());
+   auto db = open(Plim::Access::write);
+   std::vector<Vok::Ptr<Rib::RouteConfig>> tables;
+   for (const auto& path : paths) {
+      tables.push_back(routes(db, path));
+   }
+   for (int op = 0; op < 20000; ++op) {
+      const std::size_t t = random() % paths.size();
+      const std::uint32_t n = random() % 300;
+      switch (const unsigned kind = random() % 1000; kind < 600 ? 0 : kind < 995 ? 1 : kind < 997 ? 2 : 3) {
+         case 0:
+            tables[t]->routeAdd(route(n));
+            reference[t].rowIs(route(n).prefix, route(n));
+            break;
+         case 1:
+            tables[t]->routeDel(route(n).prefix);
+            reference[t].rowDel(route(n).prefix);
+            break;
+         case 2:
+            tables[t]->routeDelAll();
+            reference[t].rowDelAll();
+            break;
+         case 3:  // the agent restarts
+            tables.clear();
+            db.reset();
+            db = open(Plim::Access::write);
+            for (const auto& path : paths) {
+               tables.push_back(routes(db, path));
+            }
+            break;
+      }
+      if (random() % 50 == 0) {
+         db->commit();
+      }
+      if (op % 997 == 0) {
+         for (std::size_t i = 0; i < paths.size(); ++i) {
+            SCOPED_TRACE(paths[i] + " after operation " + std::to_string(op));
+            std::vector<Rib::Route> expected, actual;
+            reference[i].forEach([&](const Prefix&, const Rib::Route& r) { expected.push_back(r); });
+            tables[i]->forEachRoute([&](const Rib::Route& r) { actual.push_back(r); });
+            ASSERT_EQ(actual, expected);  // same rows, same order
+         }
+      }
+   }
+   tables.clear();
+   db.reset();
+   auto reader = open(Plim::Access::readOnly);
+   for (std::size_t i = 0; i < paths.size(); ++i) {
+      std::map<Prefix, Rib::Route> expected;
+      reference[i].forEach([&](const Prefix& p, const Rib::Route& r) { expected.emplace(p, r); });
+      const auto table = routes(reader, paths[i]);
+      EXPECT_EQ(contents(*table), expected);
+      EXPECT_EQ(table->routeCount(), expected.size());
+      for (std::uint32_t n = 0; n < 300; ++n) {
+         const Rib::Route* row = table->route(route(n).prefix);
+         auto it = expected.find(route(n).prefix);
+         ASSERT_EQ(row != nullptr, it != expected.end()) << n;
+         if (row) {
+            EXPECT_EQ(*row, it->second);
+         }
+      }
+   }
+}
+
+// Counts the rows a reader in another process sees now.
+std::size_t rowsSeenByAnotherProcess(const std::string& dir, const std::string& path) {
+   int pipe[2];
+   EXPECT_EQ(::pipe(pipe), 0);
+   const pid_t child = ::fork();
+   if (child == 0) {
+      ::close(pipe[0]);
+      std::uint64_t count = ~std::uint64_t{0};
+      try {
+         auto db = Plim::RowDatabase::open(dir, Plim::Access::readOnly, Kordb::persistentLayout());
+         auto manager = Vok::make<Kordb::EntityManager>();
+         manager->rowDatabaseIs(db);
+         auto mount = manager->mount(path, "Routing::Rib::RouteConfig", {}, Kordb::MountMode::readOnly);
+         count = mount->entityAs<Rib::RouteConfig>()->routeCount();
+      } catch (...) {
+      }
+      (void)!::write(pipe[1], &count, sizeof count);
+      ::_exit(0);
+   }
+   ::close(pipe[1]);
+   std::uint64_t count = 0;
+   EXPECT_EQ(::read(pipe[0], &count, sizeof count), ssize_t(sizeof count));
+   ::close(pipe[0]);
+   ::waitpid(child, nullptr, 0);
+   return count;
+}
+
+TEST_F(DatabaseStoreTest, ReadersSeeWholeTurnsOnly) {
+   const std::string path = "routing/rib/routeConfig/ipv4/7/connected";
+   auto db = open(Plim::Access::write);
+   auto table = routes(db, path);
+   db->commit();
+   for (std::uint32_t n = 0; n < 100; ++n) {
+      table->routeAdd(route(n));
+   }
+   EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), 0u);
+   db->commit();
+   EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), 100u);
+   table->routeDelAll();
+   EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), 100u);
+   db->commit();
+   EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), 0u);
+}
+
+TEST_F(DatabaseStoreTest, ReadOnlyTablesRefuseEveryChange) {
+   const std::string path = "routing/rib/routeConfig/ipv4/1/connected";
+   {
+      auto db = open(Plim::Access::write);
+      routes(db, path)->routeAdd(route(1));
+   }
+   auto table = routes(open(Plim::Access::readOnly), path);
+   ASSERT_NE(table->route(route(1).prefix), nullptr);
+   auto expectRefused = [](const std::function<void()>& change, const std::string& text) {
+      try {
+         change();
+         ADD_FAILURE() << "not refused: " << text;
+      } catch (const Belm::NoPermissionException& e) {
+         EXPECT_EQ(std::string(e.what()), text);
+      }
+   };
+   expectRefused([&] { table->routeAdd(route(2)); }, "write to read-only Plim table");
+   expectRefused([&] { table->routeDel(route(1).prefix); }, "remove to read-only Plim table");
+   expectRefused([&] { table->routeDelAll(); }, "cleanup to read-only Plim table");
+   EXPECT_EQ(table->routeCount(), 1u);
+}
+
+TEST_F(DatabaseStoreTest, DirectoriesThatCannotBeUsedAreRefused) {
+   auto expectRefused = [](const std::function<void()>& openIt, const std::string& part) {
+      try {
+         openIt();
+         ADD_FAILURE() << "not refused: " << part;
+      } catch (const Plim::DatabaseError& e) {
+         EXPECT_NE(std::string(e.what()).find(part), std::string::npos) << e.what();
+      }
+   };
+   expectRefused([&] { open(Plim::Access::readOnly); }, "not a connroute table directory (no data.mdb)");
+   expectRefused([&] { Plim::RowDatabase::open(dir_ + "/missing", Plim::Access::readOnly, "x"); },
+                 "no such table directory");
+   {
+      auto writer = open(Plim::Access::write);
+      expectRefused([&] { open(Plim::Access::write); }, "another connroute is writing these tables");
+   }
+   expectRefused([&] { Plim::RowDatabase::open(dir_, Plim::Access::write, "another layout"); },
+                 "tables of another layout");
+   expectRefused([&] { Plim::RowDatabase::open(dir_, Plim::Access::readOnly, "another layout"); },
+                 "tables of another layout");
+   EXPECT_NO_THROW(open(Plim::Access::readOnly));
+}
+
+}  // namespace
