@@ -1,6 +1,6 @@
 #include "app/TablePublisher.h"
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -12,14 +12,21 @@ namespace App {
 using namespace Routing::ConnectedRoute;
 namespace Rib = Routing::Rib;
 
-// Hears a VRF's store announce which prefixes changed since the last turn.
+// Hears a VRF's store announce the prefixes the installer has dealt with.
+// Every change of a prefix's candidates queues a backlog entry, and the
+// installer decides the owner when it drains it: so the published
+// candidates and owner change when the entry leaves the backlog, together
+// with the route, never half a step ahead of it.
 class TablePublisher::Watch final : public Vok::Reactor<IntfBacklog> {
  public:
    explicit Watch(Vok::Ptr<const IntfBacklog> store) : Vok::Reactor<IntfBacklog>(std::move(store)) {}
-   void onBacklog(const IntfIdAndPrefix& key) override { changed.insert(key.genPrefix()); }
-   void onIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) override { changed.insert(prefix); }
+   void onBacklog(const IntfIdAndPrefix& key) override {
+      if (!notifier()->backlog(key)) {
+         changed.push_back(key.genPrefix());  // drained (a prefix may come twice: harmless)
+      }
+   }
 
-   std::unordered_set<Ovel::IpGenPrefix, PrefixHash> changed;
+   std::vector<Ovel::IpGenPrefix> changed;
 };
 
 namespace {
@@ -121,7 +128,7 @@ void TablePublisher::watch(const ContainerSm& container, Published& published) {
    // Everything the store holds now is news to readers.
    const auto& sets = container.intfBacklog()->intfIdsByPrefixes();
    for (auto it = sets.begin(); it != sets.end(); ++it) {
-      published.watch->changed.insert(it->first);
+      published.watch->changed.push_back(it->first);
    }
 }
 
@@ -137,6 +144,12 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
    const MDB_dbi dbi = rowsOf(*db_, kCandidatesKind);
    const IntfBacklog& store = *container.intfBacklog();
    const IntfBacklogSm& installer = *container.intfBacklogSm();
+   // In key order and once each, like the tables' own writes.
+   auto before = [](const Ovel::IpGenPrefix& a, const Ovel::IpGenPrefix& b) {
+      return std::memcmp(&a, &b, sizeof a) < 0;
+   };
+   std::sort(watch.changed.begin(), watch.changed.end(), before);
+   watch.changed.erase(std::unique(watch.changed.begin(), watch.changed.end()), watch.changed.end());
    std::string value;
    for (const Ovel::IpGenPrefix& prefix : watch.changed) {
       const std::string key = candidateKey(vrfId, prefix);

@@ -5,14 +5,14 @@
 //
 // It runs at the end of every turn, inside the turn's transaction, so a
 // reader sees the published state of the same moment as the rows. The
-// candidates of a prefix are written again only when the VRF's store
-// announced a change of that prefix (a backlog entry queued or drained).
+// candidates of a prefix are written again only when the installer has
+// drained a backlog entry of that prefix.
 #pragma once
 
 #include <map>
 #include <memory>
 #include <string>
-#include <unordered_set>
+#include <vector>
 
 #include "lifecycle/RootSm.h"
 #include "platform/agent/SharedState.h"

@@ -235,7 +235,13 @@ MDB_txn* RowDatabase::txn() {
 }
 
 void RowDatabase::commit() {
-   if (!writable() || !txn_) {
+   if (!writable()) {
+      return;
+   }
+   for (PendingWrites* store : pending_) {
+      store->flush();
+   }
+   if (!txn_) {
       return;
    }
    MDB_txn* txn = txn_;

@@ -22,6 +22,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Plim {
 
@@ -32,6 +33,13 @@ enum class Access { readOnly, write };
 class DatabaseError : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
+};
+
+// A store that holds back its writes until the turn ends (see commit()).
+class PendingWrites {
+ public:
+   virtual ~PendingWrites() = default;
+   virtual void flush() = 0;
 };
 
 class RowDatabase {
@@ -61,8 +69,12 @@ class RowDatabase {
    // transaction of this turn (begun if needed) when writing, the reader's
    // snapshot otherwise.
    MDB_txn* txn();
-   // Makes this turn's writes visible to readers; nothing to do if none.
+   // Makes this turn's writes visible to readers, after every store has
+   // handed over the writes it held back; nothing to do if there are none.
    void commit();
+   // Stores register while they exist.
+   void pendingWritesIs(PendingWrites* store) { pending_.push_back(store); }
+   void pendingWritesDel(PendingWrites* store) { std::erase(pending_, store); }
    // A reader moves its snapshot to the latest committed state.
    void refresh();
 
@@ -89,6 +101,7 @@ class RowDatabase {
    MDB_txn* txn_ = nullptr;  // this turn's writes, or the reader's snapshot
    std::map<std::string, MDB_dbi, std::less<>> databases_;
    std::map<std::string, std::uint32_t, std::less<>> tableNumbers_;
+   std::vector<PendingWrites*> pending_;
 };
 
 }  // namespace Plim
