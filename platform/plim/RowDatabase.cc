@@ -136,7 +136,10 @@ void RowDatabase::verifyLayout(const std::string& layout) {
          databases_.emplace(name, dbi);
       }
       auto meta = databases_.find(kMetaDatabase);
-      if (meta == databases_.end()) {
+      if (meta == databases_.end() && !writable() && names.empty()) {
+         // A writer that died before its first commit leaves an empty
+         // environment: nothing in it can be misread, and it holds no rows.
+      } else if (meta == databases_.end()) {
          if (!writable() || !names.empty()) {
             throw DatabaseError(dir_ + ": not a connroute table directory (no layout record)");
          }
