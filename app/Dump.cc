@@ -116,8 +116,8 @@ class JsonWriter final : public DumpWriter {
            << ",\n          \"v6Ready\": " << jsonFlag(h.v6Ready) << ",\n";
       firstVrf_ = false;
       const std::string indent(10, ' ');
-      array(indent, "ipv4Routes", routes4, routeJson, false);
-      array(indent, "ipv6Routes", routes6, routeJson, false);
+      array(indent, "ipv4Routes", routes4, routeJsonText, false);
+      array(indent, "ipv6Routes", routes6, routeJsonText, false);
       array(indent, "ipv4Vias", vias4, viaJson, false);
       array(indent, "ipv6Vias", vias6, viaJson, true);
       out_ << "        }";
@@ -151,7 +151,7 @@ class JsonWriter final : public DumpWriter {
       bool first = true;
       rows.forEach([&](const Row& row) {
          out_ << (first ? "\n" : ",\n") << indent << "  "
-              << jsonText(toJson(row));
+              << jsonLine(toJson(row));
          first = false;
       });
       out_ << (first ? "]" : "\n" + indent + "]") << (last ? "\n" : ",\n");

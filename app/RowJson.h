@@ -1,6 +1,7 @@
 // Rows as JSON, as the dumps and `connroute show --json` print them.
 #pragma once
 
+#include <algorithm>
 #include <optional>
 #include <string>
 
@@ -16,6 +17,10 @@ inline std::string jsonText(const nlohmann::json& value) {
    return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+// A row's line, whether built as an object or written directly.
+inline std::string jsonLine(const nlohmann::json& value) { return jsonText(value); }
+inline std::string jsonLine(std::string text) { return text; }
+
 template <class T>
 std::string jsonScalar(const T& value) {
    return jsonText(nlohmann::json(value));
@@ -29,6 +34,31 @@ inline nlohmann::json routeJson(const RouteRow& r) {
    return {{"prefix", r.prefix},         {"type", r.type},         {"viaSet", r.viaSet},
            {"owner", r.owner},           {"protocol", r.protocol}, {"metric", r.metric},
            {"preference", r.preference}, {"fecIndex", r.fecIndex}, {"flags", r.flags}};
+}
+
+// routeJson(r) as one line of JSON, written directly: the same text,
+// without building an object per row (a million rows are printed at once).
+inline std::string routeJsonText(const RouteRow& r) {
+   auto plain = [](std::string_view text) {
+      return std::all_of(text.begin(), text.end(), [](char c) {
+         return c >= 0x20 && c < 0x7f && c != '"' && c != '\\';
+      });
+   };
+   auto string = [&](const std::string& text) {
+      return plain(text) ? '"' + text + '"' : jsonScalar(text);
+   };
+   std::string line;
+   line.reserve(160);
+   line += "{\"fecIndex\":" + std::to_string(r.fecIndex);
+   line += ",\"flags\":" + std::to_string(r.flags);
+   line += ",\"metric\":" + std::to_string(r.metric);
+   line += ",\"owner\":" + string(r.owner);
+   line += ",\"preference\":" + std::to_string(r.preference);
+   line += ",\"prefix\":" + string(r.prefix);
+   line += ",\"protocol\":" + std::to_string(r.protocol);
+   line += ",\"type\":" + std::to_string(r.type);
+   line += ",\"viaSet\":" + std::to_string(r.viaSet) + "}";
+   return line;
 }
 
 inline nlohmann::json viaJson(const ViaRow& v) {

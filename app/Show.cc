@@ -77,7 +77,7 @@ void jsonArray(std::ostream& out, const std::string& indent, const std::vector<I
    out << '[';
    bool first = true;
    for (const Item& item : items) {
-      out << (first ? "\n" : ",\n") << indent << "  " << jsonText(toJson(item));
+      out << (first ? "\n" : ",\n") << indent << "  " << jsonLine(toJson(item));
       first = false;
    }
    out << (first ? "]" : "\n" + indent + "]");
@@ -90,10 +90,7 @@ void showRoutes(const TableReader& reader, const ShowRequest& request, std::ostr
    }
    for (const auto& [id, vrf] : selected(reader, request)) {
       const auto owners = reader.owners(id);
-      auto row = [&owners](const Rib::Route& r) {
-         auto owner = owners.find(r.prefix);
-         return routeRow(r, owner == owners.end() ? "-" : owner->second);
-      };
+      auto row = [&owners](const Rib::Route& r) { return routeRow(r, std::string(owners.of(r.prefix))); };
       if (request.json) {
          out << (firstVrf ? "\n" : ",\n") << "    {\"vrf\": " << jsonText(vrfJson(vrf));
       } else {
@@ -104,7 +101,7 @@ void showRoutes(const TableReader& reader, const ShowRequest& request, std::ostr
          const auto routes = reader.routes(id, family);
          if (request.json) {
             out << ",\n     \"ipv" << family << "Routes\": ";
-            jsonArray(out, "     ", routes, [&](const Rib::Route& r) { return routeJson(row(r)); });
+            jsonArray(out, "     ", routes, [&](const Rib::Route& r) { return routeJsonText(row(r)); });
             continue;
          }
          out << "  IPv" << family << " routes: " << routes.size() << '\n';

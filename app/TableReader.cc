@@ -149,9 +149,15 @@ std::vector<Rib::Plim::ViaSet> TableReader::viaSets() const {
    return sets;
 }
 
-std::unordered_map<Ovel::IpGenPrefix, std::string, PrefixHash> TableReader::owners(
-      std::uint32_t vrfId) const {
-   std::unordered_map<Ovel::IpGenPrefix, std::string, PrefixHash> owners;
+std::string_view TableReader::Owners::of(const Ovel::IpGenPrefix& prefix) const {
+   auto it = std::lower_bound(owners_.begin(), owners_.end(), prefix, [](const auto& entry, const auto& p) {
+      return std::memcmp(&entry.first, &p, sizeof p) < 0;
+   });
+   return it != owners_.end() && it->first == prefix ? std::string_view(it->second) : "-";
+}
+
+TableReader::Owners TableReader::owners(std::uint32_t vrfId) const {
+   Owners owners;
    const auto dbi = db_->rowsOf(kCandidatesKind);
    if (!dbi) {
       return owners;
@@ -166,7 +172,7 @@ std::unordered_map<Ovel::IpGenPrefix, std::string, PrefixHash> TableReader::owne
       const std::string_view value = text(v);
       const std::string_view owner = value.substr(0, value.find('\n'));
       if (owner != "-" && k.mv_size == 4 + sizeof(Ovel::IpGenPrefix)) {
-         owners.emplace(candidatePrefix(text(k)), std::string(owner));
+         owners.owners_.emplace_back(candidatePrefix(text(k)), std::string(owner));
       }
    }
    mdb_cursor_close(cursor);

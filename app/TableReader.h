@@ -8,7 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
 #include "app/PublishedRows.h"
@@ -40,8 +40,19 @@ class TableReader {
    std::vector<Routing::Rib::Via> vias(std::uint32_t vrfId, int family) const;
    std::vector<Routing::Rib::Plim::ViaSet> viaSets() const;
 
-   // The installed owner of every prefix of a VRF that has one.
-   std::unordered_map<Ovel::IpGenPrefix, std::string, PrefixHash> owners(std::uint32_t vrfId) const;
+   // The installed owners of a VRF's prefixes.
+   class Owners {
+    public:
+      // The owner of `prefix`, or "-".
+      std::string_view of(const Ovel::IpGenPrefix& prefix) const;
+
+    private:
+      friend class TableReader;
+      // In the bytes' order, as the directory keeps them: no hashing of a
+      // million prefixes to look up each once.
+      std::vector<std::pair<Ovel::IpGenPrefix, std::string>> owners_;
+   };
+   Owners owners(std::uint32_t vrfId) const;
    std::optional<Candidates> candidates(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix) const;
 
  private:
