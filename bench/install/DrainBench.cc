@@ -6,6 +6,11 @@
 // Reports CPU time per entry (items_per_second), the longest single clock
 // callback, and heap bytes per installed route (store, owner map,
 // route table, vias and via sets), measured with mallinfo2.
+//
+// The same drain with the tables in a table directory on /dev/shm, each
+// clock firing one transaction; and with a reader in another process
+// scanning the route table all along, which must only ever see the route
+// count of a committed turn.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
@@ -13,6 +18,15 @@
 #include <chrono>
 #include <thread>
 
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <set>
+#include <vector>
+
+#include "bench/support/TableDirectory.h"
 #include "install/IntfBacklogSm.h"
 #include "tests/support/InstallerHarness.h"
 
@@ -30,11 +44,17 @@ std::size_t heapInUse() {
 }
 
 struct Table {
-   explicit Table(int interfaces) : interfaces(interfaces) {}
+   explicit Table(int interfaces, std::shared_ptr<Plim::RowDatabase> db = nullptr)
+         : interfaces(interfaces), tables(Vrf::VrfIdMap::VrfId(1), db) {
+      if (db) {
+         am.turnEndHandlerIs([db] { db->commit(); });
+         db->commit();
+      }
+   }
    const int interfaces;
    Vok::MonotonicTimeSource time;
    Vok::ActivityManager am{time};
-   Testing::RibTables tables{Vrf::VrfIdMap::VrfId(1)};
+   Testing::RibTables tables;
    Vok::Ptr<IntfBacklog> store = intfBacklogFactory("", L3::VrfName("bench"));
    Vok::Ptr<IntfBacklogSm> sm = intfBacklogSmFactory(
          L3::VrfName("bench"), Vrf::VrfIdMap::VrfId(1), &am, nullptr, nullptr, tables.via4,
@@ -76,7 +96,7 @@ struct Table {
 };
 
 // Drains interfaces x 20 entries; the argument is the number of interfaces.
-void drainEntries(benchmark::State& state) {
+void drainEntries(benchmark::State& state, bool inDirectory = false) {
    const int interfaces = int(state.range(0));
    const std::size_t entries = std::size_t(interfaces) * kPrefixesPerInterface;
    double longest = 0;
@@ -84,7 +104,11 @@ void drainEntries(benchmark::State& state) {
    for (auto _ : state) {
       state.PauseTiming();
       const std::size_t before = heapInUse();
-      auto table = std::make_unique<Table>(interfaces);
+      std::unique_ptr<Bench::TableDirectory> dir;
+      if (inDirectory) {
+         dir = std::make_unique<Bench::TableDirectory>();
+      }
+      auto table = std::make_unique<Table>(interfaces, dir ? dir->open(Plim::Access::write) : nullptr);
       table->fill();
       state.ResumeTiming();
       longest = std::max(longest, table->drain());
@@ -94,6 +118,7 @@ void drainEntries(benchmark::State& state) {
       }
       bytesPerRoute = double(heapInUse() - before) / double(entries);
       table.reset();
+      dir.reset();
       state.ResumeTiming();
    }
    state.SetItemsProcessed(state.iterations() * entries);
@@ -109,5 +134,95 @@ BENCHMARK(BM_DrainMillionEntries)->Arg(50'000)->Unit(benchmark::kMillisecond)->I
 // as the tables grow.
 void BM_DrainScaleCurve(benchmark::State& state) { drainEntries(state); }
 BENCHMARK(BM_DrainScaleCurve)->Arg(12'500)->Arg(200'000)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+// The million entries with the tables in a table directory on /dev/shm.
+void BM_DrainMillionEntriesInDirectory(benchmark::State& state) { drainEntries(state, true); }
+BENCHMARK(BM_DrainMillionEntriesInDirectory)->Arg(50'000)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// Scans the IPv4 route table of VRF 1 in `dir` until `stop`, each scan in a
+// fresh snapshot; returns the route counts it saw, one per scan.
+[[noreturn]] void scanUntilStopped(const std::string& dir, const std::atomic<bool>& stop, int out) {
+   std::vector<std::uint64_t> counts;
+   try {
+      auto db = Plim::RowDatabase::open(dir, Plim::Access::readOnly, Kordb::persistentLayout());
+      while (!stop.load()) {
+         db->refresh();
+         auto manager = Vok::make<Kordb::EntityManager>();
+         manager->rowDatabaseIs(db);
+         auto mount = manager->mount("routing/rib/routeConfig/ipv4/1/connected",
+                                     "Routing::Rib::RouteConfig", {}, Kordb::MountMode::readOnly);
+         counts.push_back(mount->entityAs<Routing::Rib::RouteConfig>()->routeCount());
+      }
+   } catch (...) {
+      ::_exit(1);
+   }
+   const std::size_t bytes = counts.size() * sizeof(std::uint64_t);
+   ::_exit(::write(out, counts.data(), bytes) == ssize_t(bytes) ? 0 : 1);
+}
+
+// The million entries into a table directory while another process scans
+// it: every state it sees must be one a turn committed.
+void BM_DrainWithReader(benchmark::State& state) {
+   const int interfaces = int(state.range(0));
+   std::size_t scans = 0, statesChecked = 0, inconsistent = 0;
+   for (auto _ : state) {
+      state.PauseTiming();
+      Bench::TableDirectory dir;
+      auto db = dir.open(Plim::Access::write);
+      auto table = std::make_unique<Table>(interfaces, db);
+      table->fill();
+      std::set<std::uint64_t> committed = {0};
+      table->am.turnEndHandlerIs([&] {
+         db->commit();
+         committed.insert(table->tables.route4->routeCount());
+      });
+      void* page = ::mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE,
+                          MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+      auto* stop = new (page) std::atomic<bool>(false);
+      int pipe[2];
+      if (page == MAP_FAILED || ::pipe(pipe) != 0) {
+         state.SkipWithError("cannot set up the reader");
+         break;
+      }
+      const pid_t reader = ::fork();
+      if (reader == 0) {
+         ::close(pipe[0]);
+         scanUntilStopped(dir.path(), *stop, pipe[1]);
+      }
+      ::close(pipe[1]);
+      state.ResumeTiming();
+      table->drain();
+      state.PauseTiming();
+      stop->store(true);
+      std::vector<std::uint64_t> seen;
+      std::uint64_t count = 0;
+      while (::read(pipe[0], &count, sizeof count) == ssize_t(sizeof count)) {
+         seen.push_back(count);
+      }
+      ::close(pipe[0]);
+      int status = 0;
+      ::waitpid(reader, &status, 0);
+      ::munmap(page, sizeof(std::atomic<bool>));
+      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+         state.SkipWithError("the reader failed");
+      }
+      scans += seen.size();
+      statesChecked += std::set<std::uint64_t>(seen.begin(), seen.end()).size();
+      for (std::uint64_t c : seen) {
+         inconsistent += !committed.contains(c);
+      }
+      table->am.turnEndHandlerIs(nullptr);
+      table.reset();
+      state.ResumeTiming();
+   }
+   if (inconsistent > 0) {
+      state.SkipWithError("the reader saw a state no turn committed");
+   }
+   state.SetItemsProcessed(state.iterations() * std::size_t(interfaces) * kPrefixesPerInterface);
+   state.counters["scans"] = double(scans);
+   state.counters["states_checked"] = double(statesChecked);
+   state.counters["inconsistent_states"] = double(inconsistent);
+}
+BENCHMARK(BM_DrainWithReader)->Arg(50'000)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace

@@ -4,7 +4,11 @@ namespace Testing {
 
 using namespace Routing::ConnectedRoute;
 
-AgentHarness::AgentHarness(Agent::StartupMode mode) : ivo(Vok::make<IvoState>(mode)) {
+AgentHarness::AgentHarness(Agent::StartupMode mode, std::shared_ptr<Plim::RowDatabase> tables)
+      : shared(tables), ivo(Vok::make<IvoState>(mode)) {
+   if (tables) {
+      am.turnEndHandlerIs([tables] { tables->commit(); });
+   }
    Vok::activityManagerIs(&am);
 }
 

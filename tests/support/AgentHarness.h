@@ -11,7 +11,10 @@ namespace Testing {
 
 class AgentHarness {
  public:
-   explicit AgentHarness(Agent::StartupMode mode = Agent::StartupMode::coldStart);
+   // With `tables`, the RIB's tables keep their rows in that table
+   // directory, and every clock firing commits them.
+   explicit AgentHarness(Agent::StartupMode mode = Agent::StartupMode::coldStart,
+                         std::shared_ptr<Plim::RowDatabase> tables = nullptr);
    ~AgentHarness();
 
    void start();

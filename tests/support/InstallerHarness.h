@@ -13,12 +13,14 @@
 namespace Testing {
 
 struct RibTables {
-   explicit RibTables(Vrf::VrfIdMap::VrfId vrfId);
+   // With `db`, the tables keep their rows in that table directory.
+   explicit RibTables(Vrf::VrfIdMap::VrfId vrfId, std::shared_ptr<Plim::RowDatabase> db = nullptr);
 
    Vok::Ptr<Routing::Rib::Ip::ViaConfig> via4, via6;
    Vok::Ptr<Routing::Rib::RouteConfig> route4, route6;
    Vok::Ptr<Routing::Rib::IpRibRouteOrqTable> query4, query6;
    Vok::Ptr<Routing::Rib::ViaSetConfig> viaSets;
+   Vok::Ptr<Kordb::EntityManager> entityManager;  // with a table directory only
 };
 
 class InstallerHarness {
