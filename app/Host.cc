@@ -1,5 +1,6 @@
 #include "app/Host.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "platform/agent/FeatureToggle.h"
@@ -13,16 +14,65 @@ namespace Fib = Routing::Fib;
 // Virtual time starts at 1 s: a readiness mark at time 0.0 would read as
 // "not ready yet".
 Host::Host(Vok::Seconds stepPerReading, std::shared_ptr<Plim::RowDatabase> tables)
-      : time_(1.0, stepPerReading), shared_(tables) {
+      : time_(std::make_unique<Vok::ManualTimeSource>(1.0, stepPerReading)),
+        virtualTime_(static_cast<Vok::ManualTimeSource*>(time_.get())),
+        shared_(tables) {
+   tablesIs(std::move(tables));
+}
+
+Host::Host(RealTime, std::shared_ptr<Plim::RowDatabase> tables)
+      : time_(std::make_unique<Vok::MonotonicTimeSource>()), shared_(tables) {
+   tablesIs(std::move(tables));
+}
+
+void Host::tablesIs(std::shared_ptr<Plim::RowDatabase> tables) {
    if (tables) {
       publisher_ = std::make_unique<TablePublisher>(tables, shared_);
       am_.turnEndHandlerIs([this, tables] {
-         publisher_->publish(root_.get(), time_.peek());
+         publisher_->publish(root_.get(), clockTime());
          tables->commit();
       });
       am_.turnEnded();
    }
    Vok::activityManagerIs(&am_);
+}
+
+Vok::Seconds Host::clockTime() const { return virtualTime_ ? virtualTime_->peek() : time_->now(); }
+
+Vok::ManualTimeSource& Host::virtualTime() const {
+   if (!virtualTime_) {
+      throw ScenarioError("an agent on real time cannot move time");
+   }
+   return *virtualTime_;
+}
+
+std::optional<Vok::Seconds> Host::secondsToNextClock() {
+   if (am_.armedCount() == 0) {
+      return std::nullopt;
+   }
+   return std::max(0.0, am_.nextDue() - am_.now());
+}
+
+std::vector<std::string> Host::readyVrfs() const {
+   std::vector<std::string> ready;
+   shared_.protoVrfStatusDir->forEachName([&](const std::string& name) {
+      if (shared_.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(name)->ready()) {
+         ready.push_back(name);
+      }
+   });
+   return ready;
+}
+
+bool Host::drained() const {
+   if (!root_) {
+      return true;
+   }
+   for (const auto& [name, container] : root_->containerSm()) {
+      if (container->intfBacklogSm() && container->intfBacklogSm()->pendingCount() > 0) {
+         return false;
+      }
+   }
+   return true;
 }
 
 Host::~Host() {
@@ -211,9 +261,11 @@ void Host::apply(const EnvStep& s) {
    }
 }
 
-void Host::apply(const AdvanceStep& s) { am_.advanceBy(time_, s.seconds); }
+void Host::apply(const AdvanceStep& s) { am_.advanceBy(virtualTime(), s.seconds); }
 
-void Host::apply(const RunStep& s) { am_.runUntilIdle(time_, time_.peek() + s.limit); }
+void Host::apply(const RunStep& s) {
+   am_.runUntilIdle(virtualTime(), virtualTime().peek() + s.limit);
+}
 
 void Host::apply(const StaleStep& s) {
    auto mountFor = [&](const std::string& path, std::string_view type) {
@@ -257,7 +309,7 @@ void Host::apply(const StaleStep& s) {
    for (const auto& name : s.protoVrfStatus) {
       auto entity = shared_.protoVrfStatusDir->entityIs<Rib::ProtoVrfStatus>(
             name.str(), "Routing::Rib::ProtoVrfStatus");
-      entity->readyTimeIs(time_.peek());
+      entity->readyTimeIs(clockTime());
       entity->readyIs(true);
    }
 }

@@ -3,6 +3,10 @@
 // runs. Scenario steps are applied to it one by one.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "app/Dump.h"
 #include "app/Scenario.h"
 #include "app/TablePublisher.h"
@@ -15,7 +19,13 @@ class Host {
  public:
    // With `tables`, the RIB's tables keep their rows there, and every step
    // and every clock firing is published to readers as one transaction.
+   // Time is virtual: each reading advances it by `stepPerReading`.
    explicit Host(Vok::Seconds stepPerReading, std::shared_ptr<Plim::RowDatabase> tables = nullptr);
+   // The same on the monotonic clock, for an agent on a real host: clocks
+   // run when runDueClocks() finds them due; steps that move virtual time
+   // (advance, run) are refused.
+   struct RealTime {};
+   Host(RealTime, std::shared_ptr<Plim::RowDatabase> tables);
    ~Host();
    Host(const Host&) = delete;
    Host& operator=(const Host&) = delete;
@@ -24,6 +34,15 @@ class Host {
    void apply(const Step& step, DumpWriter& writer);
    // Hands what the engine wrote, now, to `writer` (app/HostDump.cc).
    void dump(const std::string& label, DumpWriter& writer);
+
+   // Real time: seconds until the next clock is due (nothing if none is
+   // armed), and running the clocks that are due.
+   std::optional<Vok::Seconds> secondsToNextClock();
+   void runDueClocks() { am_.runDue(); }
+   // The VRFs the RIB marked ready, and whether every VRF served has
+   // drained its backlog.
+   std::vector<std::string> readyVrfs() const;
+   bool drained() const;
 
  private:
    void apply(const VrfIdMapStep& s);
@@ -42,11 +61,17 @@ class Host {
    void apply(const AdvanceStep& s);
    void apply(const RunStep& s);
    void apply(const StaleStep& s);
+   void tablesIs(std::shared_ptr<Plim::RowDatabase> tables);
 
    class DumpWalk;
 
-   Vok::ManualTimeSource time_;
-   Vok::ActivityManager am_{time_};
+   // The time as the dumps and the published state show it.
+   Vok::Seconds clockTime() const;
+   Vok::ManualTimeSource& virtualTime() const;
+
+   std::unique_ptr<Vok::TimeSource> time_;
+   Vok::ManualTimeSource* virtualTime_ = nullptr;  // null on real time
+   Vok::ActivityManager am_{*time_};
    Agent::SharedState shared_;
    Vok::Ptr<Routing::ConnectedRoute::IvoState> ivo_;
    Vok::Ptr<Routing::ConnectedRoute::RootSm> root_;

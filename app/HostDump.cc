@@ -56,7 +56,7 @@ Section<Out> section(const std::vector<const Row*>& rows, Convert convert) {
 }  // namespace
 
 void Host::dump(const std::string& label, DumpWriter& writer) {
-   writer.dumpBegin(DumpHeader{label, time_.peek(), root_ != nullptr});
+   writer.dumpBegin(DumpHeader{label, clockTime(), root_ != nullptr});
    std::map<std::uint32_t, const ContainerSm*> containers;
    if (root_) {
       for (const auto& [name, container] : root_->containerSm()) {

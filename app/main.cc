@@ -19,6 +19,7 @@
 #include "app/InputFile.h"
 #include "app/Player.h"
 #include "app/Show.h"
+#include "app/live/LiveAgent.h"
 #include "platform/trace/Trace.h"
 #include "platform/trace/Zipmark.h"
 #include "platform/trace/ZipmarkDecoder.h"
@@ -168,6 +169,17 @@ int main(int argc, char** argv) {
       command->add_flag("--json", showRequest.json, "print one JSON document");
    }
 
+   App::LiveOptions liveOptions;
+   auto* live = app.add_subcommand(
+         "live", "run the engine on this Linux host: namespaces are VRFs, fed by rtnetlink");
+   live->add_option("--tables", liveOptions.tablesDir,
+                    "keep the RIB's tables in this table directory (a restart over it is hitless)");
+   live->add_option("--vrf-ids", liveOptions.vrfIdsFile, "VRF identifiers, one 'name id' a line");
+   live->add_option("--netns-dir", liveOptions.netnsDir, "where named namespaces are")
+         ->capture_default_str();
+   live->add_flag("--once", liveOptions.once, "dump the tables once every VRF is ready, then stop");
+   live->add_flag("--json", liveOptions.json, "the --once dump as JSON");
+
    std::string zmPath;
    auto* decode = app.add_subcommand("zmdecode", "print a fast-trace file as text");
    decode->add_option("file", zmPath, "fast-trace file")->required();
@@ -183,10 +195,14 @@ int main(int argc, char** argv) {
    }
    try {
       if (app.get_subcommands().empty()) {
-         throw UsageError("a command is required: run, check, show or zmdecode (connroute --help)");
+         throw UsageError("a command is required: run, check, live, show or zmdecode (connroute --help)");
       }
       if (*decode) {
          return decodeFastTrace(zmPath);
+      }
+      if (*live) {
+         checkEnvironment(false, false);
+         return App::runLive(liveOptions);
       }
       if (*showCommand) {
          using What = App::ShowRequest::What;
@@ -225,6 +241,9 @@ int main(int argc, char** argv) {
       return 2;
    } catch (const App::ScenarioError& e) {
       std::cerr << "connroute: " << e.what() << "\n";
+      return 2;
+   } catch (const App::LiveError& e) {
+      std::cerr << "connroute: live: " << e.what() << "\n";
       return 2;
    } catch (const App::ShowError& e) {
       std::cerr << "connroute: show: " << e.what() << "\n";

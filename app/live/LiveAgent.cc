@@ -1,0 +1,327 @@
+#include "app/live/LiveAgent.h"
+
+#include <sys/epoll.h>
+#include <sys/inotify.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <set>
+
+#include "app/Host.h"
+#include "app/Player.h"
+#include "app/live/NamespaceFeed.h"
+#include "app/live/VrfIds.h"
+#include "platform/kordb/EntityManager.h"
+
+namespace App {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class NoWriter final : public DumpWriter {
+ public:
+   void scenarioBegin(const std::string&, const std::string&) override {}
+   void dumpBegin(const DumpHeader&) override {}
+   void vrf(const VrfHeader&, const Section<RouteRow>&, const Section<RouteRow>&,
+            const Section<ViaRow>&, const Section<ViaRow>&) override {}
+   void queryRows(const Section<QueryRow>&) override {}
+   void viaSets(const Section<ViaSetRow>&) override {}
+   void protoVrfStatus(const Section<ProtoRow>&) override {}
+   void dumpEnd() override {}
+   void scenarioEnd() override {}
+};
+
+// Closes a descriptor when it goes.
+struct Fd {
+   explicit Fd(int fd = -1) : fd(fd) {}
+   ~Fd() {
+      if (fd >= 0) {
+         ::close(fd);
+      }
+   }
+   Fd(const Fd&) = delete;
+   Fd& operator=(const Fd&) = delete;
+   int fd;
+};
+
+// Tags of the descriptors in the epoll set that are not sockets (those
+// carry their Served's address, never this small).
+constexpr std::uint64_t kSignalsTag = 1;
+constexpr std::uint64_t kInotifyTag = 2;
+
+// A namespace served as a VRF: its feed and the socket that feeds it.
+struct Served {
+   std::unique_ptr<NamespaceFeed> feed;
+   std::unique_ptr<Linux::RtnlSocket> socket;
+};
+
+class LiveLoop {
+ public:
+   explicit LiveLoop(const LiveOptions& options);
+   int run();
+
+ private:
+   void publish(Action action) { host_->apply(Step{0, "live", std::move(action)}, noWriter_); }
+   void serve(const std::string& netns);
+   void unserve(const std::string& netns);
+   void rescanNamespaces();
+   void pump(Served& served);
+   void afterTurns();
+   bool everythingReady() const;
+
+   LiveOptions options_;
+   std::shared_ptr<Plim::RowDatabase> tables_;
+   std::unique_ptr<VrfIds> vrfIds_;
+   std::unique_ptr<Host> host_;
+   NoWriter noWriter_;
+   Fd epoll_, signals_, inotify_;
+   std::map<std::string, Served> served_;  // by namespace name, "" the default one
+   std::map<std::string, int> retries_;     // namespaces not yet enterable
+   std::set<std::string> announcedReady_;
+   bool verified_ = false;
+   bool stopping_ = false;
+};
+
+LiveLoop::LiveLoop(const LiveOptions& options) : options_(options) {
+   bool restart = false;
+   if (!options.tablesDir.empty()) {
+      try {
+         tables_ = openTables(options.tablesDir);
+      } catch (const std::exception& e) {
+         throw LiveError(std::string("--tables: ") + e.what());
+      }
+      restart = !tables_->tables().empty();  // an earlier run left its tables
+   }
+   vrfIds_ = std::make_unique<VrfIds>(options.vrfIdsFile, tables_);
+   host_ = std::make_unique<Host>(Host::RealTime{}, tables_);
+
+   sigset_t stopSignals;
+   sigemptyset(&stopSignals);
+   sigaddset(&stopSignals, SIGTERM);
+   sigaddset(&stopSignals, SIGINT);
+   ::sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
+   signals_.fd = ::signalfd(-1, &stopSignals, SFD_CLOEXEC | SFD_NONBLOCK);
+   epoll_.fd = ::epoll_create1(EPOLL_CLOEXEC);
+   // `ip netns add` creates the directory on first use; so does the agent,
+   // so that it can watch it from the start.
+   std::error_code error;
+   fs::create_directories(options.netnsDir, error);
+   inotify_.fd = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+   if (signals_.fd < 0 || epoll_.fd < 0 || inotify_.fd < 0 ||
+       ::inotify_add_watch(inotify_.fd, options.netnsDir.c_str(),
+                           IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO) < 0) {
+      throw LiveError(options.netnsDir + ": cannot watch the namespaces: " + std::strerror(errno));
+   }
+   for (auto [fd, tag] : {std::pair{signals_.fd, kSignalsTag}, std::pair{inotify_.fd, kInotifyTag}}) {
+      epoll_event event{};
+      event.events = EPOLLIN;
+      event.data.u64 = tag;
+      ::epoll_ctl(epoll_.fd, EPOLL_CTL_ADD, fd, &event);
+   }
+   publish(StartStep{restart ? Agent::StartupMode::hitlessRestart : Agent::StartupMode::coldStart});
+   std::cerr << "connroute: live, " << (restart ? "hitless restart over " + options.tablesDir : "cold start")
+             << '\n';
+   serve("");
+   rescanNamespaces();
+}
+
+void LiveLoop::serve(const std::string& netns) {
+   if (served_.contains(netns)) {
+      return;
+   }
+   const std::string name = netns.empty() ? "default" : netns;
+   std::optional<L3::VrfName> vrf;
+   try {
+      vrf = L3::VrfName(name);
+      if (!netns.empty()) {
+         (void)Ovel::NamespaceName(netns);
+      }
+   } catch (const std::exception& e) {
+      std::cerr << "connroute: namespace '" << netns << "' is not served: " << e.what() << '\n';
+      return;
+   }
+   const Vrf::VrfIdMap::VrfId id(vrfIds_->idFor(name));
+   Served served;
+   served.feed = std::make_unique<NamespaceFeed>(netns, *vrf, id, [this](Action a) { publish(std::move(a)); });
+   try {
+      served.socket = std::make_unique<Linux::RtnlSocket>(
+            netns.empty() ? std::string() : (fs::path(options_.netnsDir) / netns).string(), *served.feed);
+   } catch (const Linux::NetlinkError& e) {
+      // Just created by `ip netns add`: the file may not be the namespace's
+      // mount yet. Tried again shortly.
+      if (++retries_[netns] == 50) {
+         std::cerr << "connroute: namespace '" << netns << "' is not served: " << e.what() << '\n';
+      }
+      return;
+   }
+   retries_.erase(netns);
+   publish(VrfIdMapStep{VrfIdMapStep::Op::set, {{*vrf, id}}, {}});
+   if (!netns.empty()) {
+      publish(VrfLocalStep{*vrf, false, Ip::VrfState::active, Ovel::NamespaceName(netns)});
+   }
+   publish(CollectionStep{4, *vrf, true});
+   publish(CollectionStep{6, *vrf, true});
+   publish(RibAwaitsStep{{*vrf}, {}});
+   auto [it, inserted] = served_.emplace(netns, std::move(served));
+   epoll_event event{};
+   event.events = EPOLLIN;
+   event.data.ptr = &it->second;  // map nodes stay where they are
+   ::epoll_ctl(epoll_.fd, EPOLL_CTL_ADD, it->second.socket->fd(), &event);
+   it->second.feed->dumpStarted();
+   it->second.socket->dump();
+   std::cerr << "connroute: serving VRF " << name << " (id " << id.value() << ")\n";
+}
+
+void LiveLoop::unserve(const std::string& netns) {
+   retries_.erase(netns);
+   auto it = served_.find(netns);
+   if (it == served_.end()) {
+      return;
+   }
+   ::epoll_ctl(epoll_.fd, EPOLL_CTL_DEL, it->second.socket->fd(), nullptr);
+   it->second.feed->withdrawAll();
+   const L3::VrfName vrf = it->second.feed->vrf();
+   served_.erase(it);
+   publish(RibAwaitsStep{{}, {vrf}});
+   publish(CollectionStep{4, vrf, false});
+   publish(CollectionStep{6, vrf, false});
+   publish(VrfLocalStep{vrf, true, {}, {}});
+   publish(VrfIdMapStep{VrfIdMapStep::Op::remove, {}, {vrf}});
+   announcedReady_.erase(vrf.str());
+   std::cerr << "connroute: VRF " << vrf.str() << " deleted (its namespace went)\n";
+}
+
+void LiveLoop::rescanNamespaces() {
+   std::set<std::string> present;
+   std::error_code error;
+   for (const auto& entry : fs::directory_iterator(options_.netnsDir, error)) {
+      present.insert(entry.path().filename().string());
+   }
+   std::vector<std::string> gone;
+   for (const auto& [netns, served] : served_) {
+      if (!netns.empty() && !present.contains(netns)) {
+         gone.push_back(netns);
+      }
+   }
+   for (const auto& [netns, tries] : retries_) {
+      if (!present.contains(netns)) {
+         gone.push_back(netns);
+      }
+   }
+   for (const std::string& netns : gone) {
+      unserve(netns);
+   }
+   for (const std::string& netns : present) {
+      serve(netns);
+   }
+}
+
+void LiveLoop::pump(Served& served) {
+   served.socket->receive();
+   if (served.feed->wantsDump() && !served.socket->dumping()) {
+      std::cerr << "connroute: VRF " << served.feed->vrf().str()
+                << ": kernel messages were lost, reading the namespace again\n";
+      served.feed->dumpStarted();
+      served.socket->dump();
+   }
+}
+
+bool LiveLoop::everythingReady() const {
+   if (!verified_ || !retries_.empty() || !host_->drained()) {
+      return false;
+   }
+   const std::vector<std::string> ready = host_->readyVrfs();
+   for (const auto& [netns, served] : served_) {
+      if (std::find(ready.begin(), ready.end(), served.feed->vrf().str()) == ready.end()) {
+         return false;
+      }
+   }
+   return true;
+}
+
+void LiveLoop::afterTurns() {
+   if (!verified_) {
+      bool synced = true;
+      for (const auto& [netns, served] : served_) {
+         synced = synced && served.feed->synced();
+      }
+      if (synced && retries_.empty()) {
+         verified_ = true;
+         publish(VerificationStep{true});  // every namespace's first dump is in
+      }
+   }
+   for (const std::string& name : host_->readyVrfs()) {
+      if (announcedReady_.insert(name).second) {
+         std::cerr << "connroute: VRF " << name << " ready\n";
+      }
+   }
+}
+
+int LiveLoop::run() {
+   for (;;) {
+      afterTurns();
+      if (options_.once && everythingReady()) {
+         auto writer = options_.json ? jsonDumpWriter(std::cout) : textDumpWriter(std::cout);
+         writer->scenarioBegin("live", "every VRF ready");
+         host_->dump("ready", *writer);
+         writer->scenarioEnd();
+         std::cout.flush();
+         stopping_ = true;
+      }
+      if (stopping_) {
+         publish(StopStep{});
+         std::cerr << "connroute: stopped\n";
+         return std::cout ? 0 : 1;
+      }
+      int timeout = -1;
+      if (auto next = host_->secondsToNextClock()) {
+         timeout = static_cast<int>(std::ceil(*next * 1e3));
+      }
+      if (!retries_.empty() && (timeout < 0 || timeout > 20)) {
+         timeout = 20;
+      }
+      epoll_event events[16];
+      const int n = ::epoll_wait(epoll_.fd, events, 16, timeout);
+      if (n < 0 && errno != EINTR) {
+         throw LiveError(std::string("epoll: ") + std::strerror(errno));
+      }
+      bool rescan = false;
+      for (int i = 0; i < n; ++i) {
+         const epoll_event& event = events[i];
+         if (event.data.u64 != kSignalsTag && event.data.u64 != kInotifyTag) {
+            pump(*static_cast<Served*>(event.data.ptr));
+         } else if (event.data.u64 == kSignalsTag) {
+            signalfd_siginfo info;
+            while (::read(signals_.fd, &info, sizeof info) == sizeof info) {
+               stopping_ = true;
+            }
+         } else {
+            char buffer[4096];
+            while (::read(inotify_.fd, buffer, sizeof buffer) > 0) {
+            }
+            rescan = true;  // after the sockets: it may take a namespace away
+         }
+      }
+      if (rescan || !retries_.empty()) {
+         rescanNamespaces();
+      }
+      host_->runDueClocks();
+   }
+}
+
+}  // namespace
+
+int runLive(const LiveOptions& options) {
+   LiveLoop loop(options);
+   return loop.run();
+}
+
+}  // namespace App

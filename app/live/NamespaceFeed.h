@@ -1,0 +1,97 @@
+// One network namespace of a Linux host as one VRF's inputs: what the
+// platform's interface, IP and kernel agents would publish for it, derived
+// from the kernel's links and addresses and handed on as steps.
+//
+// How the kernel maps onto the engine's inputs (docs/live.md):
+// - a link is an interface (IntfId "<ifname>" in the default namespace,
+//   "<namespace>:<ifname>" in the others) whose kernel device is the link
+//   itself; it is present while administratively up, as the kernel keeps
+//   its subnet routes only then; loopback links are not routed interfaces;
+// - IPv4: the first primary address is the active address; further
+//   primaries and the kernel's secondaries are active secondaries;
+//   directed broadcast follows the link's bc_forwarding setting;
+// - IPv6: every address of global scope once duplicate address detection
+//   is over (not tentative, not failed); link-local addresses are not.
+//
+// Nothing is published while a dump is in: a dump replaces the namespace's
+// state (mark and sweep), and only the differences are published when it
+// ends, so routes that did not change are not touched.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/Scenario.h"
+#include "platform/linux/RtnlSocket.h"
+
+namespace App {
+
+class NamespaceFeed final : public Linux::RtnlListener {
+ public:
+   using Publish = std::function<void(Action)>;
+
+   // `netns` is the namespace's name, empty for the default namespace.
+   NamespaceFeed(std::string netns, L3::VrfName vrf, Vrf::VrfIdMap::VrfId vrfId, Publish publish);
+
+   // The first dump has been applied.
+   bool synced() const noexcept { return synced_; }
+   // A dump is wanted (at the start, after lost messages).
+   bool wantsDump() const noexcept { return wantsDump_; }
+   void dumpStarted();
+   // Withdraws every interface: the namespace is gone.
+   void withdrawAll();
+   const L3::VrfName& vrf() const noexcept { return vrf_; }
+
+   void onLink(const Linux::LinkRecord& link) override;
+   void onAddr(const Linux::AddrRecord& addr) override;
+   void onNetconf(const Linux::NetconfRecord& netconf) override;
+   void onDumpDone() override;
+   void onOverflow() override;
+
+ private:
+   struct V4Addr {
+      Ovel::IpAddrWithMask addr;
+      bool secondary;
+   };
+   // What the kernel says about a link, and what was last published for it.
+   struct Link {
+      int ifindex = 0;
+      std::string name;
+      bool up = false;
+      bool loopback = false;
+      bool seen = true;  // in the current dump
+      std::vector<V4Addr> v4;  // in the kernel's order
+      std::set<Ovel::Ip6AddrWithMask> v6;
+      bool bcForwarding = false;
+
+      Ovel::IntfId intf;  // published under this id, if not empty
+      std::string device;
+      bool devicePresent = false;
+      bool hasV4 = false, hasV6 = false;
+      Ovel::IpAddrWithMask active;
+      std::set<Ovel::IpAddrWithMask> secondaries;
+      std::set<Ovel::Ip6AddrWithMask> published6;
+      bool publishedBc = false;
+   };
+
+   Ovel::IntfId intfIdFor(const Link& link) const;
+   Link& linkAt(int ifindex);
+   void sync(Link& link);
+   void withdraw(Link& link);
+   bool publishing() const noexcept { return !dumping_; }
+
+   std::string netns_;
+   Ovel::NamespaceName netnsName_;
+   L3::VrfName vrf_;
+   Vrf::VrfIdMap::VrfId vrfId_;
+   Publish publish_;
+   std::map<int, Link> links_;  // by ifindex
+   bool synced_ = false;
+   bool dumping_ = false;
+   bool wantsDump_ = true;
+};
+
+}  // namespace App

@@ -1,0 +1,100 @@
+// One rtnetlink socket in one network namespace, with libmnl: the kernel's
+// links, addresses and IPv4 device settings, first as a dump, then as
+// events, parsed straight into plain records for a listener. It keeps no
+// cache of its own: the listener's tables are the only copy.
+//
+//   Linux::RtnlSocket socket("/run/netns/blue", listener);   // or "" for this one
+//   socket.dump();                 // links, IPv4, IPv6 addresses, netconf
+//   poll(socket.fd()) ... socket.receive();
+//
+// A receive buffer too small for a flood makes the kernel drop messages
+// (ENOBUFS): the listener hears onOverflow() and should dump again and
+// reconcile. A dump the kernel reports interrupted (the tables changed
+// under it) is repeated the same way.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+struct mnl_socket;
+struct nlmsghdr;
+
+namespace Linux {
+
+struct LinkRecord {
+   int ifindex = 0;
+   std::string name;
+   bool up = false;  // administratively (IFF_UP)
+   bool loopback = false;
+   bool removed = false;
+};
+
+struct AddrRecord {
+   int family = 0;  // AF_INET or AF_INET6
+   int ifindex = 0;
+   std::array<std::uint8_t, 16> addr{};
+   int prefixLen = 0;
+   std::uint32_t flags = 0;  // IFA_F_*
+   int scope = 0;
+   bool removed = false;
+};
+
+struct NetconfRecord {
+   int ifindex = 0;
+   bool bcForwarding = false;
+};
+
+class RtnlListener {
+ public:
+   virtual ~RtnlListener() = default;
+   virtual void onLink(const LinkRecord& link) = 0;
+   virtual void onAddr(const AddrRecord& addr) = 0;
+   virtual void onNetconf(const NetconfRecord& netconf) = 0;
+   // Every part of a dump() has arrived.
+   virtual void onDumpDone() = 0;
+   // Messages were lost: the listener's state may be stale.
+   virtual void onOverflow() = 0;
+};
+
+// The namespace cannot be entered or the socket not opened.
+class NetlinkError : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
+
+class RtnlSocket {
+ public:
+   // `netnsPath`: a namespace file (e.g. /run/netns/blue), or empty for the
+   // process's own namespace.
+   RtnlSocket(const std::string& netnsPath, RtnlListener& listener);
+   ~RtnlSocket();
+   RtnlSocket(const RtnlSocket&) = delete;
+   RtnlSocket& operator=(const RtnlSocket&) = delete;
+
+   int fd() const;
+   // Asks for everything again: links, IPv4 and IPv6 addresses, IPv4
+   // netconf, one after the other; onDumpDone() when the last is in.
+   void dump();
+   bool dumping() const noexcept { return next_ < parts_.size() || waiting_; }
+   // Reads and dispatches every message waiting on the socket.
+   void receive();
+
+ private:
+   void requestNextPart();
+   void dispatch(const nlmsghdr* message);
+
+   RtnlListener& listener_;
+   mnl_socket* socket_ = nullptr;
+   std::vector<char> buffer_;
+   std::vector<std::pair<int, int>> parts_;  // (message type, family) of the dump
+   std::size_t next_ = 0;
+   bool waiting_ = false;     // a part's answer is still arriving
+   bool interrupted_ = false; // the kernel flagged the dump as inconsistent
+   std::uint32_t seq_ = 0;
+};
+
+}  // namespace Linux
