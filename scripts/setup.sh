@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  nlohmann-json3-dev libcli11-dev liblmdb-dev libmnl-dev iproute2
+  nlohmann-json3-dev libcli11-dev liblmdb-dev libmnl-dev iproute2 python3
 )
 
 missing=()

@@ -1,0 +1,137 @@
+#!/usr/bin/env bash
+# The kernel as oracle: namespaces with veth links and a rich address set,
+# `connroute live` beside them, and the routes it writes compared with the
+# routes the kernel derives from the same addresses (routes_vs_kernel.py
+# lists the deliberate differences). First with `--once`; then with a
+# running agent while the host changes under it: a primary deleted, a link
+# deleted, a link moved to another namespace, a namespace deleted, and a
+# flood of 10,000 address changes.
+#
+# Usage: oracle.sh CONNROUTE     (as root; skipped where namespaces cannot be made)
+set -uo pipefail
+connroute=$1
+here=$(cd "$(dirname "$0")" && pwd)
+compare=$here/routes_vs_kernel.py
+work=$(mktemp -d)
+tag=cr$$
+A=${tag}a B=${tag}b C=${tag}c
+agent=
+cleanup() {
+  [ -n "$agent" ] && kill "$agent" 2> /dev/null && wait "$agent" 2> /dev/null
+  for ns in "$A" "$B" "$C"; do ip netns del "$ns" 2> /dev/null; done
+  rm -rf "$work"
+}
+trap cleanup EXIT
+if [ "$(id -u)" -ne 0 ] || ! ip netns add "$A" 2> /dev/null; then
+  echo "oracle.sh: skipped (needs root and network namespaces)"
+  exit 0
+fi
+ip netns add "$B"
+ip netns add "$C"
+failures=0
+
+n() { ip -n "$1" "${@:2}"; }
+for ns in "$A" "$B" "$C"; do
+  ip netns exec "$ns" sysctl -qw net.ipv4.conf.all.promote_secondaries=1 net.ipv4.conf.default.promote_secondaries=1
+done
+# A: a0 <-> b0 (in B), a1 <-> a2 (both in A), a3 down.
+n "$A" link add a0 type veth peer name b0 netns "$B"
+n "$A" link add a1 type veth peer name a2
+n "$A" link add a3 type veth peer name a4
+for l in a0 a1 a2 a4; do n "$A" link set "$l" up; done
+n "$B" link set b0 up
+n "$A" addr add 10.0.0.1/8 dev a0
+n "$A" addr add 10.1.0.1/24 dev a0
+n "$A" addr add 10.1.0.9/24 dev a0            # a secondary in the primary's subnet
+n "$A" addr add 10.2.0.1/24 dev a0            # another primary: a secondary outside it
+n "$A" addr add 10.70.0.0/16 dev a0           # the subnet's own network address
+n "$A" addr add 10.1.0.2/24 dev a1            # one prefix on two interfaces
+n "$A" addr add 10.4.0.0/31 dev a1
+n "$A" addr add 10.5.0.1/32 dev a1
+n "$A" addr add 192.168.3.5/30 dev a2
+n "$A" addr add 10.8.0.1/24 dev a3            # a3 stays down
+n "$A" addr add 2001:db8:a::1/64 dev a0 nodad
+n "$A" addr add 2001:db8:b::/127 dev a0 nodad
+n "$A" addr add 2001:db8:c::1/128 dev a0 nodad
+n "$A" addr add 2001:db8:a::2/64 dev a1 nodad
+n "$B" addr add 172.16.1.1/20 dev b0
+n "$B" addr add 2001:db8:f::1/64 dev b0 nodad
+n "$B" link add b8 type veth peer name b9
+n "$B" link set b8 up
+n "$C" link add c0 type veth peer name c1
+n "$C" link set c0 up
+n "$C" addr add 10.99.0.1/24 dev c0
+ip netns exec "$A" sysctl -qw net.ipv4.conf.a0.bc_forwarding=1
+
+# check FILE NS [DOWN_ADDRS]: the VRF of namespace NS in FILE against its kernel.
+check() {
+  n "$2" -j route show table all > "$work/k4.json"
+  n "$2" -j -6 route show table all > "$work/k6.json"
+  python3 "$compare" "$1" "$2" "$work/k4.json" "$work/k6.json" "${3:-}"
+}
+
+# 1. A fresh agent, once everything is ready.
+if ! "$connroute" live --once --json > "$work/once.json" 2> "$work/once.err"; then
+  echo "live --once failed: $(cat "$work/once.err")" >&2
+  exit 1
+fi
+check "$work/once.json" "$A" 10.8.0.1 || failures=$((failures + 1))
+check "$work/once.json" "$B" || failures=$((failures + 1))
+check "$work/once.json" "$C" || failures=$((failures + 1))
+
+# 2. A running agent while the host changes.
+"$connroute" live --tables "$work/tables" 2> "$work/live.err" &
+agent=$!
+# settled NS...: polls until each namespace's VRF matches its kernel (at
+# most 30 s), then reports the last comparison.
+settled() {
+  local deadline=$((SECONDS + 30)) ok
+  while :; do
+    ok=1
+    "$connroute" show --tables "$work/tables" routes --json > "$work/show.json" 2> /dev/null || ok=0
+    for ns in "$@"; do
+      [ "$ok" = 1 ] && ! check "$work/show.json" "$ns" "${down[$ns]:-}" > /dev/null && ok=0
+    done
+    if [ "$ok" = 1 ] || [ $SECONDS -ge $deadline ]; then
+      for ns in "$@"; do check "$work/show.json" "$ns" "${down[$ns]:-}" || failures=$((failures + 1)); done
+      return
+    fi
+    sleep 0.2
+  done
+}
+declare -A down=(["$A"]=10.8.0.1)
+settled "$A" "$B" "$C"
+
+n "$A" addr del 10.1.0.1/24 dev a0            # the primary: 10.1.0.9 is promoted
+n "$A" link del a1                            # and a2 with it
+n "$B" link set b9 netns "$A"                 # a link moves to another namespace
+n "$A" link set b9 up
+n "$A" addr add 10.60.0.1/24 dev b9
+ip netns del "$C"                             # a VRF goes
+settled "$A" "$B"
+if grep -q "$C" <("$connroute" show --tables "$work/tables" summary); then
+  echo "the VRF of the deleted namespace $C is still served" >&2
+  failures=$((failures + 1))
+fi
+
+# A flood of 10,000 address changes, as fast as `ip` makes them: 7,500
+# addresses added, then 2,500 of them removed again.
+for i in $(seq 0 7499); do echo "addr add 10.200.$((i / 250)).$((i % 250 + 1))/32 dev b9"; done > "$work/add.batch"
+head -n 2500 "$work/add.batch" | sed 's/^addr add/addr del/' > "$work/del.batch"
+ip -n "$A" -batch "$work/add.batch"
+ip -n "$A" -batch "$work/del.batch"
+settled "$A"
+if grep -q "messages were lost" "$work/live.err"; then
+  echo "note: the flood overflowed the socket; the agent read the namespace again" >&2
+fi
+
+kill "$agent"
+wait "$agent"
+status=$?
+agent=
+if [ "$status" -ne 0 ]; then
+  echo "the agent did not stop cleanly on SIGTERM (exit $status): $(tail -3 "$work/live.err")" >&2
+  failures=$((failures + 1))
+fi
+echo "oracle.sh: $failures failures"
+exit $((failures > 0))
