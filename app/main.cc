@@ -179,6 +179,11 @@ int main(int argc, char** argv) {
          ->capture_default_str();
    live->add_flag("--once", liveOptions.once, "dump the tables once every VRF is ready, then stop");
    live->add_flag("--json", liveOptions.json, "the --once dump as JSON");
+   live->add_option("--rcvbuf", liveOptions.receiveBuffer,
+                    "bytes each namespace's rtnetlink socket may queue; when a flood overflows it, "
+                    "the namespace is read again")
+         ->capture_default_str()
+         ->check(CLI::Range(4096, 1 << 30));
 
    std::string zmPath;
    auto* decode = app.add_subcommand("zmdecode", "print a fast-trace file as text");

@@ -153,7 +153,8 @@ void LiveLoop::serve(const std::string& netns) {
    served.feed = std::make_unique<NamespaceFeed>(netns, *vrf, id, [this](Action a) { publish(std::move(a)); });
    try {
       served.socket = std::make_unique<Linux::RtnlSocket>(
-            netns.empty() ? std::string() : (fs::path(options_.netnsDir) / netns).string(), *served.feed);
+            netns.empty() ? std::string() : (fs::path(options_.netnsDir) / netns).string(), *served.feed,
+            options_.receiveBuffer);
    } catch (const Linux::NetlinkError& e) {
       // Just created by `ip netns add`: the file may not be the namespace's
       // mount yet. Tried again shortly.

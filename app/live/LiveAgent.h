@@ -19,6 +19,7 @@ struct LiveOptions {
    std::string netnsDir = "/run/netns";
    bool once = false;               // dump once everything is ready, then stop
    bool json = false;               // the --once dump as JSON
+   int receiveBuffer = 64 << 20;    // per namespace socket, bytes
 };
 
 // A bad option, file or directory: exit status 2.

@@ -18,9 +18,6 @@ namespace Linux {
 
 namespace {
 
-// Room for a flood: the kernel queues up to this much before it drops.
-constexpr int kReceiveBuffer = 64 << 20;
-
 std::string errnoText(const std::string& what) { return what + ": " + std::strerror(errno); }
 
 // Opens the socket inside the namespace from a helper thread: a socket
@@ -57,13 +54,13 @@ mnl_socket* openIn(const std::string& netnsPath) {
 
 }  // namespace
 
-RtnlSocket::RtnlSocket(const std::string& netnsPath, RtnlListener& listener)
+RtnlSocket::RtnlSocket(const std::string& netnsPath, RtnlListener& listener, int receiveBuffer)
       : listener_(listener), socket_(openIn(netnsPath)), buffer_(MNL_SOCKET_BUFFER_SIZE * 16) {
    const int fd = mnl_socket_get_fd(socket_);
    // Forcing the size past the system's limit needs CAP_NET_ADMIN; without
    // it the largest allowed size is the next best.
-   if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof kReceiveBuffer) != 0) {
-      ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof kReceiveBuffer);
+   if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer) != 0) {
+      ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
    }
    const unsigned groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
    if (mnl_socket_bind(socket_, groups, MNL_SOCKET_AUTOPID) < 0) {

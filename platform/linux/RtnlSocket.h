@@ -69,8 +69,11 @@ class NetlinkError : public std::runtime_error {
 class RtnlSocket {
  public:
    // `netnsPath`: a namespace file (e.g. /run/netns/blue), or empty for the
-   // process's own namespace.
-   RtnlSocket(const std::string& netnsPath, RtnlListener& listener);
+   // process's own namespace. `receiveBuffer`: bytes the kernel may queue
+   // before it drops messages.
+   static constexpr int kDefaultReceiveBuffer = 64 << 20;
+   RtnlSocket(const std::string& netnsPath, RtnlListener& listener,
+              int receiveBuffer = kDefaultReceiveBuffer);
    ~RtnlSocket();
    RtnlSocket(const RtnlSocket&) = delete;
    RtnlSocket& operator=(const RtnlSocket&) = delete;
