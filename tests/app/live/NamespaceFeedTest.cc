@@ -1,0 +1,305 @@
+// A namespace feed against a simulated kernel: random link and address
+// changes as the kernel announces them (promotion of secondaries included),
+// lost messages followed by a dump. After every announced change, the
+// platform state built from what the feed published must be exactly what
+// the kernel's state implies, and the feed must never publish a change
+// that is no change (the engine counts them).
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <linux/if_addr.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include <map>
+#include <random>
+#include <set>
+
+#include "app/live/NamespaceFeed.h"
+
+namespace {
+
+using App::Action;
+
+// The platform's view, built only from published steps.
+struct Platform {
+   struct V4 {
+      Ovel::IpAddrWithMask active;
+      std::set<Ovel::IpAddrWithMask> secondaries;
+      bool bc = false;
+   };
+   std::map<Ovel::IntfId, std::string> interfaces;  // -> device
+   std::set<std::string> devices;
+   std::map<Ovel::IntfId, V4> v4;
+   std::map<Ovel::IntfId, std::set<Ovel::Ip6AddrWithMask>> v6;
+
+   void apply(const Action& action) {
+      std::visit([this](const auto& s) { apply(s); }, action);
+   }
+   void apply(const App::InterfaceStep& s) {
+      if (s.remove) {
+         ASSERT_TRUE(interfaces.erase(s.intf)) << "removed twice: " << s.intf;
+      } else {
+         ASSERT_FALSE(interfaces.contains(s.intf)) << "published twice: " << s.intf;
+         interfaces[s.intf] = *s.device;
+      }
+   }
+   void apply(const App::KernelStep& s) {
+      for (const auto& d : s.up) {
+         ASSERT_TRUE(devices.insert(d).second) << "device up twice: " << d;
+      }
+      for (const auto& d : s.down) {
+         ASSERT_TRUE(devices.erase(d)) << "device down twice: " << d;
+      }
+   }
+   void apply(const App::Ipv4Step& s) {
+      ASSERT_TRUE(interfaces.contains(s.intf)) << "addresses of an unknown interface";
+      if (s.remove) {
+         ASSERT_TRUE(v4.erase(s.intf));
+         return;
+      }
+      V4& status = v4[s.intf];
+      for (const auto& a : s.removeSecondaries) {
+         ASSERT_TRUE(status.secondaries.erase(a)) << "an absent secondary removed";
+      }
+      for (const auto& [a, active] : s.secondaries) {
+         ASSERT_TRUE(active) << "an inactive secondary";
+         ASSERT_TRUE(status.secondaries.insert(a).second) << "a secondary added twice";
+      }
+      if (s.active) {
+         ASSERT_NE(*s.active, status.active) << "the same active address again";
+         status.active = *s.active;
+      }
+      if (s.directedBroadcast) {
+         status.bc = *s.directedBroadcast;
+      }
+   }
+   void apply(const App::Ipv6Step& s) {
+      ASSERT_TRUE(interfaces.contains(s.intf));
+      if (s.remove) {
+         ASSERT_TRUE(v6.erase(s.intf));
+         return;
+      }
+      auto& addrs = v6[s.intf];
+      for (const auto& a : s.removeAddrs) {
+         ASSERT_TRUE(addrs.erase(a)) << "an absent IPv6 address removed";
+      }
+      for (const auto& a : s.add) {
+         ASSERT_TRUE(addrs.insert(a).second) << "an IPv6 address added twice";
+      }
+   }
+   template <class Other>
+   void apply(const Other&) {}
+};
+
+// A kernel of one namespace with five links; link 1 is the loopback.
+struct Kernel {
+   struct Addr4 {
+      std::uint32_t addr;
+      int len;
+      bool secondary;
+   };
+   struct Link {
+      std::string name;
+      bool up = false;
+      std::vector<Addr4> v4;
+      std::map<std::uint32_t, bool> v6;  // last byte of 2001:db8::x/64 -> usable
+      bool bc = false;
+   };
+   std::map<int, Link> links;
+
+   static Linux::LinkRecord linkRecord(int ifindex, const Link& l, bool removed = false) {
+      return Linux::LinkRecord{ifindex, l.name, l.up, ifindex == 1, removed};
+   }
+   static Linux::AddrRecord v4Record(int ifindex, const Addr4& a, bool removed) {
+      Linux::AddrRecord r;
+      r.family = AF_INET;
+      r.ifindex = ifindex;
+      const std::uint32_t be = htonl(a.addr);
+      std::memcpy(r.addr.data(), &be, 4);
+      r.prefixLen = a.len;
+      r.flags = a.secondary ? IFA_F_SECONDARY : 0;
+      r.removed = removed;
+      return r;
+   }
+   static Linux::AddrRecord v6Record(int ifindex, std::uint32_t x, bool usable, bool removed) {
+      Linux::AddrRecord r;
+      r.family = AF_INET6;
+      r.ifindex = ifindex;
+      r.addr = {0x20, 0x01, 0x0d, 0xb8};
+      r.addr[15] = std::uint8_t(x);
+      r.prefixLen = 64;
+      r.flags = usable ? IFA_F_PERMANENT : IFA_F_TENTATIVE;
+      r.removed = removed;
+      return r;
+   }
+   static bool sameSubnet(const Addr4& a, std::uint32_t addr, int len) {
+      const std::uint32_t mask = len == 0 ? 0 : ~0u << (32 - len);
+      return a.len == len && (a.addr & mask) == (addr & mask);
+   }
+};
+
+Ovel::IpAddrWithMask v4(std::uint32_t addr, int len) {
+   return Ovel::IpAddrWithMask(Ovel::IpAddr(addr), std::uint8_t(len));
+}
+
+TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLostMessages) {
+   for (unsigned seed = 1; seed <= 40; ++seed) {
+      SCOPED_TRACE("seed " + std::to_string(seed));
+      std::mt19937 random(seed);
+      Platform platform;
+      App::NamespaceFeed feed("ns", L3::VrfName("ns"), Vrf::VrfIdMap::VrfId(3),
+                              [&](Action a) { platform.apply(a); });
+      Kernel kernel;
+      bool lost = false;  // messages were dropped since the last dump
+      auto tell = [&](auto record) {
+         if (lost) {
+            return;
+         }
+         if constexpr (std::is_same_v<decltype(record), Linux::LinkRecord>) {
+            feed.onLink(record);
+         } else {
+            feed.onAddr(record);
+         }
+      };
+      auto dump = [&] {
+         feed.dumpStarted();
+         for (const auto& [i, l] : kernel.links) {
+            feed.onLink(Kernel::linkRecord(i, l));
+         }
+         for (const auto& [i, l] : kernel.links) {
+            for (const auto& a : l.v4) {
+               feed.onAddr(Kernel::v4Record(i, a, false));
+            }
+            for (const auto& [x, usable] : l.v6) {
+               feed.onAddr(Kernel::v6Record(i, x, usable, false));
+            }
+            feed.onNetconf(Linux::NetconfRecord{i, l.bc});
+         }
+         feed.onDumpDone();
+         lost = false;
+      };
+      kernel.links[1] = Kernel::Link{"lo", true, {{0x7f000001, 8, false}}, {}, false};
+      dump();
+      int nextName = 0;
+      for (int step = 0; step < 400; ++step) {
+         const int ifindex = 1 + int(random() % 5);
+         auto found = kernel.links.find(ifindex);
+         const unsigned what = random() % 100;
+         if (found == kernel.links.end()) {
+            Kernel::Link l{"e" + std::to_string(nextName++), random() % 2 == 0, {}, {}, false};
+            kernel.links[ifindex] = l;
+            tell(Kernel::linkRecord(ifindex, l));
+         } else if (Kernel::Link& l = found->second; what < 5 && ifindex != 1) {
+            tell(Kernel::linkRecord(ifindex, l, true));
+            kernel.links.erase(found);
+         } else if (what < 15) {
+            l.up = !l.up;
+            tell(Kernel::linkRecord(ifindex, l));
+         } else if (what < 18 && ifindex != 1) {
+            l.name = "e" + std::to_string(nextName++);
+            tell(Kernel::linkRecord(ifindex, l));
+         } else if (what < 55) {  // an IPv4 address added or deleted, as the kernel does it
+            const std::uint32_t addr = 0x0A000000u | (random() % 3) << 8 | (1 + random() % 4);
+            const int len = random() % 4 == 0 ? 32 : 24;
+            auto at = std::find_if(l.v4.begin(), l.v4.end(),
+                                   [&](const auto& a) { return a.addr == addr && a.len == len; });
+            if (at == l.v4.end()) {
+               const bool secondary = std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& a) {
+                  return !a.secondary && Kernel::sameSubnet(a, addr, len);
+               });
+               const Kernel::Addr4 added{addr, len, secondary};
+               auto pos = secondary ? l.v4.end()
+                                    : std::find_if(l.v4.begin(), l.v4.end(),
+                                                   [](const auto& a) { return a.secondary; });
+               l.v4.insert(pos, added);
+               tell(Kernel::v4Record(ifindex, added, false));
+            } else {
+               const Kernel::Addr4 gone = *at;
+               l.v4.erase(at);
+               tell(Kernel::v4Record(ifindex, gone, true));
+               if (!gone.secondary) {  // promote_secondaries: the first one of the subnet
+                  auto promoted = std::find_if(l.v4.begin(), l.v4.end(), [&](const auto& a) {
+                     return a.secondary && Kernel::sameSubnet(a, gone.addr, gone.len);
+                  });
+                  if (promoted != l.v4.end()) {
+                     Kernel::Addr4 p = *promoted;
+                     l.v4.erase(promoted);
+                     p.secondary = false;
+                     l.v4.insert(std::find_if(l.v4.begin(), l.v4.end(), [](const auto& a) { return a.secondary; }), p);
+                     tell(Kernel::v4Record(ifindex, p, false));
+                  }
+               }
+            }
+         } else if (what < 80) {  // IPv6: added tentative, DAD done, or deleted
+            const std::uint32_t x = 1 + random() % 4;
+            auto at = l.v6.find(x);
+            if (at == l.v6.end()) {
+               l.v6[x] = false;
+               tell(Kernel::v6Record(ifindex, x, false, false));
+            } else if (!at->second && random() % 2 == 0) {
+               at->second = true;
+               tell(Kernel::v6Record(ifindex, x, true, false));
+            } else {
+               tell(Kernel::v6Record(ifindex, x, at->second, true));
+               l.v6.erase(at);
+            }
+         } else if (what < 88) {
+            l.bc = !l.bc;
+            if (!lost) {
+               feed.onNetconf(Linux::NetconfRecord{ifindex, l.bc});
+            }
+         } else if (what < 92) {
+            lost = true;  // the kernel drops messages from now on...
+            feed.onOverflow();
+         } else if (lost || what < 94) {
+            ASSERT_TRUE(feed.wantsDump() || !lost);
+            dump();  // ...until the namespace is read again
+         }
+         if (lost) {
+            continue;
+         }
+         // What the kernel's state implies, derived here independently.
+         Platform expected;
+         for (const auto& [i, l] : kernel.links) {
+            if (i == 1) {
+               continue;  // the loopback is no routed interface
+            }
+            const Ovel::IntfId intf("ns:" + l.name);
+            expected.interfaces[intf] = l.name;
+            if (l.up) {
+               expected.devices.insert(l.name);
+            }
+            if (!l.v4.empty()) {
+               Platform::V4& s = expected.v4[intf];
+               s.bc = l.bc;
+               for (const auto& a : l.v4) {
+                  if (!a.secondary && s.active.addr().isZero()) {
+                     s.active = v4(a.addr, a.len);
+                  } else {
+                     s.secondaries.insert(v4(a.addr, a.len));
+                  }
+               }
+            }
+            for (const auto& [x, usable] : l.v6) {
+               if (usable) {
+                  Ovel::Ip6Addr::Bytes b{0x20, 0x01, 0x0d, 0xb8};
+                  b[15] = std::uint8_t(x);
+                  expected.v6[intf].insert(Ovel::Ip6AddrWithMask(Ovel::Ip6Addr(b), 64));
+               }
+            }
+         }
+         ASSERT_EQ(platform.interfaces, expected.interfaces) << "step " << step;
+         ASSERT_EQ(platform.devices, expected.devices) << "step " << step;
+         ASSERT_EQ(platform.v4.size(), expected.v4.size()) << "step " << step;
+         for (const auto& [intf, s] : expected.v4) {
+            const auto& p = platform.v4.at(intf);
+            ASSERT_EQ(p.active, s.active) << intf << " step " << step;
+            ASSERT_EQ(p.secondaries, s.secondaries) << intf << " step " << step;
+            ASSERT_EQ(p.bc, s.bc) << intf << " step " << step;
+         }
+         ASSERT_EQ(platform.v6, expected.v6) << "step " << step;
+      }
+   }
+}
+
+}  // namespace
