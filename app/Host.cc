@@ -95,10 +95,29 @@ void Host::apply(const Step& step, DumpWriter& writer) {
             },
             step.action);
    } catch (...) {
-      am_.turnEnded();
+      endTurn();
       throw;
    }
-   am_.turnEnded();  // a step is one turn: one notification from outside
+   endTurn();  // a step is one turn: one notification from outside
+}
+
+void Host::endTurn() {
+   if (batchDepth_ == 0) {
+      am_.turnEnded();
+   }
+}
+
+void Host::batch(const std::function<void()>& steps) {
+   ++batchDepth_;
+   try {
+      steps();
+   } catch (...) {
+      --batchDepth_;
+      endTurn();
+      throw;
+   }
+   --batchDepth_;
+   endTurn();
 }
 
 void Host::apply(const VrfIdMapStep& s) {

@@ -3,6 +3,7 @@
 // runs. Scenario steps are applied to it one by one.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +36,10 @@ class Host {
    // Hands what the engine wrote, now, to `writer` (app/HostDump.cc).
    void dump(const std::string& label, DumpWriter& writer);
 
+   // Applies the steps `steps` applies as one turn: what they wrote becomes
+   // visible to readers together (e.g. every kernel message of one read).
+   void batch(const std::function<void()>& steps);
+
    // Real time: seconds until the next clock is due (nothing if none is
    // armed), and running the clocks that are due.
    std::optional<Vok::Seconds> secondsToNextClock();
@@ -62,6 +67,7 @@ class Host {
    void apply(const RunStep& s);
    void apply(const StaleStep& s);
    void tablesIs(std::shared_ptr<Plim::RowDatabase> tables);
+   void endTurn();
 
    class DumpWalk;
 
@@ -76,6 +82,7 @@ class Host {
    Vok::Ptr<Routing::ConnectedRoute::IvoState> ivo_;
    Vok::Ptr<Routing::ConnectedRoute::RootSm> root_;
    std::unique_ptr<TablePublisher> publisher_;  // with a table directory only
+   int batchDepth_ = 0;
 };
 
 }  // namespace App

@@ -175,7 +175,9 @@ void LiveLoop::serve(const std::string& netns) {
    epoll_event event{};
    event.events = EPOLLIN;
    event.data.ptr = &it->second;  // map nodes stay where they are
-   ::epoll_ctl(epoll_.fd, EPOLL_CTL_ADD, it->second.socket->fd(), &event);
+   for (int fd : {it->second.socket->eventFd(), it->second.socket->dumpFd()}) {
+      ::epoll_ctl(epoll_.fd, EPOLL_CTL_ADD, fd, &event);
+   }
    it->second.feed->dumpStarted();
    it->second.socket->dump();
    std::cerr << "connroute: serving VRF " << name << " (id " << id.value() << ")\n";
@@ -187,7 +189,9 @@ void LiveLoop::unserve(const std::string& netns) {
    if (it == served_.end()) {
       return;
    }
-   ::epoll_ctl(epoll_.fd, EPOLL_CTL_DEL, it->second.socket->fd(), nullptr);
+   for (int fd : {it->second.socket->eventFd(), it->second.socket->dumpFd()}) {
+      ::epoll_ctl(epoll_.fd, EPOLL_CTL_DEL, fd, nullptr);
+   }
    it->second.feed->withdrawAll();
    const L3::VrfName vrf = it->second.feed->vrf();
    served_.erase(it);
@@ -226,7 +230,9 @@ void LiveLoop::rescanNamespaces() {
 }
 
 void LiveLoop::pump(Served& served) {
-   served.socket->receive();
+   // Every message of one read is one turn: a flood commits once per bite,
+   // not once per address.
+   host_->batch([&] { served.socket->receive(); });
    if (served.feed->wantsDump() && !served.socket->dumping()) {
       std::cerr << "connroute: VRF " << served.feed->vrf().str()
                 << ": kernel messages were lost, reading the namespace again\n";

@@ -20,11 +20,12 @@ namespace {
 
 std::string errnoText(const std::string& what) { return what + ": " + std::strerror(errno); }
 
-// Opens the socket inside the namespace from a helper thread: a socket
+// Opens the sockets inside the namespace from a helper thread: a socket
 // belongs to the namespace it was created in, and only that thread leaves
 // the process's own namespace.
-mnl_socket* openIn(const std::string& netnsPath) {
-   mnl_socket* socket = nullptr;
+std::pair<mnl_socket*, mnl_socket*> openIn(const std::string& netnsPath) {
+   mnl_socket* events = nullptr;
+   mnl_socket* dumps = nullptr;
    std::string error;
    std::thread opener([&] {
       if (!netnsPath.empty()) {
@@ -40,47 +41,62 @@ mnl_socket* openIn(const std::string& netnsPath) {
             return;
          }
       }
-      socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
-      if (!socket) {
+      events = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      dumps = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      if (!events || !dumps) {
          error = errnoText("cannot open an rtnetlink socket");
       }
    });
    opener.join();
-   if (!socket) {
+   if (!events || !dumps) {
+      for (mnl_socket* socket : {events, dumps}) {
+         if (socket) {
+            mnl_socket_close(socket);
+         }
+      }
       throw NetlinkError(error);
    }
-   return socket;
+   return {events, dumps};
 }
 
 }  // namespace
 
 RtnlSocket::RtnlSocket(const std::string& netnsPath, RtnlListener& listener, int receiveBuffer)
-      : listener_(listener), socket_(openIn(netnsPath)), buffer_(MNL_SOCKET_BUFFER_SIZE * 16) {
-   const int fd = mnl_socket_get_fd(socket_);
+      : listener_(listener), buffer_(MNL_SOCKET_BUFFER_SIZE * 16) {
+   std::tie(events_, dumps_) = openIn(netnsPath);
+   const int fd = mnl_socket_get_fd(events_);
    // Forcing the size past the system's limit needs CAP_NET_ADMIN; without
    // it the largest allowed size is the next best.
    if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer) != 0) {
       ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
    }
    const unsigned groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
-   if (mnl_socket_bind(socket_, groups, MNL_SOCKET_AUTOPID) < 0) {
-      const std::string error = errnoText("cannot bind the rtnetlink socket");
-      mnl_socket_close(socket_);
+   if (mnl_socket_bind(events_, groups, MNL_SOCKET_AUTOPID) < 0 ||
+       mnl_socket_bind(dumps_, 0, MNL_SOCKET_AUTOPID) < 0) {
+      const std::string error = errnoText("cannot bind the rtnetlink sockets");
+      mnl_socket_close(events_);
+      mnl_socket_close(dumps_);
       throw NetlinkError(error);
    }
    const int netconf = RTNLGRP_IPV4_NETCONF;
-   mnl_socket_setsockopt(socket_, NETLINK_ADD_MEMBERSHIP, const_cast<int*>(&netconf), sizeof netconf);
+   mnl_socket_setsockopt(events_, NETLINK_ADD_MEMBERSHIP, const_cast<int*>(&netconf), sizeof netconf);
 }
 
-RtnlSocket::~RtnlSocket() { mnl_socket_close(socket_); }
+RtnlSocket::~RtnlSocket() {
+   mnl_socket_close(events_);
+   mnl_socket_close(dumps_);
+}
 
-int RtnlSocket::fd() const { return mnl_socket_get_fd(socket_); }
+int RtnlSocket::eventFd() const { return mnl_socket_get_fd(events_); }
+
+int RtnlSocket::dumpFd() const { return mnl_socket_get_fd(dumps_); }
 
 void RtnlSocket::dump() {
    parts_ = {{RTM_GETLINK, AF_UNSPEC}, {RTM_GETADDR, AF_INET}, {RTM_GETADDR, AF_INET6},
              {RTM_GETNETCONF, AF_INET}};
    next_ = 0;
    interrupted_ = false;
+   heldBack_.clear();  // all older than what this dump will read
    if (!waiting_) {
       requestNextPart();
    }
@@ -90,10 +106,19 @@ void RtnlSocket::requestNextPart() {
    if (next_ == parts_.size()) {
       waiting_ = false;
       if (interrupted_) {
-         dump();  // the kernel's tables changed during it: once more
+         // The kernel's tables changed during it, or events were lost while
+         // it ran: not a state to publish. The listener reads again.
+         interrupted_ = false;
+         heldBack_.clear();
+         listener_.onOverflow();
          return;
       }
       listener_.onDumpDone();
+      std::vector<Record> held;
+      held.swap(heldBack_);
+      for (const Record& record : held) {
+         deliver(record);
+      }
       return;
    }
    const auto [type, family] = parts_[next_++];
@@ -109,34 +134,60 @@ void RtnlSocket::requestNextPart() {
       auto* body = static_cast<rtgenmsg*>(mnl_nlmsg_put_extra_header(header, sizeof(rtgenmsg)));
       body->rtgen_family = static_cast<std::uint8_t>(family);
    }
-   if (mnl_socket_sendto(socket_, header, header->nlmsg_len) < 0) {
+   if (mnl_socket_sendto(dumps_, header, header->nlmsg_len) < 0) {
       throw NetlinkError(errnoText("cannot ask the kernel for a dump"));
    }
    waiting_ = true;
 }
 
-void RtnlSocket::receive() {
-   for (;;) {
-      const ssize_t n = mnl_socket_recvfrom(socket_, buffer_.data(), buffer_.size());
+bool RtnlSocket::receive(int maxReads) {
+   const bool moreDumped = read(dumps_, maxReads, true);
+   const bool moreEvents = read(events_, maxReads, false);
+   return moreDumped || moreEvents;
+}
+
+bool RtnlSocket::read(mnl_socket* socket, int maxReads, bool dump) {
+   for (int reads = 0; reads < maxReads; ++reads) {
+      const ssize_t n = mnl_socket_recvfrom(socket, buffer_.data(), buffer_.size());
       if (n < 0) {
          if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            return;
+            return false;
          }
          if (errno == EINTR) {
             continue;
          }
          if (errno == ENOBUFS) {
+            // Events were dropped: those held back no longer tell the whole
+            // story, and a dump running now ends unpublished.
+            heldBack_.clear();
+            interrupted_ = dumping();
             listener_.onOverflow();
             continue;
          }
-         throw NetlinkError(errnoText("cannot read the rtnetlink socket"));
+         throw NetlinkError(errnoText("cannot read an rtnetlink socket"));
       }
       int left = static_cast<int>(n);
       for (auto* message = reinterpret_cast<const nlmsghdr*>(buffer_.data());
            mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
-         dispatch(message);
+         dispatch(message, dump);
       }
    }
+   return true;
+}
+
+void RtnlSocket::deliver(const Record& record) {
+   std::visit(
+         [this](const auto& r) {
+            using T = std::decay_t<decltype(r)>;
+            if constexpr (std::is_same_v<T, LinkRecord>) {
+               listener_.onLink(r);
+            } else if constexpr (std::is_same_v<T, AddrRecord>) {
+               listener_.onAddr(r);
+            } else {
+               listener_.onNetconf(r);
+            }
+         },
+         record);
 }
 
 namespace {
@@ -156,16 +207,24 @@ int collect(const nlattr* attr, void* data) {
 
 }  // namespace
 
-void RtnlSocket::dispatch(const nlmsghdr* message) {
+void RtnlSocket::dispatch(const nlmsghdr* message, bool dump) {
    if (message->nlmsg_flags & NLM_F_DUMP_INTR) {
       interrupted_ = true;
    }
+   // Events wait while a dump runs; a dump's own records go straight on.
+   auto hand = [&](const Record& record) {
+      if (!dump && dumping()) {
+         heldBack_.push_back(record);
+      } else {
+         deliver(record);
+      }
+   };
    switch (message->nlmsg_type) {
       case NLMSG_DONE:
       case NLMSG_ERROR:
          // The end of a part (an error answers a part the kernel cannot
          // dump, e.g. netconf on an old kernel: nothing to read there).
-         if (waiting_ && message->nlmsg_seq == seq_) {
+         if (dump && waiting_ && message->nlmsg_seq == seq_) {
             requestNextPart();
          }
          return;
@@ -182,7 +241,7 @@ void RtnlSocket::dispatch(const nlmsghdr* message) {
          if (const nlattr* name = attributes.at[IFLA_IFNAME]) {
             link.name = mnl_attr_get_str(name);
          }
-         listener_.onLink(link);
+         hand(link);
          return;
       }
       case RTM_NEWADDR:
@@ -208,7 +267,7 @@ void RtnlSocket::dispatch(const nlmsghdr* message) {
             return;
          }
          std::memcpy(addr.addr.data(), mnl_attr_get_payload(value), size);
-         listener_.onAddr(addr);
+         hand(addr);
          return;
       }
       case RTM_NEWNETCONF: {
@@ -226,7 +285,7 @@ void RtnlSocket::dispatch(const nlmsghdr* message) {
          }
          const int ifindex = static_cast<int>(mnl_attr_get_u32(index));
          if (ifindex > 0) {  // not "all" or "default"
-            listener_.onNetconf(NetconfRecord{ifindex, mnl_attr_get_u32(bc) != 0});
+            hand(NetconfRecord{ifindex, mnl_attr_get_u32(bc) != 0});
          }
          return;
       }

@@ -7,10 +7,15 @@
 //   socket.dump();                 // links, IPv4, IPv6 addresses, netconf
 //   poll(socket.fd()) ... socket.receive();
 //
-// A receive buffer too small for a flood makes the kernel drop messages
-// (ENOBUFS): the listener hears onOverflow() and should dump again and
-// reconcile. A dump the kernel reports interrupted (the tables changed
-// under it) is repeated the same way.
+// Dumps and events travel on two sockets of the namespace: a flood of
+// events can then never stall a dump (the kernel continues a dump only when
+// its queue has room, and events would keep it full). Events that arrive
+// while a dump runs are held back and delivered after it, in their order:
+// each is newer than what the dump may have missed, so the state after them
+// is the kernel's. A receive buffer too small for a flood makes the kernel
+// drop events (ENOBUFS): the listener hears onOverflow() and should dump
+// again and reconcile. A dump the kernel reports interrupted (the tables
+// changed under it) is repeated.
 #pragma once
 
 #include <array>
@@ -18,6 +23,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <variant>
 #include <vector>
 
 struct mnl_socket;
@@ -78,20 +84,30 @@ class RtnlSocket {
    RtnlSocket(const RtnlSocket&) = delete;
    RtnlSocket& operator=(const RtnlSocket&) = delete;
 
-   int fd() const;
+   // Both descriptors to wait on.
+   int eventFd() const;
+   int dumpFd() const;
    // Asks for everything again: links, IPv4 and IPv6 addresses, IPv4
    // netconf, one after the other; onDumpDone() when the last is in.
    void dump();
    bool dumping() const noexcept { return next_ < parts_.size() || waiting_; }
-   // Reads and dispatches every message waiting on the socket.
-   void receive();
+   // Reads and dispatches the messages waiting on the socket, at most
+   // `maxReads` socket reads of them (a flood is taken in bounded bites, so
+   // that clocks still run between them); true if more may be waiting.
+   bool receive(int maxReads = 64);
 
  private:
+   using Record = std::variant<LinkRecord, AddrRecord, NetconfRecord>;
+
+   bool read(mnl_socket* socket, int maxReads, bool dump);
    void requestNextPart();
-   void dispatch(const nlmsghdr* message);
+   void dispatch(const nlmsghdr* message, bool dump);
+   void deliver(const Record& record);
 
    RtnlListener& listener_;
-   mnl_socket* socket_ = nullptr;
+   mnl_socket* events_ = nullptr;
+   mnl_socket* dumps_ = nullptr;
+   std::vector<Record> heldBack_;  // events that came during a dump
    std::vector<char> buffer_;
    std::vector<std::pair<int, int>> parts_;  // (message type, family) of the dump
    std::size_t next_ = 0;

@@ -1,0 +1,135 @@
+#!/usr/bin/env bash
+# connroute live beside a widely used routing daemon on the same kernel
+# addresses: one network namespace with N IPv4 addresses (each its own /24)
+# and N/5 IPv6 addresses on one veth link.
+#
+#   start-up sync: from the daemon's start to every route in place
+#   flood lag:     from the end of a flood of N address additions (ip -batch)
+#                  to every route in place
+#   lost:          routes missing at the end (an overflow the daemon did not
+#                  recover from)
+#   CPU, peak RSS: of the daemon, for the start-up sync
+#
+# bird2 (its direct protocol, one route per address) runs when installed
+# (apt-get install bird2); the benchmark never runs in CI.
+# Usage: bench/peers/peers.sh CONNROUTE [N...]   (as root; default N: 1000 10000 50000)
+set -euo pipefail
+connroute=$(realpath "$1")
+shift
+sizes=("${@:-1000 10000 50000}")
+[ $# -eq 0 ] && sizes=(1000 10000 50000)
+work=$(mktemp -d)
+ns=peers$$
+cleanup() {
+  pkill -f "bird -c $work" 2> /dev/null || true
+  umount "$work/netns/$ns" 2> /dev/null || true
+  ip netns del "$ns" 2> /dev/null || true
+  rm -rf "$work"
+}
+trap cleanup EXIT
+now() { date +%s.%N; }
+since() { echo "$(now) - $1" | bc -l | xargs printf '%.3f'; }
+
+batch() { # N: the addresses as `ip -batch` lines
+  for ((i = 0; i < $1; i++)); do
+    echo "addr add 10.$((16 + i / 256)).$((i % 256)).1/24 dev p0"
+  done
+  for ((i = 0; i < $1 / 5; i++)); do
+    printf 'addr add 2001:db8:%x:%x::1/64 dev p0 nodad\n' $((i / 65536)) $((i % 65536))
+  done
+}
+
+fresh_namespace() {
+  ip netns del "$ns" 2> /dev/null || true
+  ip netns add "$ns"
+  ip -n "$ns" link add p0 type veth peer name p1
+  ip -n "$ns" link set p0 up
+  ip -n "$ns" link set p1 up
+  mkdir -p "$work/netns"
+  umount "$work/netns/$ns" 2> /dev/null || true
+  touch "$work/netns/$ns"
+  mount --bind "/run/netns/$ns" "$work/netns/$ns"
+}
+
+# Routes connroute has for the namespace's VRF, from its table directory.
+connroute_routes() {
+  "$connroute" show --tables "$1" summary --json 2> /dev/null |
+    python3 -c "import json,sys; d=json.load(sys.stdin); print(sum(v['ipv4Routes']+v['ipv6Routes'] for v in d['vrfs'] if v['name']=='$ns'))" 2> /dev/null || echo 0
+}
+
+bird_routes() {
+  # one line per table (master4, master6): "N of N routes for N networks in table ..."
+  birdc -s "$work/bird.ctl" show route count 2> /dev/null | awk '/routes for/ {n += $1} END {print n + 0}'
+}
+
+start_bird() {
+  cat > "$work/bird.conf" << EOF
+router id 10.255.255.1;
+protocol device { scan time 10; }
+protocol direct { ipv4; ipv6; interface "p0"; }
+EOF
+  ip netns exec "$ns" bird -c "$work/bird.conf" -s "$work/bird.ctl" -P "$work/bird.pid" -f &
+}
+
+peak() { # PID: CPU seconds and peak RSS (MiB) so far
+  local ticks
+  ticks=$(awk '{print $14 + $15}' "/proc/$1/stat")
+  printf '%.2f s  %d MiB' "$(echo "$ticks / $(getconf CLK_TCK)" | bc -l)" \
+    $(($(awk '/VmHWM/ {print $2}' "/proc/$1/status") / 1024))
+}
+
+printf '| N | daemon | routes | start-up sync | CPU, peak RSS | flood lag | lost |\n|---|---|---|---|---|---|---|\n'
+for n in "${sizes[@]}"; do
+  batch "$n" > "$work/batch"
+  want4=$((n * 4)) want6=$((n / 5 * 2))
+
+  # connroute: start-up sync with the addresses in place.
+  fresh_namespace
+  ip -n "$ns" -batch "$work/batch"
+  rm -rf "$work/t"
+  t0=$(now)
+  "$connroute" live --tables "$work/t" --netns-dir "$work/netns" 2> "$work/live.err" &
+  pid=$!
+  until [ "$(connroute_routes "$work/t")" -ge $((want4 + want6)) ]; do sleep 0.01; done
+  sync=$(since "$t0")
+  usage=$(peak "$pid")
+  kill "$pid"; wait "$pid" || true
+  # connroute: flood lag.
+  fresh_namespace
+  rm -rf "$work/t"
+  "$connroute" live --tables "$work/t" --netns-dir "$work/netns" 2> "$work/live.err" &
+  pid=$!
+  until "$connroute" show --tables "$work/t" ready 2> /dev/null | grep -q "$ns .*yes"; do sleep 0.01; done
+  ip -n "$ns" -batch "$work/batch"
+  t0=$(now)
+  deadline=$((SECONDS + 120))
+  until [ "$(connroute_routes "$work/t")" -ge $((want4 + want6)) ] || [ $SECONDS -ge $deadline ]; do sleep 0.005; done
+  lag=$(since "$t0")
+  have=$(connroute_routes "$work/t")
+  kill "$pid"; wait "$pid" || true
+  printf '| %d | connroute | %d | %s s | %s | %s s | %d |\n' "$n" $((want4 + want6)) "$sync" "$usage" "$lag" \
+    $((want4 + want6 - have))
+
+  if command -v bird > /dev/null; then
+    fresh_namespace
+    ip -n "$ns" -batch "$work/batch"
+    want=$((n + n / 5))
+    t0=$(now)
+    start_bird
+    until [ "$(bird_routes)" -ge "$want" ] 2> /dev/null; do sleep 0.01; done
+    sync=$(since "$t0")
+    usage=$(peak "$(cat "$work/bird.pid")")
+    kill "$(cat "$work/bird.pid")"; sleep 0.2
+    fresh_namespace
+    start_bird
+    until birdc -s "$work/bird.ctl" show status > /dev/null 2>&1; do sleep 0.01; done
+    ip -n "$ns" -batch "$work/batch"
+    t0=$(now)
+    deadline=$((SECONDS + 120))
+    until [ "$(bird_routes)" -ge "$want" ] 2> /dev/null || [ $SECONDS -ge $deadline ]; do sleep 0.005; done
+    lag=$(since "$t0")
+    have=$(bird_routes)
+    kill "$(cat "$work/bird.pid")"; sleep 0.2
+    printf '| %d | bird2 (direct) | %d | %s s | %s | %s s | %d |\n' "$n" "$want" "$sync" "$usage" "$lag" $((want - have))
+  fi
+done
