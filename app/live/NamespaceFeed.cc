@@ -12,13 +12,6 @@ namespace App {
 
 namespace {
 
-template <class T>
-std::vector<T> minus(const std::set<T>& a, const std::set<T>& b) {
-   std::vector<T> out;
-   std::set_difference(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(out));
-   return out;
-}
-
 // A global address whose duplicate address detection is over: the kernel
 // installs its local route only then.
 bool usable6(const Linux::AddrRecord& addr) {
@@ -53,13 +46,37 @@ Ovel::IntfId NamespaceFeed::intfIdFor(const Link& link) const {
    }
 }
 
+void NamespaceFeed::Link::addV4(const V4Addr& a) {
+   delV4(a.addr);
+   // The kernel keeps primaries ahead of secondaries, each in the order they
+   // came; a promoted secondary joins the primaries' end.
+   auto& list = a.secondary ? kernelSecondaries : primaries;
+   v4Index[a.addr] = {a.secondary, list.insert(list.end(), a.addr)};
+   changed4.insert(a.addr);
+}
+
+void NamespaceFeed::Link::delV4(const Ovel::IpAddrWithMask& addr) {
+   if (auto it = v4Index.find(addr); it != v4Index.end()) {
+      (it->second.first ? kernelSecondaries : primaries).erase(it->second.second);
+      v4Index.erase(it);
+      changed4.insert(addr);
+   }
+}
+
+void NamespaceFeed::Link::clearAddresses() {
+   primaries.clear();
+   kernelSecondaries.clear();
+   v4Index.clear();
+   v6.clear();
+   allChanged = true;
+}
+
 void NamespaceFeed::dumpStarted() {
    dumping_ = true;
    wantsDump_ = false;
    for (auto& [ifindex, link] : links_) {
       link.seen = false;
-      link.v4.clear();
-      link.v6.clear();
+      link.clearAddresses();
    }
 }
 
@@ -90,8 +107,7 @@ void NamespaceFeed::onLink(const Linux::LinkRecord& record) {
          links_.erase(found);
       } else {
          found->second.seen = false;  // swept when the dump ends, unless it comes back
-         found->second.v4.clear();
-         found->second.v6.clear();
+         found->second.clearAddresses();
       }
       return;
    }
@@ -111,16 +127,10 @@ void NamespaceFeed::onAddr(const Linux::AddrRecord& record) {
       std::uint32_t be = 0;
       std::memcpy(&be, record.addr.data(), 4);
       const Ovel::IpAddrWithMask addr(Ovel::IpAddr(ntohl(be)), std::uint8_t(record.prefixLen));
-      auto same = [&](const V4Addr& a) { return a.addr == addr; };
-      std::erase_if(link.v4, same);
-      if (!record.removed) {
-         // The kernel keeps primaries ahead of secondaries, each in the order
-         // they came; a promoted secondary joins the primaries' end.
-         const bool secondary = record.flags & IFA_F_SECONDARY;
-         auto at = secondary ? link.v4.end()
-                             : std::find_if(link.v4.begin(), link.v4.end(),
-                                            [](const V4Addr& a) { return a.secondary; });
-         link.v4.insert(at, V4Addr{addr, secondary});
+      if (record.removed) {
+         link.delV4(addr);
+      } else {
+         link.addV4(V4Addr{addr, (record.flags & IFA_F_SECONDARY) != 0});
       }
    } else if (record.family == AF_INET6) {
       Ovel::Ip6Addr::Bytes bytes;
@@ -131,6 +141,7 @@ void NamespaceFeed::onAddr(const Linux::AddrRecord& record) {
       } else {
          link.v6.insert(addr);
       }
+      link.changed6.insert(addr);
    } else {
       return;
    }
@@ -173,6 +184,7 @@ void NamespaceFeed::withdraw(Link& link) {
    link.active = Ovel::IpAddrWithMask();
    link.secondaries.clear();
    link.published6.clear();
+   link.allChanged = true;  // everything is to publish again
 }
 
 void NamespaceFeed::sync(Link& link) {
@@ -195,58 +207,91 @@ void NamespaceFeed::sync(Link& link) {
       link.devicePresent = link.up;
    }
 
-   Ovel::IpAddrWithMask active;
-   std::set<Ovel::IpAddrWithMask> secondaries;
-   for (const V4Addr& a : link.v4) {
-      if (!a.secondary && active.addr().isZero()) {
-         active = a.addr;
-      } else {
-         secondaries.insert(a.addr);
-      }
-   }
-   if (link.v4.empty()) {
+   syncV4(link);
+   syncV6(link);
+   link.changed4.clear();
+   link.changed6.clear();
+   link.allChanged = false;
+}
+
+void NamespaceFeed::syncV4(Link& link) {
+   if (link.v4Index.empty()) {
       if (link.hasV4) {
          publish_(Ipv4Step{vrf_, link.intf, true, {}, {}, {}, {}});
          link.hasV4 = link.publishedBc = false;
          link.active = Ovel::IpAddrWithMask();
          link.secondaries.clear();
       }
-   } else {
-      Ipv4Step step{vrf_, link.intf, false, {}, {}, minus(link.secondaries, secondaries), {}};
-      for (const auto& addr : minus(secondaries, link.secondaries)) {
-         step.secondaries.emplace(addr, true);
-      }
-      if (active != link.active) {
-         step.active = active;
-      }
-      if (!link.hasV4 || link.bcForwarding != link.publishedBc) {
-         step.directedBroadcast = link.bcForwarding;
-      }
-      if (!link.hasV4 || step.active || step.directedBroadcast || !step.secondaries.empty() ||
-          !step.removeSecondaries.empty()) {
-         publish_(step);
-      }
-      link.hasV4 = true;
-      link.active = active;
-      link.secondaries = std::move(secondaries);
-      link.publishedBc = link.bcForwarding;
+      return;
    }
+   // The addresses whose role may differ from the published one: those that
+   // changed, and the active address before and after.
+   const Ovel::IpAddrWithMask active = link.desiredActive();
+   std::set<Ovel::IpAddrWithMask> candidates;
+   if (link.allChanged || !link.hasV4) {
+      candidates = link.secondaries;
+      for (const auto& [a, where] : link.v4Index) {
+         candidates.insert(a);
+      }
+   } else {
+      candidates = link.changed4;
+      candidates.insert(link.active);
+      candidates.insert(active);
+   }
+   Ipv4Step step{vrf_, link.intf, false, {}, {}, {}, {}};
+   for (const Ovel::IpAddrWithMask& a : candidates) {
+      const bool wanted = link.v4Index.contains(a) && a != active;
+      const bool published = link.secondaries.contains(a);
+      if (wanted && !published) {
+         step.secondaries.emplace(a, true);
+         link.secondaries.insert(a);
+      } else if (!wanted && published) {
+         step.removeSecondaries.push_back(a);
+         link.secondaries.erase(a);
+      }
+   }
+   if (active != link.active) {
+      step.active = active;
+   }
+   if (!link.hasV4 || link.bcForwarding != link.publishedBc) {
+      step.directedBroadcast = link.bcForwarding;
+   }
+   if (!link.hasV4 || step.active || step.directedBroadcast || !step.secondaries.empty() ||
+       !step.removeSecondaries.empty()) {
+      publish_(step);
+   }
+   link.hasV4 = true;
+   link.active = active;
+   link.publishedBc = link.bcForwarding;
+}
 
+void NamespaceFeed::syncV6(Link& link) {
    if (link.v6.empty()) {
       if (link.hasV6) {
          publish_(Ipv6Step{vrf_, link.intf, true, {}, {}, {}});
          link.hasV6 = false;
          link.published6.clear();
       }
-   } else {
-      Ipv6Step step{vrf_, link.intf, false, minus(link.v6, link.published6),
-                    minus(link.published6, link.v6), {}};
-      if (!link.hasV6 || !step.add.empty() || !step.removeAddrs.empty()) {
-         publish_(step);
-      }
-      link.hasV6 = true;
-      link.published6 = link.v6;
+      return;
    }
+   std::set<Ovel::Ip6AddrWithMask> candidates = link.changed6;
+   if (link.allChanged || !link.hasV6) {
+      candidates = link.published6;
+      candidates.insert(link.v6.begin(), link.v6.end());
+   }
+   Ipv6Step step{vrf_, link.intf, false, {}, {}, {}};
+   for (const Ovel::Ip6AddrWithMask& a : candidates) {
+      const bool wanted = link.v6.contains(a);
+      if (wanted && link.published6.insert(a).second) {
+         step.add.push_back(a);
+      } else if (!wanted && link.published6.erase(a)) {
+         step.removeAddrs.push_back(a);
+      }
+   }
+   if (!link.hasV6 || !step.add.empty() || !step.removeAddrs.empty()) {
+      publish_(step);
+   }
+   link.hasV6 = true;
 }
 
 }  // namespace App

@@ -19,6 +19,7 @@
 #pragma once
 
 #include <functional>
+#include <list>
 #include <map>
 #include <set>
 #include <string>
@@ -57,15 +58,23 @@ class NamespaceFeed final : public Linux::RtnlListener {
       bool secondary;
    };
    // What the kernel says about a link, and what was last published for it.
+   // Addresses that changed since the last publication are marked, so that
+   // publishing costs as much as the change, not as the link's addresses:
+   // a flood of thousands of addresses on one link stays linear.
    struct Link {
       int ifindex = 0;
       std::string name;
       bool up = false;
       bool loopback = false;
       bool seen = true;  // in the current dump
-      std::vector<V4Addr> v4;  // in the kernel's order
+      // IPv4 in the kernel's order: primaries, then secondaries.
+      std::list<Ovel::IpAddrWithMask> primaries, kernelSecondaries;
+      std::map<Ovel::IpAddrWithMask, std::pair<bool, std::list<Ovel::IpAddrWithMask>::iterator>> v4Index;
       std::set<Ovel::Ip6AddrWithMask> v6;
       bool bcForwarding = false;
+      std::set<Ovel::IpAddrWithMask> changed4;
+      std::set<Ovel::Ip6AddrWithMask> changed6;
+      bool allChanged = true;  // compare everything at the next publication
 
       Ovel::IntfId intf;  // published under this id, if not empty
       std::string device;
@@ -75,11 +84,20 @@ class NamespaceFeed final : public Linux::RtnlListener {
       std::set<Ovel::IpAddrWithMask> secondaries;
       std::set<Ovel::Ip6AddrWithMask> published6;
       bool publishedBc = false;
+
+      Ovel::IpAddrWithMask desiredActive() const {
+         return primaries.empty() ? Ovel::IpAddrWithMask() : primaries.front();
+      }
+      void addV4(const V4Addr& a);
+      void delV4(const Ovel::IpAddrWithMask& addr);
+      void clearAddresses();
    };
 
    Ovel::IntfId intfIdFor(const Link& link) const;
    Link& linkAt(int ifindex);
    void sync(Link& link);
+   void syncV4(Link& link);
+   void syncV6(Link& link);
    void withdraw(Link& link);
    bool publishing() const noexcept { return !dumping_; }
 

@@ -51,10 +51,10 @@ fresh_namespace() {
   mount --bind "/run/netns/$ns" "$work/netns/$ns"
 }
 
-# Routes connroute has for the namespace's VRF, from its table directory.
+# Routes connroute has for the namespace's VRF, from its table directory
+# (`show summary`: columns vrf, id, ipv4Routes, ipv6Routes, ...).
 connroute_routes() {
-  "$connroute" show --tables "$1" summary --json 2> /dev/null |
-    python3 -c "import json,sys; d=json.load(sys.stdin); print(sum(v['ipv4Routes']+v['ipv6Routes'] for v in d['vrfs'] if v['name']=='$ns'))" 2> /dev/null || echo 0
+  "$connroute" show --tables "$1" summary 2> /dev/null | awk -v ns="$ns" '$1 == ns {n = $3 + $4} END {print n + 0}'
 }
 
 bird_routes() {
