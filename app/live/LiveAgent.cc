@@ -115,10 +115,18 @@ LiveLoop::LiveLoop(const LiveOptions& options) : options_(options) {
    std::error_code error;
    fs::create_directories(options.netnsDir, error);
    inotify_.fd = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-   if (signals_.fd < 0 || epoll_.fd < 0 || inotify_.fd < 0 ||
-       ::inotify_add_watch(inotify_.fd, options.netnsDir.c_str(),
+   if (signals_.fd < 0 || epoll_.fd < 0 || inotify_.fd < 0) {
+      throw LiveError(std::string("cannot set up the event loop: ") + std::strerror(errno));
+   }
+   if (::inotify_add_watch(inotify_.fd, options.netnsDir.c_str(),
                            IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO) < 0) {
-      throw LiveError(options.netnsDir + ": cannot watch the namespaces: " + std::strerror(errno));
+      if (errno != ENOENT) {
+         throw LiveError(options.netnsDir + ": cannot watch the namespaces: " + std::strerror(errno));
+      }
+      // Without the right to make it (not root), there are no named
+      // namespaces to serve: the default one still is.
+      std::cerr << "connroute: " << options.netnsDir
+                << " does not exist: serving the default namespace only\n";
    }
    for (auto [fd, tag] : {std::pair{signals_.fd, kSignalsTag}, std::pair{inotify_.fd, kInotifyTag}}) {
       epoll_event event{};
