@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # connroute live beside a widely used routing daemon on the same kernel
 # addresses: one network namespace with N IPv4 addresses (each its own /24)
-# and N/5 IPv6 addresses on one veth link.
+# and N/5 IPv6 addresses, on veth links of at most 1,000 addresses each (the
+# kernel's time to add an address grows with the link's addresses).
 #
 #   start-up sync: from the daemon's start to every route in place
 #   flood lag:     from the end of a flood of N address additions (ip -batch)
@@ -30,21 +31,26 @@ trap cleanup EXIT
 now() { date +%s.%N; }
 since() { echo "$(now) - $1" | bc -l | xargs printf '%.3f'; }
 
+links() { echo $((($1 + 999) / 1000)); }
+
 batch() { # N: the addresses as `ip -batch` lines
   for ((i = 0; i < $1; i++)); do
-    echo "addr add 10.$((16 + i / 256)).$((i % 256)).1/24 dev p0"
+    echo "addr add 10.$((16 + i / 256)).$((i % 256)).1/24 dev p$((i / 1000))"
   done
   for ((i = 0; i < $1 / 5; i++)); do
-    printf 'addr add 2001:db8:%x:%x::1/64 dev p0 nodad\n' $((i / 65536)) $((i % 65536))
+    printf 'addr add 2001:db8:%x:%x::1/64 dev p%d nodad\n' $((i / 65536)) $((i % 65536)) $((i / 1000))
   done
 }
 
-fresh_namespace() {
+fresh_namespace() { # N
   ip netns del "$ns" 2> /dev/null || true
   ip netns add "$ns"
-  ip -n "$ns" link add p0 type veth peer name p1
-  ip -n "$ns" link set p0 up
-  ip -n "$ns" link set p1 up
+  for ((l = 0; l < $(links "$1"); l++)); do
+    echo "link add p$l type veth peer name q$l"
+    echo "link set p$l up"
+    echo "link set q$l up"
+  done > "$work/links"
+  ip -n "$ns" -batch "$work/links"
   mkdir -p "$work/netns"
   umount "$work/netns/$ns" 2> /dev/null || true
   touch "$work/netns/$ns"
@@ -66,7 +72,7 @@ start_bird() {
   cat > "$work/bird.conf" << EOF
 router id 10.255.255.1;
 protocol device { scan time 10; }
-protocol direct { ipv4; ipv6; interface "p0"; }
+protocol direct { ipv4; ipv6; interface "p*"; }
 EOF
   ip netns exec "$ns" bird -c "$work/bird.conf" -s "$work/bird.ctl" -P "$work/bird.pid" -f &
 }
@@ -84,7 +90,7 @@ for n in "${sizes[@]}"; do
   want4=$((n * 4)) want6=$((n / 5 * 2))
 
   # connroute: start-up sync with the addresses in place.
-  fresh_namespace
+  fresh_namespace "$n"
   ip -n "$ns" -batch "$work/batch"
   rm -rf "$work/t"
   t0=$(now)
@@ -95,7 +101,7 @@ for n in "${sizes[@]}"; do
   usage=$(peak "$pid")
   kill "$pid"; wait "$pid" || true
   # connroute: flood lag.
-  fresh_namespace
+  fresh_namespace "$n"
   rm -rf "$work/t"
   "$connroute" live --tables "$work/t" --netns-dir "$work/netns" 2> "$work/live.err" &
   pid=$!
@@ -111,7 +117,7 @@ for n in "${sizes[@]}"; do
     $((want4 + want6 - have))
 
   if command -v bird > /dev/null; then
-    fresh_namespace
+    fresh_namespace "$n"
     ip -n "$ns" -batch "$work/batch"
     want=$((n + n / 5))
     t0=$(now)
@@ -120,7 +126,7 @@ for n in "${sizes[@]}"; do
     sync=$(since "$t0")
     usage=$(peak "$(cat "$work/bird.pid")")
     kill "$(cat "$work/bird.pid")"; sleep 0.2
-    fresh_namespace
+    fresh_namespace "$n"
     start_bird
     until birdc -s "$work/bird.ctl" show status > /dev/null 2>&1; do sleep 0.01; done
     ip -n "$ns" -batch "$work/batch"
