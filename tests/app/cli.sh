@@ -68,6 +68,13 @@ expect 2 "no VRF 'blue'" -- "$connroute" show --tables "$work/t" routes --vrf bl
 expect 2 "--vrf is required" -- "$connroute" show --tables "$work/t" prefix 10.0.0.0/24
 expect 2 "'10.0.0.0' is not a prefix" -- "$connroute" show --tables "$work/t" prefix 10.0.0.0 --vrf red
 expect 2 "--af: 5 not in {4,6}" -- "$connroute" show --tables "$work/t" routes --af 5
+# The live agent's inputs, refused before it touches the host.
+printf 'red 7\nblue x\n' > "$work/bad.ids"
+printf 'default 3\n' > "$work/default.ids"
+expect 2 "cannot read the VRF identifiers" -- "$connroute" live --once --vrf-ids "$work/missing.ids"
+expect 2 "bad.ids:2: expected 'name id'" -- "$connroute" live --once --vrf-ids "$work/bad.ids"
+expect 2 "identifier 0 is the default VRF's" -- "$connroute" live --once --vrf-ids "$work/default.ids"
+expect 2 "--rcvbuf: Value 1 not in range" -- "$connroute" live --once --rcvbuf 1
 exec 9>>"$work/t/writer.lock"
 flock -x 9
 expect 2 "another connroute is writing these tables" -- "$connroute" run --tables "$work/t" "$work/ok.json"
