@@ -85,6 +85,7 @@ class LiveLoop {
    Fd epoll_, signals_, inotify_;
    std::map<std::string, Served> served_;  // by namespace name, "" the default one
    std::map<std::string, int> retries_;     // namespaces not yet enterable
+   std::set<std::string> unservable_;       // files that are no namespace
    std::set<std::string> announcedReady_;
    bool verified_ = false;
    bool stopping_ = false;
@@ -142,7 +143,7 @@ LiveLoop::LiveLoop(const LiveOptions& options) : options_(options) {
 }
 
 void LiveLoop::serve(const std::string& netns) {
-   if (served_.contains(netns)) {
+   if (served_.contains(netns) || unservable_.contains(netns)) {
       return;
    }
    const std::string name = netns.empty() ? "default" : netns;
@@ -165,9 +166,12 @@ void LiveLoop::serve(const std::string& netns) {
             options_.receiveBuffer);
    } catch (const Linux::NetlinkError& e) {
       // Just created by `ip netns add`: the file may not be the namespace's
-      // mount yet. Tried again shortly.
+      // mount yet. Tried again shortly, for a second; then it is no
+      // namespace (a file left behind), until the directory changes again.
       if (++retries_[netns] == 50) {
          std::cerr << "connroute: namespace '" << netns << "' is not served: " << e.what() << '\n';
+         retries_.erase(netns);
+         unservable_.insert(netns);
       }
       return;
    }
@@ -323,6 +327,7 @@ int LiveLoop::run() {
             while (::read(inotify_.fd, buffer, sizeof buffer) > 0) {
             }
             rescan = true;  // after the sockets: it may take a namespace away
+            unservable_.clear();
          }
       }
       if (rescan || !retries_.empty()) {

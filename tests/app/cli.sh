@@ -75,6 +75,9 @@ expect 2 "cannot read the VRF identifiers" -- "$connroute" live --once --vrf-ids
 expect 2 "bad.ids:2: expected 'name id'" -- "$connroute" live --once --vrf-ids "$work/bad.ids"
 expect 2 "identifier 0 is the default VRF's" -- "$connroute" live --once --vrf-ids "$work/default.ids"
 expect 2 "--rcvbuf: Value 1 not in range" -- "$connroute" live --once --rcvbuf 1
+# A file of the netns directory that is no namespace is given up, not waited for.
+mkdir -p "$work/netns" && touch "$work/netns/stale"
+expect 0 "namespace 'stale' is not served" -- "$connroute" live --once --netns-dir "$work/netns"
 exec 9>>"$work/t/writer.lock"
 flock -x 9
 expect 2 "another connroute is writing these tables" -- "$connroute" run --tables "$work/t" "$work/ok.json"
