@@ -314,19 +314,26 @@ void show(const ShowRequest& request, std::ostream& out) {
    } catch (const Belm::CorruptionDetectedException& e) {
       throw ShowError(request.dir + ": " + e.what());
    }
-   switch (request.what) {
-      case ShowRequest::What::routes:
-         return showRoutes(*reader, request, out);
-      case ShowRequest::What::vias:
-         return showVias(*reader, request, out);
-      case ShowRequest::What::viaSets:
-         return showViaSets(*reader, request, out);
-      case ShowRequest::What::ready:
-         return showReady(*reader, request, out);
-      case ShowRequest::What::prefix:
-         return showPrefix(*reader, request, out);
-      case ShowRequest::What::summary:
-         return showSummary(*reader, request, out);
+   try {
+      switch (request.what) {
+         case ShowRequest::What::routes:
+            return showRoutes(*reader, request, out);
+         case ShowRequest::What::vias:
+            return showVias(*reader, request, out);
+         case ShowRequest::What::viaSets:
+            return showViaSets(*reader, request, out);
+         case ShowRequest::What::ready:
+            return showReady(*reader, request, out);
+         case ShowRequest::What::prefix:
+            return showPrefix(*reader, request, out);
+         case ShowRequest::What::summary:
+            return showSummary(*reader, request, out);
+      }
+   } catch (const ShowError&) {
+      throw;
+   } catch (const std::exception& e) {
+      // Corruption, or a published row this connroute cannot read.
+      throw ShowError(request.dir + ": " + e.what());
    }
 }
 

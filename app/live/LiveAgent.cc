@@ -3,6 +3,7 @@
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -57,11 +58,19 @@ struct Fd {
 constexpr std::uint64_t kSignalsTag = 1;
 constexpr std::uint64_t kInotifyTag = 2;
 
-// A namespace served as a VRF: its feed and the socket that feeds it.
+// A namespace served as a VRF: its feed, the socket that feeds it, and the
+// namespace file's identity (a namespace deleted and made again under the
+// same name between two looks is another namespace).
 struct Served {
    std::unique_ptr<NamespaceFeed> feed;
    std::unique_ptr<Linux::RtnlSocket> socket;
+   std::pair<dev_t, ino_t> identity{};
 };
+
+std::pair<dev_t, ino_t> identityOf(const fs::path& file) {
+   struct stat st {};
+   return ::stat(file.c_str(), &st) == 0 ? std::pair{st.st_dev, st.st_ino} : std::pair<dev_t, ino_t>{};
+}
 
 class LiveLoop {
  public:
@@ -176,6 +185,9 @@ void LiveLoop::serve(const std::string& netns) {
       return;
    }
    retries_.erase(netns);
+   if (!netns.empty()) {
+      served.identity = identityOf(fs::path(options_.netnsDir) / netns);
+   }
    publish(VrfIdMapStep{VrfIdMapStep::Op::set, {{*vrf, id}}, {}});
    if (!netns.empty()) {
       publish(VrfLocalStep{*vrf, false, Ip::VrfState::active, Ovel::NamespaceName(netns)});
@@ -224,18 +236,20 @@ void LiveLoop::rescanNamespaces() {
    }
    std::vector<std::string> gone;
    for (const auto& [netns, served] : served_) {
-      if (!netns.empty() && !present.contains(netns)) {
-         gone.push_back(netns);
+      if (!netns.empty() && (!present.contains(netns) ||
+                             identityOf(fs::path(options_.netnsDir) / netns) != served.identity)) {
+         gone.push_back(netns);  // and served again below if made anew
       }
    }
    for (const auto& [netns, tries] : retries_) {
-      if (!present.contains(netns)) {
+      if (!netns.empty() && !present.contains(netns)) {
          gone.push_back(netns);
       }
    }
    for (const std::string& netns : gone) {
       unserve(netns);
    }
+   serve("");  // if its socket could not be opened before
    for (const std::string& netns : present) {
       serve(netns);
    }
@@ -302,7 +316,7 @@ int LiveLoop::run() {
       }
       int timeout = -1;
       if (auto next = host_->secondsToNextClock()) {
-         timeout = static_cast<int>(std::ceil(*next * 1e3));
+         timeout = static_cast<int>(std::ceil(std::min(*next, 3600.0) * 1e3));
       }
       if (!retries_.empty() && (timeout < 0 || timeout > 20)) {
          timeout = 20;

@@ -47,17 +47,34 @@ Ovel::IntfId NamespaceFeed::intfIdFor(const Link& link) const {
 }
 
 void NamespaceFeed::Link::addV4(const V4Addr& a) {
-   delV4(a.addr);
-   // The kernel keeps primaries ahead of secondaries, each in the order they
-   // came; a promoted secondary joins the primaries' end.
-   auto& list = a.secondary ? kernelSecondaries : primaries;
-   v4Index[a.addr] = {a.secondary, list.insert(list.end(), a.addr)};
+   if (auto it = v4Index.find(a.addr); it != v4Index.end()) {
+      if (it->second.secondary == a.secondary) {
+         return;  // announced again (lifetimes, flags): the kernel did not move it
+      }
+      delV4(a.addr);
+   }
+   // The kernel's order: primaries by scope (global first), each scope in
+   // the order they came, then secondaries; a promoted secondary is placed
+   // as a new primary.
+   std::list<Ovel::IpAddrWithMask>::iterator at;
+   if (a.secondary) {
+      at = kernelSecondaries.insert(kernelSecondaries.end(), a.addr);
+   } else {
+      auto before = primaries.end();
+      if (!primaries.empty() && v4Index.at(primaries.back()).scope > a.scope) {
+         before = std::find_if(primaries.begin(), primaries.end(), [&](const auto& p) {
+            return v4Index.at(p).scope > a.scope;
+         });
+      }
+      at = primaries.insert(before, a.addr);
+   }
+   v4Index[a.addr] = V4Place{a.secondary, a.scope, at};
    changed4.insert(a.addr);
 }
 
 void NamespaceFeed::Link::delV4(const Ovel::IpAddrWithMask& addr) {
    if (auto it = v4Index.find(addr); it != v4Index.end()) {
-      (it->second.first ? kernelSecondaries : primaries).erase(it->second.second);
+      (it->second.secondary ? kernelSecondaries : primaries).erase(it->second.at);
       v4Index.erase(it);
       changed4.insert(addr);
    }
@@ -130,7 +147,7 @@ void NamespaceFeed::onAddr(const Linux::AddrRecord& record) {
       if (record.removed) {
          link.delV4(addr);
       } else {
-         link.addV4(V4Addr{addr, (record.flags & IFA_F_SECONDARY) != 0});
+         link.addV4(V4Addr{addr, (record.flags & IFA_F_SECONDARY) != 0, record.scope});
       }
    } else if (record.family == AF_INET6) {
       Ovel::Ip6Addr::Bytes bytes;

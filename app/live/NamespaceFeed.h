@@ -56,6 +56,12 @@ class NamespaceFeed final : public Linux::RtnlListener {
    struct V4Addr {
       Ovel::IpAddrWithMask addr;
       bool secondary;
+      int scope = 0;
+   };
+   struct V4Place {
+      bool secondary;
+      int scope;
+      std::list<Ovel::IpAddrWithMask>::iterator at;
    };
    // What the kernel says about a link, and what was last published for it.
    // Addresses that changed since the last publication are marked, so that
@@ -69,7 +75,7 @@ class NamespaceFeed final : public Linux::RtnlListener {
       bool seen = true;  // in the current dump
       // IPv4 in the kernel's order: primaries, then secondaries.
       std::list<Ovel::IpAddrWithMask> primaries, kernelSecondaries;
-      std::map<Ovel::IpAddrWithMask, std::pair<bool, std::list<Ovel::IpAddrWithMask>::iterator>> v4Index;
+      std::map<Ovel::IpAddrWithMask, V4Place> v4Index;
       std::set<Ovel::Ip6AddrWithMask> v6;
       bool bcForwarding = false;
       std::set<Ovel::IpAddrWithMask> changed4;

@@ -79,7 +79,13 @@ RtnlSocket::RtnlSocket(const std::string& netnsPath, RtnlListener& listener, int
       throw NetlinkError(error);
    }
    const int netconf = RTNLGRP_IPV4_NETCONF;
-   mnl_socket_setsockopt(events_, NETLINK_ADD_MEMBERSHIP, const_cast<int*>(&netconf), sizeof netconf);
+   if (mnl_socket_setsockopt(events_, NETLINK_ADD_MEMBERSHIP, const_cast<int*>(&netconf),
+                             sizeof netconf) < 0) {
+      const std::string error = errnoText("cannot listen to IPv4 device settings");
+      mnl_socket_close(events_);
+      mnl_socket_close(dumps_);
+      throw NetlinkError(error);
+   }
 }
 
 RtnlSocket::~RtnlSocket() {
@@ -231,6 +237,9 @@ void RtnlSocket::dispatch(const nlmsghdr* message, bool dump) {
       case RTM_NEWLINK:
       case RTM_DELLINK: {
          const auto* body = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
+         if (body->ifi_family != AF_UNSPEC) {
+            return;  // a bridge's view of a port (AF_BRIDGE), not the link coming or going
+         }
          Attributes attributes;
          mnl_attr_parse(message, sizeof(*body), collect, &attributes);
          LinkRecord link;

@@ -38,7 +38,8 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    // The rows of the table at `path` in the database of `kind`. A writer
    // starts with what the directory holds for it: an earlier run's rows.
    DatabaseStore(std::shared_ptr<RowDatabase> db, std::string_view kind, const std::string& path)
-         : db_(std::move(db)), rows_(db_->rowsOf(kind)), number_(db_->tableNumber(path)) {
+         : db_(std::move(db)), kind_(kind), path_(path), rows_(db_->rowsOf(kind)),
+           number_(db_->tableNumber(path)) {
       if (db_->writable()) {
          scan([this](const K& key, const V& value) { cache_.rowIs(key, value); });
          db_->pendingWritesIs(this);
@@ -59,11 +60,12 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    DatabaseStore(const DatabaseStore&) = delete;
    DatabaseStore& operator=(const DatabaseStore&) = delete;
 
+   // A read-only store's row is a copy, valid until the next call.
    const V* row(const K& key) const override {
       if (db_->writable()) {
          return cache_.row(key);
       }
-      if (!number_ || !rows_) {
+      if (!located()) {
          return nullptr;
       }
       KeyBytes bytes = keyBytes(key);
@@ -188,9 +190,21 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       return value;
    }
 
+   // Whether the table has rows in the directory; a reader looks again, as
+   // the writer may have created the table after the store was made.
+   bool located() const {
+      if (!rows_) {
+         rows_ = db_->rowsOf(kind_);
+      }
+      if (!number_) {
+         number_ = db_->tableNumber(path_);
+      }
+      return rows_ && number_;
+   }
+
    template <class Visit>
    void scan(const Visit& visit) const {
-      if (!number_ || !rows_) {
+      if (!located()) {
          return;
       }
       MDB_cursor* cursor = nullptr;
@@ -218,8 +232,9 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    }
 
    std::shared_ptr<RowDatabase> db_;
-   std::optional<MDB_dbi> rows_;
-   std::optional<std::uint32_t> number_;
+   std::string kind_, path_;
+   mutable std::optional<MDB_dbi> rows_;
+   mutable std::optional<std::uint32_t> number_;
    MemoryStore<K, V> cache_;
    std::vector<K> dirty_;  // keys changed since the last commit, in any order
    mutable V last_{};

@@ -168,7 +168,34 @@ void RowDatabase::verifyLayout(const std::string& layout) {
    finish();
    if (!writable()) {
       check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn_), "begin reading");
+      loadTables(txn_);  // those created since the layout was read, in this snapshot
    }
+}
+
+void RowDatabase::openNewDatabases() {
+   MDB_txn* txn = nullptr;
+   check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn), "list the databases");
+   MDB_dbi main = 0;
+   MDB_cursor* cursor = nullptr;
+   std::vector<std::string> names;
+   if (mdb_dbi_open(txn, nullptr, 0, &main) == MDB_SUCCESS &&
+       mdb_cursor_open(txn, main, &cursor) == MDB_SUCCESS) {
+      MDB_val key, value;
+      for (int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST); rc == MDB_SUCCESS;
+           rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
+         if (!databases_.contains(textOf(key))) {
+            names.emplace_back(textOf(key));
+         }
+      }
+      mdb_cursor_close(cursor);
+   }
+   for (const std::string& name : names) {
+      MDB_dbi dbi = 0;
+      if (mdb_dbi_open(txn, name.c_str(), 0, &dbi) == MDB_SUCCESS) {
+         databases_.emplace(name, dbi);
+      }
+   }
+   check(mdb_txn_commit(txn), "keep the databases open");  // handles stay after a commit
 }
 
 void RowDatabase::loadTables(MDB_txn* txn) {
@@ -231,6 +258,9 @@ std::map<std::string, std::uint32_t> RowDatabase::tables() {
 }
 
 MDB_txn* RowDatabase::txn() {
+   if (failed_) {
+      throw DatabaseError(dir_ + ": no longer written: an earlier write to it failed");
+   }
    if (!txn_) {
       check(mdb_txn_begin(env_, nullptr, 0, &txn_), "begin a write transaction");
    }
@@ -241,6 +271,9 @@ void RowDatabase::commit() {
    if (!writable()) {
       return;
    }
+   if (failed_) {
+      return;
+   }
    for (PendingWrites* store : pending_) {
       store->flush();
    }
@@ -249,7 +282,10 @@ void RowDatabase::commit() {
    }
    MDB_txn* txn = txn_;
    txn_ = nullptr;
-   check(mdb_txn_commit(txn), "commit a turn's writes");
+   if (int rc = mdb_txn_commit(txn); rc != MDB_SUCCESS) {
+      failed_ = true;  // the transaction is gone; handles it opened went with it
+      fail(rc, "commit a turn's writes");
+   }
 }
 
 void RowDatabase::refresh() {
@@ -257,12 +293,21 @@ void RowDatabase::refresh() {
       return;
    }
    mdb_txn_reset(txn_);
+   openNewDatabases();  // the writer may have added kinds of rows since
    check(mdb_txn_renew(txn_), "renew the reader's snapshot");
-   loadTables(txn_);  // the writer may have added tables since
+   loadTables(txn_);  // and tables
 }
 
-void RowDatabase::fail(int rc, std::string_view what) const {
+void RowDatabase::fail(int rc, std::string_view what) {
    const std::string detail = dir_ + ": cannot " + std::string(what) + ": " + mdb_strerror(rc);
+   if (writable() && txn_) {
+      // LMDB leaves a transaction that failed unusable: what this turn wrote
+      // is dropped, and the in-memory tables are ahead of the directory from
+      // now on, so the directory is written no more.
+      mdb_txn_abort(txn_);
+      txn_ = nullptr;
+      failed_ = true;
+   }
    if (rc == MDB_CORRUPTED || rc == MDB_PAGE_NOTFOUND || rc == MDB_INVALID) {
       VOK_TRACE(trace, 0, dir_, detail);
       throw Belm::CorruptionDetectedException("Plim table corruption detected");

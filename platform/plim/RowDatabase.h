@@ -79,9 +79,11 @@ class RowDatabase {
    void refresh();
 
    // Raises the error LMDB reported for `what`: corruption as
-   // Belm::CorruptionDetectedException, anything else as DatabaseError.
-   [[noreturn]] void fail(int rc, std::string_view what) const;
-   void check(int rc, std::string_view what) const {
+   // Belm::CorruptionDetectedException, anything else as DatabaseError. A
+   // writer's failed transaction is abandoned, and the directory is written
+   // no more (txn() raises DatabaseError).
+   [[noreturn]] void fail(int rc, std::string_view what);
+   void check(int rc, std::string_view what) {
       if (rc != MDB_SUCCESS) {
          fail(rc, what);
       }
@@ -92,6 +94,7 @@ class RowDatabase {
    void lockForWriting();
    void verifyLayout(const std::string& layout);
    void loadTables(MDB_txn* txn);
+   void openNewDatabases();
    std::optional<MDB_dbi> openDatabase(const std::string& name);
 
    std::string dir_;
@@ -99,6 +102,7 @@ class RowDatabase {
    int writerLock_ = -1;  // held by the one writer of the directory
    MDB_env* env_ = nullptr;
    MDB_txn* txn_ = nullptr;  // this turn's writes, or the reader's snapshot
+   bool failed_ = false;
    std::map<std::string, MDB_dbi, std::less<>> databases_;
    std::map<std::string, std::uint32_t, std::less<>> tableNumbers_;
    std::vector<PendingWrites*> pending_;

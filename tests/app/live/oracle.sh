@@ -114,6 +114,20 @@ if grep -q "$C" <("$connroute" show --tables "$work/tables" summary); then
   failures=$((failures + 1))
 fi
 
+# A namespace made again under the name of the deleted one, then deleted
+# and made anew at once: each time another namespace, another VRF content.
+remake() { # ADDRESS
+  ip netns del "$C" 2> /dev/null
+  ip netns add "$C"
+  n "$C" link add c0 type veth peer name c1
+  n "$C" link set c0 up
+  n "$C" addr add "$1" dev c0
+}
+remake 10.98.0.1/24
+settled "$C"
+remake 10.97.0.1/24
+settled "$C"
+
 # A flood of 10,000 address changes, as fast as `ip` makes them: 7,500
 # addresses added, then 2,500 of them removed again.
 for i in $(seq 0 7499); do echo "addr add 10.200.$((i / 250)).$((i % 250 + 1))/32 dev b9"; done > "$work/add.batch"
