@@ -1,5 +1,6 @@
 #include "app/Show.h"
 
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -59,9 +60,9 @@ std::vector<int> families(const ShowRequest& request) {
 }
 
 template <class Item, class Convert>
-Section<std::invoke_result_t<Convert, const Item&>> sectionOf(const std::vector<Item>& items,
-                                                               Convert convert) {
-   using Row = std::invoke_result_t<Convert, const Item&>;
+Section<std::decay_t<std::invoke_result_t<Convert, const Item&>>> sectionOf(
+      const std::vector<Item>& items, Convert convert) {
+   using Row = std::decay_t<std::invoke_result_t<Convert, const Item&>>;
    return Section<Row>{items.size(), [&items, convert](const std::function<void(const Row&)>& visit) {
                           for (const Item& item : items) {
                              visit(convert(item));
@@ -83,30 +84,38 @@ void jsonArray(std::ostream& out, const std::string& indent, const std::vector<I
    out << (first ? "]" : "\n" + indent + "]");
 }
 
-void showRoutes(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
+// Per VRF, one section of rows per address family: what `routes` and
+// `vias` share. `rowsOf(id)` gives the VRF's rows of a family as printed.
+template <class RowsOf, class ToCells, class ToJson>
+void showPerFamily(const TableReader& reader, const ShowRequest& request, std::ostream& out,
+                   const std::string& noun, const std::vector<std::string_view>& headers,
+                   RowsOf rowsOf, ToCells toCells, ToJson toJson) {
    bool firstVrf = true;
    if (request.json) {
       out << "{\n  \"vrfs\": [";
    }
    for (const auto& [id, vrf] : selected(reader, request)) {
-      const auto owners = reader.owners(id);
-      auto row = [&owners](const Rib::Route& r) { return routeRow(r, std::string(owners.of(r.prefix))); };
       if (request.json) {
          out << (firstVrf ? "\n" : ",\n") << "    {\"vrf\": " << jsonText(vrfJson(vrf));
       } else {
          out << vrfTitle(vrf) << '\n';
       }
       firstVrf = false;
+      const auto familyRows = rowsOf(id);
       for (int family : families(request)) {
-         const auto routes = reader.routes(id, family);
+         const auto rows = familyRows(family);
+         using Row = typename decltype(rows)::value_type;
          if (request.json) {
-            out << ",\n     \"ipv" << family << "Routes\": ";
-            jsonArray(out, "     ", routes, [&](const Rib::Route& r) { return routeJsonText(row(r)); });
+            out << ",\n     \"ipv" << family << noun << "\": ";
+            jsonArray(out, "     ", rows, toJson);
             continue;
          }
-         out << "  IPv" << family << " routes: " << routes.size() << '\n';
-         if (!routes.empty()) {
-            renderTable(out, kRouteHeaders, sectionOf(routes, row), routeCells);
+         std::string title = noun;
+         title[0] = char(std::tolower(title[0]));
+         out << "  IPv" << family << ' ' << title << ": " << rows.size() << '\n';
+         if (!rows.empty()) {
+            renderTable(out, headers, sectionOf(rows, [](const Row& r) -> const Row& { return r; }),
+                        toCells);
          }
       }
       if (request.json) {
@@ -118,38 +127,31 @@ void showRoutes(const TableReader& reader, const ShowRequest& request, std::ostr
    }
 }
 
+void showRoutes(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
+   auto rowsOf = [&reader](std::uint32_t id) {
+      return [&reader, id, owners = reader.owners(id)](int family) {
+         std::vector<RouteRow> rows;
+         for (const Rib::Route& r : reader.routes(id, family)) {
+            rows.push_back(routeRow(r, std::string(owners.of(r.prefix))));
+         }
+         return rows;
+      };
+   };
+   showPerFamily(reader, request, out, "Routes", kRouteHeaders, rowsOf, routeCells, routeJsonText);
+}
+
 void showVias(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
-   bool firstVrf = true;
-   if (request.json) {
-      out << "{\n  \"vrfs\": [";
-   }
-   for (const auto& [id, vrf] : selected(reader, request)) {
-      if (request.json) {
-         out << (firstVrf ? "\n" : ",\n") << "    {\"vrf\": " << jsonText(vrfJson(vrf));
-      } else {
-         out << vrfTitle(vrf) << '\n';
-      }
-      firstVrf = false;
-      for (int family : families(request)) {
-         const auto vias = reader.vias(id, family);
-         if (request.json) {
-            out << ",\n     \"ipv" << family << "Vias\": ";
-            jsonArray(out, "     ", vias, [](const Rib::Via& v) { return viaJson(viaRow(v)); });
-            continue;
+   auto rowsOf = [&reader](std::uint32_t id) {
+      return [&reader, id](int family) {
+         std::vector<ViaRow> rows;
+         for (const Rib::Via& v : reader.vias(id, family)) {
+            rows.push_back(viaRow(v));
          }
-         out << "  IPv" << family << " vias: " << vias.size() << '\n';
-         if (!vias.empty()) {
-            renderTable(out, kViaHeaders, sectionOf(vias, [](const Rib::Via& v) { return viaRow(v); }),
-                        viaCells);
-         }
-      }
-      if (request.json) {
-         out << "}";
-      }
-   }
-   if (request.json) {
-      out << (firstVrf ? "]\n}\n" : "\n  ]\n}\n");
-   }
+         return rows;
+      };
+   };
+   showPerFamily(reader, request, out, "Vias", kViaHeaders, rowsOf, viaCells,
+                 [](const ViaRow& v) { return viaJson(v); });
 }
 
 void showViaSets(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
