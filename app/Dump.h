@@ -83,6 +83,21 @@ class DumpWriter {
    virtual void scenarioEnd() = 0;
 };
 
+// Writes nothing: for plays whose output nobody reads (`check`, the live
+// agent's own steps).
+class NullDumpWriter final : public DumpWriter {
+ public:
+   void scenarioBegin(const std::string&, const std::string&) override {}
+   void dumpBegin(const DumpHeader&) override {}
+   void vrf(const VrfHeader&, const Section<RouteRow>&, const Section<RouteRow>&,
+            const Section<ViaRow>&, const Section<ViaRow>&) override {}
+   void queryRows(const Section<QueryRow>&) override {}
+   void viaSets(const Section<ViaSetRow>&) override {}
+   void protoVrfStatus(const Section<ProtoRow>&) override {}
+   void dumpEnd() override {}
+   void scenarioEnd() override {}
+};
+
 // Aligned text tables, one block per dump, after a "# description" line.
 std::unique_ptr<DumpWriter> textDumpWriter(std::ostream& out);
 // One JSON document: {"scenario": name, "description": text, "dumps": [ ... ]}.

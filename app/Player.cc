@@ -85,20 +85,6 @@ void copyFile(int from, int to) {
    }
 }
 
-// Writes nothing: a check plays the steps only.
-class NoWriter final : public DumpWriter {
- public:
-   void scenarioBegin(const std::string&, const std::string&) override {}
-   void dumpBegin(const DumpHeader&) override {}
-   void vrf(const VrfHeader&, const Section<RouteRow>&, const Section<RouteRow>&,
-            const Section<ViaRow>&, const Section<ViaRow>&) override {}
-   void queryRows(const Section<QueryRow>&) override {}
-   void viaSets(const Section<ViaSetRow>&) override {}
-   void protoVrfStatus(const Section<ProtoRow>&) override {}
-   void dumpEnd() override {}
-   void scenarioEnd() override {}
-};
-
 [[noreturn]] void runChild(const Scenario& scenario, OutputFormat format, int outputFd,
                            int errorFd, Progress& progress, pid_t parent,
                            const std::string& tablesDir) {
@@ -124,7 +110,7 @@ class NoWriter final : public DumpWriter {
       // survive one. The parent checked the directory already.
       const auto tables = tablesDir.empty() ? nullptr : openTables(tablesDir);
       if (format == OutputFormat::none) {
-         NoWriter writer;
+         NullDumpWriter writer;
          Host host(scenario.stepPerReading, tables);
          for (const Step& step : scenario.steps) {
             progress.step = step.number;

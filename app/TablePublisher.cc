@@ -46,26 +46,6 @@ void del(Plim::RowDatabase& db, MDB_dbi dbi, std::string_view key) {
    }
 }
 
-// Removes every row whose key starts with `prefix`.
-void delRange(Plim::RowDatabase& db, MDB_dbi dbi, std::string_view prefix) {
-   MDB_cursor* cursor = nullptr;
-   db.check(mdb_cursor_open(db.txn(), dbi, &cursor), "open a cursor");
-   MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
-   int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
-   while (rc == MDB_SUCCESS && k.mv_size >= prefix.size() &&
-          std::memcmp(k.mv_data, prefix.data(), prefix.size()) == 0) {
-      if (rc = mdb_cursor_del(cursor, 0); rc != MDB_SUCCESS) {
-         break;
-      }
-      k = MDB_val{prefix.size(), const_cast<char*>(prefix.data())};
-      rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
-   }
-   mdb_cursor_close(cursor);
-   if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
-      db.fail(rc, "withdraw published rows");
-   }
-}
-
 std::string flag(const std::optional<bool>& value) { return value ? (*value ? "yes" : "no") : "-"; }
 
 }  // namespace
@@ -133,7 +113,7 @@ void TablePublisher::watch(const ContainerSm& container, Published& published) {
 }
 
 void TablePublisher::forget(std::uint32_t vrfId) {
-   delRange(*db_, rowsOf(*db_, kCandidatesKind), vrfKey(vrfId));
+   db_->delRange(rowsOf(*db_, kCandidatesKind), vrfKey(vrfId));
    del(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId));
 }
 

@@ -27,19 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class NoWriter final : public DumpWriter {
- public:
-   void scenarioBegin(const std::string&, const std::string&) override {}
-   void dumpBegin(const DumpHeader&) override {}
-   void vrf(const VrfHeader&, const Section<RouteRow>&, const Section<RouteRow>&,
-            const Section<ViaRow>&, const Section<ViaRow>&) override {}
-   void queryRows(const Section<QueryRow>&) override {}
-   void viaSets(const Section<ViaSetRow>&) override {}
-   void protoVrfStatus(const Section<ProtoRow>&) override {}
-   void dumpEnd() override {}
-   void scenarioEnd() override {}
-};
-
 // Closes a descriptor when it goes.
 struct Fd {
    explicit Fd(int fd = -1) : fd(fd) {}
@@ -90,7 +77,7 @@ class LiveLoop {
    std::shared_ptr<Plim::RowDatabase> tables_;
    std::unique_ptr<VrfIds> vrfIds_;
    std::unique_ptr<Host> host_;
-   NoWriter noWriter_;
+   NullDumpWriter noWriter_;
    Fd epoll_, signals_, inotify_;
    std::map<std::string, Served> served_;  // by namespace name, "" the default one
    std::map<std::string, int> retries_;     // namespaces not yet enterable

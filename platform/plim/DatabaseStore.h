@@ -95,22 +95,8 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    }
 
    void rowDelAll() override {
-      MDB_cursor* cursor = nullptr;
-      db_->check(mdb_cursor_open(db_->txn(), *rows_, &cursor), "open a cursor");
       const auto prefix = numberBytes();
-      MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
-      int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
-      while (rc == MDB_SUCCESS && ownKey(k)) {
-         if (rc = mdb_cursor_del(cursor, 0); rc != MDB_SUCCESS) {
-            break;
-         }
-         k = MDB_val{prefix.size(), const_cast<char*>(prefix.data())};
-         rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
-      }
-      mdb_cursor_close(cursor);
-      if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
-         db_->fail(rc, "remove a table's rows");
-      }
+      db_->delRange(*rows_, std::string_view(prefix.data(), prefix.size()));
       cache_.rowDelAll();
       dirty_.clear();
    }

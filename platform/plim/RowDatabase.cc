@@ -288,6 +288,29 @@ void RowDatabase::commit() {
    }
 }
 
+void RowDatabase::delRange(MDB_dbi dbi, std::string_view prefix) {
+   MDB_cursor* cursor = nullptr;
+   check(mdb_cursor_open(txn(), dbi, &cursor), "open a cursor");
+   // Positioned afresh after each removal: a cursor's place after a delete
+   // is not something to build on.
+   auto first = [&](MDB_val& k, MDB_val& v) {
+      k = bytesOf(prefix);
+      return mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+   };
+   MDB_val k, v;
+   int rc = first(k, v);
+   while (rc == MDB_SUCCESS && textOf(k).starts_with(prefix)) {
+      if (rc = mdb_cursor_del(cursor, 0); rc != MDB_SUCCESS) {
+         break;
+      }
+      rc = first(k, v);
+   }
+   mdb_cursor_close(cursor);
+   if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
+      fail(rc, "remove rows");
+   }
+}
+
 void RowDatabase::refresh() {
    if (writable()) {
       return;

@@ -78,6 +78,9 @@ class RowDatabase {
    // A reader moves its snapshot to the latest committed state.
    void refresh();
 
+   // Removes every row of `dbi` whose key starts with `prefix`.
+   void delRange(MDB_dbi dbi, std::string_view prefix);
+
    // Raises the error LMDB reported for `what`: corruption as
    // Belm::CorruptionDetectedException, anything else as DatabaseError. A
    // writer's failed transaction is abandoned, and the directory is written
