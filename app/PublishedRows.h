@@ -50,6 +50,7 @@ struct VrfStatusRow {
    std::uint64_t backlog = 0;  // entries the drain still has to process
    std::uint64_t drains = 0;   // drain slices so far
    double longestSlice = 0;    // seconds
+   friend bool operator==(const VrfStatusRow&, const VrfStatusRow&) = default;
 };
 
 std::string vrfStatusValue(const VrfStatusRow& row);

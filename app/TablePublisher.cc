@@ -67,37 +67,41 @@ void TablePublisher::publish(const RootSm* root, double now) {
       put(*db_, rowsOf(*db_, kAgentKind), "agent", row);
       agentRow_ = std::move(row);
    }
-   // Both maps are walked together: a VRF's container is new, the same, or
-   // gone, and only what changed costs more than a comparison.
-   std::map<std::uint32_t, const ContainerSm*> containers;
+   // Each container is new, the same as last turn, or gone; only what
+   // changed costs more than a comparison.
+   ++turn_;
    if (root) {
       for (const auto& [name, container] : root->containerSm()) {
-         containers.emplace(container->vrfId().value(), container.get());
+         if (!container->intfBacklog() || !container->intfBacklogSm()) {
+            continue;  // a container still being built
+         }
+         const std::uint32_t vrfId = container->vrfId().value();
+         auto it = published_.find(vrfId);
+         if (it != published_.end() && (it->second.container != container.get() ||
+                                        it->second.watch->notifier() != container->intfBacklog())) {
+            forget(vrfId);  // another container of the same identifier
+            published_.erase(it);
+            it = published_.end();
+         }
+         if (it == published_.end()) {
+            it = published_.try_emplace(vrfId).first;
+            watch(*container, it->second);
+         }
+         Published& published = it->second;
+         published.turn = turn_;
+         publishCandidates(vrfId, *container, *published.watch);
+         if (VrfStatusRow status = statusRow(*root, *container); status != published.status) {
+            put(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId), vrfStatusValue(status));
+            published.status = std::move(status);
+         }
       }
    }
    for (auto it = published_.begin(); it != published_.end();) {
-      auto found = containers.find(it->first);
-      if (found == containers.end() || found->second != it->second.container ||
-          found->second->intfBacklog().get() != it->second.watch->notifier().get()) {
+      if (it->second.turn != turn_) {
          forget(it->first);
          it = published_.erase(it);
       } else {
          ++it;
-      }
-   }
-   for (const auto& [vrfId, container] : containers) {
-      if (!container->intfBacklog() || !container->intfBacklogSm()) {
-         continue;  // a container still being built
-      }
-      auto [it, created] = published_.try_emplace(vrfId);
-      Published& published = it->second;
-      if (created) {
-         watch(*container, published);
-      }
-      publishCandidates(vrfId, *container, *published.watch);
-      if (std::string status = statusRow(*root, *container); status != published.status) {
-         put(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId), status);
-         published.status = std::move(status);
       }
    }
 }
@@ -154,7 +158,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
    watch.changed.clear();
 }
 
-std::string TablePublisher::statusRow(const RootSm& root, const ContainerSm& container) const {
+VrfStatusRow TablePublisher::statusRow(const RootSm& root, const ContainerSm& container) const {
    VrfStatusRow row;
    row.name = container.vrfName().str();
    if (root.allVrfReadyStatus()) {
@@ -171,7 +175,7 @@ std::string TablePublisher::statusRow(const RootSm& root, const ContainerSm& con
    row.backlog = installer.pendingCount();
    row.drains = installer.handleBacklogCallCount();
    row.longestSlice = installer.longestSlice();
-   return vrfStatusValue(row);
+   return row;
 }
 
 }  // namespace App

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "app/PublishedRows.h"
 #include "lifecycle/RootSm.h"
 #include "platform/agent/SharedState.h"
 #include "platform/plim/RowDatabase.h"
@@ -42,20 +43,22 @@ class TablePublisher {
    struct Published {
       const Routing::ConnectedRoute::ContainerSm* container = nullptr;
       std::unique_ptr<Watch> watch;
-      std::string status;  // the row last written
+      VrfStatusRow status;         // the row last written
+      std::uint64_t turn = 0;      // the last turn that found the container
    };
 
    void watch(const Routing::ConnectedRoute::ContainerSm& container, Published& published);
    void forget(std::uint32_t vrfId);
    void publishCandidates(std::uint32_t vrfId, const Routing::ConnectedRoute::ContainerSm& container,
                           Watch& watch);
-   std::string statusRow(const Routing::ConnectedRoute::RootSm& root,
-                         const Routing::ConnectedRoute::ContainerSm& container) const;
+   VrfStatusRow statusRow(const Routing::ConnectedRoute::RootSm& root,
+                          const Routing::ConnectedRoute::ContainerSm& container) const;
 
    std::shared_ptr<Plim::RowDatabase> db_;
    const Agent::SharedState& shared_;
    std::map<std::uint32_t, Published> published_;  // by VRF identifier
    std::string agentRow_;
+   std::uint64_t turn_ = 0;
 };
 
 }  // namespace App
