@@ -81,6 +81,11 @@ std::shared_ptr<RowDatabase> RowDatabase::open(const std::string& dir, Access ac
       throw DatabaseError(dir + ": not a connroute table directory (no data.mdb)");
    }
    std::shared_ptr<RowDatabase> db(new RowDatabase(dir, access));
+   if (access == Access::readOnly && fs::file_size(fs::path(dir) / "data.mdb", error) == 0 && !error) {
+      // A writer killed before LMDB wrote its first pages: nothing to read,
+      // and LMDB would try to write them through a read-only descriptor.
+      return db;
+   }
    if (access == Access::write) {
       db->lockForWriting();
    }
@@ -312,7 +317,7 @@ void RowDatabase::delRange(MDB_dbi dbi, std::string_view prefix) {
 }
 
 void RowDatabase::refresh() {
-   if (writable()) {
+   if (writable() || !env_) {
       return;
    }
    mdb_txn_reset(txn_);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <random>
 
@@ -215,6 +216,22 @@ TEST_F(DatabaseStoreTest, DirectoriesThatCannotBeUsedAreRefused) {
    expectRefused([&] { Plim::RowDatabase::open(dir_, Plim::Access::readOnly, "another layout"); },
                  "tables of another layout");
    EXPECT_NO_THROW(open(Plim::Access::readOnly));
+}
+
+// A writer killed before LMDB wrote anything leaves an empty data file:
+// readers see an empty directory, and the next writer starts it.
+TEST_F(DatabaseStoreTest, AnEmptyDataFileReadsAsAnEmptyDirectory) {
+   const std::string path = "routing/rib/routeConfig/ipv4/1/connected";
+   std::ofstream(dir_ + "/data.mdb").close();
+   auto reader = open(Plim::Access::readOnly);
+   EXPECT_TRUE(reader->tables().empty());
+   EXPECT_EQ(routes(reader, path)->routeCount(), 0u);
+   reader.reset();
+   auto writer = open(Plim::Access::write);
+   routes(writer, path)->routeAdd(route(1));
+   writer->commit();
+   writer.reset();
+   EXPECT_EQ(routes(open(Plim::Access::readOnly), path)->routeCount(), 1u);
 }
 
 }  // namespace
