@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <type_traits>
 #include <utility>
@@ -66,7 +67,7 @@ class OrderedTable {
          return converted;
       }
 
-      Ref operator*() const { return map_->entries()[map_->relocate(slot_, hash_, key())]; }
+      Ref operator*() const { return map_->entryAt(map_->relocate(slot_, hash_, key())); }
       pointer operator->() const { return &**this; }
 
       Iter& operator++() {
@@ -98,9 +99,9 @@ class OrderedTable {
       void moveTo(std::size_t slot) {
          slot_ = slot;
          if (slot != npos) {
-            hash_ = map_->hashes()[slot];
+            hash_ = map_->hashAt(slot);
             key_.reset();
-            key_.emplace(map_->entries()[slot].first);
+            key_.emplace(map_->entryAt(slot).first);
          }
       }
 
@@ -176,7 +177,7 @@ class OrderedTable {
    }
    V* lookupHashed(const K& key, std::uint32_t hash) {
       std::size_t slot = findSlot(key, hash);
-      return slot == npos ? nullptr : &entries()[slot].second;
+      return slot == npos ? nullptr : &entryAt(slot).second;
    }
    const V* lookupHashed(const K& key, std::uint32_t hash) const {
       return const_cast<OrderedTable*>(this)->lookupHashed(key, hash);
@@ -184,10 +185,10 @@ class OrderedTable {
    template <class... Args>
    std::pair<V*, bool> tryEmplaceHashed(std::uint32_t hash, const K& key, Args&&... args) {
       if (std::size_t slot = findSlot(key, hash); slot != npos) {
-         return {&entries()[slot].second, false};
+         return {&entryAt(slot).second, false};
       }
       std::size_t slot = insertSlot(key, hash, std::forward<Args>(args)...);
-      return {&entries()[slot].second, true};
+      return {&entryAt(slot).second, true};
    }
    bool eraseHashed(const K& key, std::uint32_t hash) {
       std::size_t slot = findSlot(key, hash);
@@ -221,8 +222,8 @@ class OrderedTable {
    std::size_t longestProbe() const noexcept {
       std::size_t longest = 0;
       for (std::size_t i = 0; i < length_; ++i) {
-         if (used()[i]) {
-            longest = std::max(longest, i - home(hashes()[i]));
+         if (usedAt(i)) {
+            longest = std::max(longest, i - home(hashAt(i)));
          }
       }
       return longest;
@@ -236,40 +237,34 @@ private:
       return static_cast<std::size_t>((std::uint64_t{within} * capacity_) >> 32);
    }
 
-   // One block holds, for length_ slots, the entries, then their hashes,
-   // then their occupancy bytes.
-   static std::size_t hashesOffset(std::size_t length) noexcept {
-      std::size_t bytes = length * sizeof(value_type);
-      return (bytes + alignof(std::uint32_t) - 1) / alignof(std::uint32_t) * alignof(std::uint32_t);
-   }
-   static std::size_t blockSize(std::size_t length) noexcept {
-      return hashesOffset(length) + length * (sizeof(std::uint32_t) + 1);
-   }
-   value_type* entries() const noexcept { return reinterpret_cast<value_type*>(block_); }
-   std::uint32_t* hashes() const noexcept {
-      return reinterpret_cast<std::uint32_t*>(block_ + hashesOffset(length_));
-   }
-   std::uint8_t* used() const noexcept {
-      return reinterpret_cast<std::uint8_t*>(block_ + hashesOffset(length_) +
-                                             length_ * sizeof(std::uint32_t));
-   }
+   // One block of length_ slots, each holding an entry beside its hash and
+   // occupancy: a probe touches one cache line, not one per parallel array.
+   struct Slot {
+      alignas(value_type) std::byte storage[sizeof(value_type)];
+      std::uint32_t hash;
+      std::uint8_t used;
+      value_type& entry() noexcept { return *std::launder(reinterpret_cast<value_type*>(storage)); }
+   };
+   Slot* slots() const noexcept { return reinterpret_cast<Slot*>(block_); }
+   value_type& entryAt(std::size_t slot) const noexcept { return slots()[slot].entry(); }
+   std::uint32_t& hashAt(std::size_t slot) const noexcept { return slots()[slot].hash; }
+   std::uint8_t& usedAt(std::size_t slot) const noexcept { return slots()[slot].used; }
 
    // Does the entry in `slot` order before (hash, key)?
    bool before(std::size_t slot, std::uint32_t hash, const K& key) const {
-      const std::uint32_t h = hashes()[slot];
-      return h != hash ? h < hash : Traits::tieBreak(entries()[slot].first, key) < 0;
+      const std::uint32_t h = hashAt(slot);
+      return h != hash ? h < hash : Traits::tieBreak(entryAt(slot).first, key) < 0;
    }
 
    bool holds(std::size_t slot, std::uint32_t hash, const K& key) const {
-      return slot < length_ && used()[slot] && hashes()[slot] == hash &&
-             entries()[slot].first == key;
+      return slot < length_ && usedAt(slot) && hashAt(slot) == hash &&
+             entryAt(slot).first == key;
    }
 
    std::size_t findSlot(const K& key, std::uint32_t hash) const {
-      const std::uint8_t* occupied = used();
-      const std::uint32_t* hs = hashes();
-      for (std::size_t i = home(hash); i < length_ && occupied[i]; ++i) {
-         if (hs[i] == hash && entries()[i].first == key) {
+      const Slot* all = slots();
+      for (std::size_t i = home(hash); i < length_ && all[i].used; ++i) {
+         if (all[i].hash == hash && entryAt(i).first == key) {
             return i;
          }
          if (!before(i, hash, key)) {
@@ -280,8 +275,8 @@ private:
    }
 
    std::size_t firstUsedFrom(std::size_t slot) const {
-      const std::uint8_t* occupied = used();
-      while (slot < length_ && !occupied[slot]) {
+      const Slot* all = slots();
+      while (slot < length_ && !all[slot].used) {
          ++slot;
       }
       return slot < length_ ? slot : npos;
@@ -294,7 +289,7 @@ private:
          return firstUsedFrom(slot + 1);
       }
       for (std::size_t i = std::min(home(hash), std::size_t{length_}); i < length_; ++i) {
-         if (used()[i] && !before(i, hash, key) && !holds(i, hash, key)) {
+         if (usedAt(i) && !before(i, hash, key) && !holds(i, hash, key)) {
             return i;
          }
       }
@@ -335,11 +330,11 @@ private:
       std::size_t slot, freeSlot;
       for (;;) {
          slot = home(hash);
-         while (slot < length_ && used()[slot] && before(slot, hash, key)) {
+         while (slot < length_ && usedAt(slot) && before(slot, hash, key)) {
             ++slot;
          }
          freeSlot = slot;
-         while (freeSlot < length_ && used()[freeSlot]) {
+         while (freeSlot < length_ && usedAt(freeSlot)) {
             ++freeSlot;
          }
          if (freeSlot - home(hash) <= kLongProbe || size_ < capacity_ / 8) {
@@ -353,33 +348,33 @@ private:
       for (std::size_t i = freeSlot; i > slot; --i) {
          moveSlot(i - 1, i);
       }
-      std::construct_at(&entries()[slot], std::piecewise_construct, std::forward_as_tuple(key),
+      std::construct_at(&entryAt(slot), std::piecewise_construct, std::forward_as_tuple(key),
                         std::forward_as_tuple(std::forward<Args>(args)...));
-      hashes()[slot] = hash;
-      used()[slot] = 1;
+      hashAt(slot) = hash;
+      usedAt(slot) = 1;
       ++size_;
       return slot;
    }
 
    void eraseSlot(std::size_t slot) {
-      std::destroy_at(&entries()[slot]);
-      used()[slot] = 0;
+      std::destroy_at(&entryAt(slot));
+      usedAt(slot) = 0;
       --size_;
       // Backward shift: displaced successors move up so no gap breaks a
       // cluster; an entry sitting at its home slot ends the shift.
       std::size_t hole = slot;
-      for (std::size_t i = slot + 1; i < length_ && used()[i] && home(hashes()[i]) <= hole; ++i) {
+      for (std::size_t i = slot + 1; i < length_ && usedAt(i) && home(hashAt(i)) <= hole; ++i) {
          moveSlot(i, hole);
          hole = i;
       }
    }
 
    void moveSlot(std::size_t from, std::size_t to) {
-      std::construct_at(&entries()[to], std::move(entries()[from]));
-      std::destroy_at(&entries()[from]);
-      hashes()[to] = hashes()[from];
-      used()[to] = 1;
-      used()[from] = 0;
+      std::construct_at(&entryAt(to), std::move(entryAt(from)));
+      std::destroy_at(&entryAt(from));
+      hashAt(to) = hashAt(from);
+      usedAt(to) = 1;
+      usedAt(from) = 0;
    }
 
    // A map gives its memory back only once it is empty. Shrinking a
@@ -423,16 +418,16 @@ private:
    void adopt(OrderedTable& old, Place place) {
       std::size_t next = 0;
       for (std::size_t i = 0; i < old.length_; ++i) {
-         if (!old.used()[i]) {
+         if (!old.usedAt(i)) {
             continue;
          }
-         std::size_t slot = place(i, old.hashes()[i], next);
+         std::size_t slot = place(i, old.hashAt(i), next);
          while (slot >= length_) {
             extendTail();
          }
-         std::construct_at(&entries()[slot], std::move(old.entries()[i]));
-         hashes()[slot] = old.hashes()[i];
-         used()[slot] = 1;
+         std::construct_at(&entryAt(slot), std::move(old.entryAt(i)));
+         hashAt(slot) = old.hashAt(i);
+         usedAt(slot) = 1;
          ++size_;
          next = slot + 1;
       }
@@ -441,8 +436,10 @@ private:
    void allocate(std::size_t length) {
       VOK_ASSERT(length < 0xFFFFFFFFu, "hash map too large");
       length_ = static_cast<std::uint32_t>(length);
-      block_ = static_cast<std::byte*>(::operator new(blockSize(length)));
-      std::fill_n(used(), length, std::uint8_t{0});
+      block_ = static_cast<std::byte*>(::operator new(length * sizeof(Slot)));
+      for (std::size_t i = 0; i < length; ++i) {
+         usedAt(i) = 0;
+      }
    }
 
    void release() {
@@ -450,8 +447,8 @@ private:
          return;
       }
       for (std::size_t i = 0; i < length_; ++i) {
-         if (used()[i]) {
-            std::destroy_at(&entries()[i]);
+         if (usedAt(i)) {
+            std::destroy_at(&entryAt(i));
          }
       }
       ::operator delete(block_);
