@@ -138,7 +138,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
    for (const Ovel::IpGenPrefix& prefix : watch.changed) {
       const std::string key = candidateKey(vrfId, prefix);
       const Ovel::IntfId owner = installer.installedIntfId(prefix);
-      const Vok::Ptr<IntfIdSet> set = store.intfIdsByPrefix(prefix);
+      const IntfIdSet* set = store.intfIdsByPrefix(prefix);
       if (owner.empty() && !set) {
          del(*db_, dbi, key);
          continue;

@@ -284,8 +284,8 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    Rib::IpRibRouteOrqTable* queryTable = (v4 ? route4OrmoConfig_ : route6OrmoConfig_).get();
 
    const ConnectedRouteProperty installed = installedProperty(prefix);
-   const Vok::Ptr<IntfIdSet> candidates = intfBacklog_->intfIdsByPrefix(prefix);  // outlives table writes
-   const ConnectedRouteProperty candidate = candidateOf(candidates.get()).second;
+   // Taken before any table write: the set lives in the store's map.
+   const auto [newIntfId, candidate] = candidateOf(intfBacklog_->intfIdsByPrefix(prefix));
    if (candidate == installed) {
       return false;
    }
@@ -304,7 +304,6 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
       doReleaseViaSetKey(existingIntfId, af);
    }
    if (!candidate.isEmpty()) {
-      const Ovel::IntfId newIntfId = candidateOf(candidates.get()).first;
       keyStatusFor(af).incIntfVskRefcount(newIntfId);
       if (vrfScaleToggle().enabled()) {
          doOrmoRouteConfigAdd(newIntfId, queryTable, prefix, candidate.viaSetKey(),
@@ -330,15 +329,14 @@ std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(const
 }
 
 Ovel::IntfId IntfBacklogSm::getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const {
-   const Vok::Ptr<IntfIdSet> set = Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix);
+   const IntfIdSet* set = Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix);
    VOK_ASSERT(set, "intfIdAndAddrs");
-   return candidateOf(set.get()).first;
+   return candidateOf(set).first;
 }
 
 ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
       const Ovel::IpGenPrefix& prefix) const {
-   const Vok::Ptr<IntfIdSet> set = Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix);
-   return candidateOf(set.get()).second;
+   return candidateOf(Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix)).second;
 }
 
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {

@@ -1,11 +1,8 @@
 #include "model/IntfBacklog.h"
 
-#include <stdexcept>
-
 #include "model/IntfBacklogTrace.h"
 #include "platform/trace/Zipmark.h"
 #include "platform/vok/Assert.h"
-#include "platform/vok/Errors.h"
 
 namespace Routing::ConnectedRoute {
 
@@ -92,17 +89,7 @@ void IntfBacklog::backlogEmptyIs(std::uint32_t value) {
    notify([](IntfBacklogNotifiee& n) { n.onBacklogEmpty(); });
 }
 
-Vok::Ptr<IntfIdSet> IntfBacklog::intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const {
-   const Vok::Ptr<IntfIdSet>* set = intfIdsByPrefix_.lookup(prefix);
-   return set ? *set : nullptr;
-}
-
-void IntfBacklog::intfIdsByPrefixIs(const Vok::Ptr<IntfIdSet>& set) {
-   if (!set) {
-      throw std::range_error(Vok::nullMutatorParameterText(
-            "intfIdsByPrefix", "Routing::ConnectedRoute::IntfBacklog::intfIdsByPrefix"));
-   }
-   const Ovel::IpGenPrefix prefix = set->genPrefix();
+void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set) {
    auto [stored, inserted] = intfIdsByPrefix_.tryEmplace(prefix, set);
    if (!inserted) {
       if (*stored == set) {
@@ -139,11 +126,12 @@ void IntfBacklog::addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::I
    if (!storable(prefix)) {
       return;
    }
-   Vok::Ptr<IntfIdSet> set = intfIdsByPrefix(prefix);
-   if (!set) {
+   auto [set, inserted] = intfIdsByPrefix_.tryEmplace(prefix);
+   if (inserted) {
       // Watchers hear of the new prefix while its set is still empty.
-      intfIdsByPrefixIs(intfIdSetFactory(prefix));
-      set = intfIdsByPrefix(prefix);
+      notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
+      set = intfIdsByPrefix_.lookup(prefix);  // watchers may have changed the map
+      VOK_ASSERT(set, "intfIdSet");
    }
    set->intfIdAndAddrIs(IntfIdAndAddr(intfId, addr), ConnectedRouteProperty(routeType, viaSetKey));
    doAddBacklog(intfId, prefix);
@@ -160,13 +148,14 @@ void IntfBacklog::delFromIntfIdsByPrefix(const Ovel::IntfId& intfId,
    if (!storable(prefix)) {
       return;
    }
-   Vok::Ptr<IntfIdSet> set = intfIdsByPrefix(prefix);
+   IntfIdSet* set = intfIdsByPrefix_.lookup(prefix);
    VOK_ASSERT(set, "intfIdSet");
    set->intfIdAndAddrDel(IntfIdAndAddr(intfId, addr));
    // The pair is queued before an emptied prefix disappears, so the
    // installer always finds the work for a vanished prefix.
    doAddBacklog(intfId, prefix);
-   if (set->intfIdAndAddrs() == 0) {
+   set = intfIdsByPrefix_.lookup(prefix);  // watchers of the backlog may have changed the map
+   if (set && set->intfIdAndAddrs() == 0) {
       intfIdsByPrefixDel(prefix);
    }
 }

@@ -33,7 +33,8 @@ class IntfBacklogNotifiee : public Vok::ReactorBase {
 class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
  public:
    using Backlog = Vok::HashMap<IntfIdAndPrefix, bool>;
-   using IntfIdsByPrefix = Vok::HashMap<Ovel::IpGenPrefix, Vok::Ptr<IntfIdSet>>;
+   // Each prefix's candidate set lives in the map itself, beside its key.
+   using IntfIdsByPrefix = Vok::HashMap<Ovel::IpGenPrefix, IntfIdSet>;
 
    IntfBacklog(std::string name, L3::VrfName vrfName)
          : name_(std::move(name)), vrfName_(std::move(vrfName)) {}
@@ -66,8 +67,13 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
 
    // Candidate sets, one per prefix that some interface address claims.
    const IntfIdsByPrefix& intfIdsByPrefixes() const noexcept { return intfIdsByPrefix_; }
-   Vok::Ptr<IntfIdSet> intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const;
-   void intfIdsByPrefixIs(const Vok::Ptr<IntfIdSet>& set);
+   // The prefix's set, or null; valid until the store changes.
+   const IntfIdSet* intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const {
+      return intfIdsByPrefix_.lookup(prefix);
+   }
+   // Stores `set` as the prefix's candidates; watchers hear of it unless the
+   // prefix already had these very entries.
+   void intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set);
    void intfIdsByPrefixDel(Ovel::IpGenPrefix prefix);
    void intfIdsByPrefixDelAll();
 

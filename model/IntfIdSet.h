@@ -1,5 +1,6 @@
 // The candidate owners of one prefix: one entry per (interface, address with
-// mask) falling into it, with the route that address asks for.
+// mask) falling into it, with the route that address asks for. A value: the
+// store keeps each prefix's set in its own map, beside the prefix.
 //
 // The installer takes the first entry in the set's order as the prefix's
 // owner, so ownership follows from the set of candidates alone. The order is
@@ -12,17 +13,17 @@
 // first whatever the order.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <utility>
 #include <variant>
 
 #include "model/ValueRecords.h"
-#include "platform/vok/Entity.h"
 #include "platform/vok/HashMap.h"
 
 namespace Routing::ConnectedRoute {
 
-class IntfIdSet final : public Vok::Entity {
+class IntfIdSet final {
  public:
    using Entries = Vok::HashMap<IntfIdAndAddr, ConnectedRouteProperty>;
 
@@ -32,22 +33,46 @@ class IntfIdSet final : public Vok::Entity {
       const ConnectedRouteProperty& property;
    };
 
-   explicit IntfIdSet(const Ovel::IpGenPrefix& genPrefix) : genPrefix_(genPrefix) {}
+   IntfIdSet() = default;
+   IntfIdSet(const IntfIdSet& other) { *this = other; }
+   IntfIdSet(IntfIdSet&&) noexcept = default;
+   IntfIdSet& operator=(const IntfIdSet& other) {
+      if (const auto* many = std::get_if<Many>(&other.entries_)) {
+         entries_ = std::make_unique<Entries>(**many);
+      } else if (const Single* single = std::get_if<Single>(&other.entries_)) {
+         entries_ = *single;
+      } else {
+         entries_ = std::monostate();
+      }
+      return *this;
+   }
+   IntfIdSet& operator=(IntfIdSet&&) noexcept = default;
 
-   const Ovel::IpGenPrefix& genPrefix() const noexcept { return genPrefix_; }
+   // The same entries, in the same order.
+   friend bool operator==(const IntfIdSet& a, const IntfIdSet& b) {
+      if (a.intfIdAndAddrs() != b.intfIdAndAddrs()) {
+         return false;
+      }
+      bool same = true;
+      a.forEach([&](const Entry& entry) {
+         const ConnectedRouteProperty* other = b.intfIdAndAddr(entry.key);
+         same = same && other && *other == entry.property;
+      });
+      return same;
+   }
 
    // Inserts the entry, or writes the property over the existing one.
    void intfIdAndAddrIs(const IntfIdAndAddr& key, const ConnectedRouteProperty& property) {
-      if (Entries* many = std::get_if<Entries>(&entries_)) {
-         many->insertOrAssign(key, property);
+      if (Many* many = std::get_if<Many>(&entries_)) {
+         (*many)->insertOrAssign(key, property);
       } else if (Single* single = std::get_if<Single>(&entries_)) {
          if (single->first == key) {
             single->second = property;
             return;
          }
-         Entries both;
-         both.insertOrAssign(single->first, single->second);
-         both.insertOrAssign(key, property);
+         auto both = std::make_unique<Entries>();
+         both->insertOrAssign(single->first, single->second);
+         both->insertOrAssign(key, property);
          entries_ = std::move(both);
       } else {
          entries_.emplace<Single>(key, property);
@@ -60,9 +85,9 @@ class IntfIdSet final : public Vok::Entity {
          }
          return;
       }
-      Entries* many = std::get_if<Entries>(&entries_);
-      if (many && many->erase(key) && many->size() == 1) {
-         const auto& [lastKey, lastProperty] = *many->begin();
+      Many* many = std::get_if<Many>(&entries_);
+      if (many && (*many)->erase(key) && (*many)->size() == 1) {
+         const auto& [lastKey, lastProperty] = *(*many)->begin();
          entries_ = Single(lastKey, lastProperty);
       }
    }
@@ -70,15 +95,15 @@ class IntfIdSet final : public Vok::Entity {
       if (const Single* single = std::get_if<Single>(&entries_)) {
          return single->first == key ? &single->second : nullptr;
       }
-      const Entries* many = std::get_if<Entries>(&entries_);
-      return many ? many->lookup(key) : nullptr;
+      const Many* many = std::get_if<Many>(&entries_);
+      return many ? (*many)->lookup(key) : nullptr;
    }
    std::size_t intfIdAndAddrs() const noexcept {
       if (std::holds_alternative<Single>(entries_)) {
          return 1;
       }
-      const Entries* many = std::get_if<Entries>(&entries_);
-      return many ? many->size() : 0;
+      const Many* many = std::get_if<Many>(&entries_);
+      return many ? (*many)->size() : 0;
    }
 
    // The first entry in the set's order: the prefix's owner.
@@ -86,11 +111,11 @@ class IntfIdSet final : public Vok::Entity {
       if (const Single* single = std::get_if<Single>(&entries_)) {
          return Entry{single->first, single->second};
       }
-      const Entries* many = std::get_if<Entries>(&entries_);
-      if (!many || many->empty()) {
+      const Many* many = std::get_if<Many>(&entries_);
+      if (!many || (*many)->empty()) {
          return std::nullopt;
       }
-      const auto& [key, property] = *many->begin();
+      const auto& [key, property] = *(*many)->begin();
       return Entry{key, property};
    }
    // Every entry, in the set's order.
@@ -98,8 +123,8 @@ class IntfIdSet final : public Vok::Entity {
    void forEach(Fn&& visit) const {
       if (const Single* single = std::get_if<Single>(&entries_)) {
          visit(Entry{single->first, single->second});
-      } else if (const Entries* many = std::get_if<Entries>(&entries_)) {
-         for (const auto& [key, property] : *many) {
+      } else if (const Many* many = std::get_if<Many>(&entries_)) {
+         for (const auto& [key, property] : **many) {
             visit(Entry{key, property});
          }
       }
@@ -107,14 +132,10 @@ class IntfIdSet final : public Vok::Entity {
 
  private:
    using Single = std::pair<IntfIdAndAddr, ConnectedRouteProperty>;
+   using Many = std::unique_ptr<Entries>;
 
-   Ovel::IpGenPrefix genPrefix_;
-   // No entry, one entry inline, or two and more in a map.
-   std::variant<std::monostate, Single, Entries> entries_;
+   // No entry, one entry inline, or two and more in a map of their own.
+   std::variant<std::monostate, Single, Many> entries_;
 };
-
-inline Vok::Ptr<IntfIdSet> intfIdSetFactory(const Ovel::IpGenPrefix& prefix) {
-   return Vok::make<IntfIdSet>(prefix);
-}
 
 }  // namespace Routing::ConnectedRoute

@@ -315,7 +315,7 @@ TEST_F(Installer, AnInstalledRouteWithoutAnOwnerIsFatal) {
 TEST_F(Installer, OwnerQueriesAssertOnMissingOrEmptyCandidates) {
    EXPECT_DEATH(h.sm->getCandidateIntfId(prefix("10.1.1.0/24")), "assertion failed: intfIdAndAddrs");
    EXPECT_TRUE(h.sm->getCandidateRouteProperty(prefix("10.1.1.0/24")).isEmpty());
-   h.store->intfIdsByPrefixIs(intfIdSetFactory(prefix("10.1.1.0/24")));
+   h.store->intfIdsByPrefixIs(prefix("10.1.1.0/24"), IntfIdSet());
    EXPECT_DEATH(h.sm->getCandidateRouteProperty(prefix("10.1.1.0/24")),
                 "intfIdAndAddrs->intfIdAndAddrs\\(\\) > 0");
 }

@@ -127,16 +127,21 @@ TEST_F(Store, DeletingFromAPrefixNeverAddedIsFatal) {
                 "assertion failed: intfIdSet");
 }
 
-TEST_F(Store, ANullCandidateSetIsRefusedWithTheRuntimeText) {
-   try {
-      store->intfIdsByPrefixIs(nullptr);
-      FAIL() << "accepted";
-   } catch (const std::range_error& e) {
-      EXPECT_STREQ(e.what(),
-                   "null _intfIdsByPrefix parameter to mutator for "
-                   "Routing::ConnectedRoute::IntfBacklog::intfIdsByPrefix not allowed\"");
-   }
-   EXPECT_TRUE(recorder.log.empty());
+TEST_F(Store, TheGenericSetterAnnouncesOnlySetsThatDiffer) {
+   IntfIdSet set;
+   set.intfIdAndAddrIs(IntfIdAndAddr(e1, addr("10.1.1.5/24")),
+                       ConnectedRouteProperty(Fib::RouteType::attachedSubnet, Rib::ViaSetKey(1)));
+   store->intfIdsByPrefixIs(p, set);
+   store->intfIdsByPrefixIs(p, set);
+   EXPECT_EQ(recorder.log, std::vector<std::string>{"prefix 10.1.1.0/24"});
+   set.intfIdAndAddrIs(IntfIdAndAddr(e1, addr("10.1.1.5/24")),
+                       ConnectedRouteProperty(Fib::RouteType::attachedSubnet, Rib::ViaSetKey(2)));
+   store->intfIdsByPrefixIs(p, set);
+   EXPECT_EQ(recorder.log.size(), 2u);
+   EXPECT_EQ(store->intfIdsByPrefix(p)->intfIdAndAddr(IntfIdAndAddr(e1, addr("10.1.1.5/24")))
+                   ->viaSetKey(),
+             Rib::ViaSetKey(2));
+   EXPECT_TRUE(store->backlog().empty());  // candidates set directly queue nothing
 }
 
 TEST_F(Store, ViaSetKeyTablesAreKeptForTheirFamily) {

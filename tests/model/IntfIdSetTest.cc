@@ -31,7 +31,6 @@ std::vector<std::pair<IntfIdAndAddr, ConnectedRouteProperty>> entriesOf(const Re
 }
 
 TEST(IntfIdSet, HoldsAndOrdersEntriesAsTheHashMapDoesThroughRandomChanges) {
-   const Ovel::IpGenPrefix prefix = Ovel::IpGenPrefix::parse("10.1.1.0/24");
    std::vector<IntfIdAndAddr> keys;
    for (int i = 1; i <= 4; ++i) {
       for (const char* a : {"10.1.1.5/24", "10.1.1.6/24", "10.1.1.7/25"}) {
@@ -43,7 +42,7 @@ TEST(IntfIdSet, HoldsAndOrdersEntriesAsTheHashMapDoesThroughRandomChanges) {
    for (unsigned seed = 1; seed <= seeds; ++seed) {
       SCOPED_TRACE("seed " + std::to_string(seed));
       std::mt19937 rng(seed);
-      IntfIdSet set(prefix);
+      IntfIdSet set;
       Reference reference;
       for (int step = 0; step < 300; ++step) {
          const IntfIdAndAddr& key = keys[rng() % keys.size()];

@@ -40,7 +40,7 @@ void VrfHarness::kernelDown(std::string_view intfName) {
 std::vector<std::string> candidates(InstallerHarness& h, const Ovel::IntfId& intfId) {
    std::vector<std::string> lines;
    for (const auto& [prefix, set] : h.store->intfIdsByPrefixes()) {
-      set->forEach([&](const IntfIdSet::Entry& entry) {
+      set.forEach([&](const IntfIdSet::Entry& entry) {
          if (entry.key.intfId() != intfId) {
             return;
          }
