@@ -74,6 +74,7 @@ IntfBacklogSm::IntfBacklogSm(L3::VrfName vrfName, VrfId vrfId, Vok::ActivityMana
    }
    if (intfBacklog_) {
       intfBacklogReactor_ = std::make_unique<VokIntfBacklog>(intfBacklog_, *this);
+      intfBacklog_->installedOwnerDelAll();  // a new installer has installed nothing yet
       for (const auto& [key, value] : intfBacklog_->backlog()) {
          if (!value) {
             inheritedFalse_.tryEmplace(key, true);
@@ -129,7 +130,7 @@ const IntfBacklog::Backlog& IntfBacklogSm::backlog() const {
    return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->backlog();
 }
 
-const IntfBacklog::IntfIdsByPrefix& IntfBacklogSm::intfIdsByPrefix() const {
+IntfBacklog::IntfIdsByPrefix IntfBacklogSm::intfIdsByPrefix() const {
    return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefixes();
 }
 
@@ -212,12 +213,32 @@ void IntfBacklogSm::handleBacklog() {
    }
    backlogBookmark_ = IntfIdAndPrefix();
 
+   // An entry's time goes mostly to waiting for memory at places its key
+   // alone determines; `ahead` walks kLookahead entries in front and starts
+   // fetching them, so those waits overlap with the work on earlier ones.
+   static const int kLookahead = std::getenv("LA") ? std::atoi(std::getenv("LA")) : 8;
+   auto ahead = it;
+   for (int n = 0; n < kLookahead && ahead != backlog.end(); ++n, ++ahead) {
+      prefetch(ahead->first);
+   }
+
    const long testMode = backlogTestMode();
    Vok::Seconds now = start;
    do {
+      const auto from = it;
       it = firstPendingFrom(it);
       if (it == backlog.end()) {
          break;
+      }
+      if (it != from) {  // skipped or wrapped: the lookahead starts again here
+         ahead = it;
+         for (int n = 0; n < kLookahead && ahead != backlog.end(); ++n, ++ahead) {
+            prefetch(ahead->first);
+         }
+      }
+      if (ahead != backlog.end()) {
+         prefetch(ahead->first);
+         ++ahead;
       }
       const IntfIdAndPrefix key = it->first;
       const bool remove = testMode == 0 ? !processBacklog(key) : true;
@@ -240,6 +261,21 @@ void IntfBacklogSm::handleBacklog() {
       scheduleBacklog();
    } else {
       store.backlogEmptyInc(1);
+   }
+}
+
+void IntfBacklogSm::prefetch(const IntfIdAndPrefix& key) const {
+   const Ovel::IpGenPrefix& prefix = key.genPrefix();
+   const bool v4 = prefix.af() == Ovel::AddressFamily::ipv4;
+   intfBacklog_->prefetchIntfIdsByPrefix(prefix);
+   ownerNumbers_.prefetch(key.intfId());
+   if (const auto& keyStatus = v4 ? intfViaSetKeyStatus4() : intfViaSetKeyStatus6()) {
+      keyStatus->prefetchVskRefcount(key.intfId());
+   }
+   if (!vrfScaleToggle().enabled()) {
+      if (const auto& table = v4 ? route4Config_ : route6Config_) {
+         table->prefetchRoute(prefix);
+      }
    }
 }
 
@@ -340,8 +376,13 @@ ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
 }
 
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {
-   const std::uint32_t* number = installedIntfId_.lookup(prefix);
-   return number ? ownerNames_[*number] : Ovel::IntfId();
+   const std::uint32_t number =
+         intfBacklog_ ? intfBacklog_->installedOwner(prefix) : PrefixRecord::kNoOwner;
+   return number == PrefixRecord::kNoOwner ? Ovel::IntfId() : ownerNames_[number];
+}
+
+std::size_t IntfBacklogSm::installedIntfIdCount() const {
+   return intfBacklog_ ? intfBacklog_->installedOwnerCount() : 0;
 }
 
 std::uint32_t IntfBacklogSm::ownerNumber(const Ovel::IntfId& intfId) {

@@ -92,9 +92,9 @@ class IntfBacklogSm final : public Vok::Entity {
    // The store's backlog and candidate sets, which the installer drains and
    // reads in place.
    const IntfBacklog::Backlog& backlog() const;
-   const IntfBacklog::IntfIdsByPrefix& intfIdsByPrefix() const;
+   IntfBacklog::IntfIdsByPrefix intfIdsByPrefix() const;
    // How many prefixes have an installed owner.
-   std::size_t installedIntfIdCount() const noexcept { return installedIntfId_.size(); }
+   std::size_t installedIntfIdCount() const;
    const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus4() const;
    const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus6() const;
 
@@ -122,6 +122,8 @@ class IntfBacklogSm final : public Vok::Entity {
    // The drain's view of the store's backlog (see handleBacklog).
    bool pending(const IntfIdAndPrefix& key, bool value) const;
    IntfBacklog::Backlog::const_iterator firstPendingFrom(IntfBacklog::Backlog::const_iterator it) const;
+   // Starts fetching what processing `key` will read and write.
+   void prefetch(const IntfIdAndPrefix& key) const;
    static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(const IntfIdSet* set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
@@ -142,11 +144,10 @@ class IntfBacklogSm final : public Vok::Entity {
    Vok::Ptr<Rib::ViaSetConfig> viaSetConfig_;
    Vok::Ptr<IntfBacklog> intfBacklog_;
    std::unique_ptr<VokIntfBacklog> intfBacklogReactor_;
-   // The owner of every installed route, as a number into ownerNames_: a
-   // name is 24 bytes and every installed route has an owner. Numbers are
-   // never taken back; there are as many as interfaces that ever owned a
-   // route of this VRF.
-   Vok::HashMap<Ovel::IpGenPrefix, std::uint32_t> installedIntfId_;
+   // The owner of every installed route is kept in the store, beside the
+   // prefix's candidates, as a number into ownerNames_: a name is 24 bytes
+   // and every installed route has an owner. Numbers are never taken back;
+   // there are as many as interfaces that ever owned a route of this VRF.
    std::vector<Ovel::IntfId> ownerNames_;
    // Entries the store held as false when the installer was built and that
    // have not changed since: work, as they were for a copy taken then.

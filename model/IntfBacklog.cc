@@ -90,25 +90,65 @@ void IntfBacklog::backlogEmptyIs(std::uint32_t value) {
 }
 
 void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set) {
-   auto [stored, inserted] = intfIdsByPrefix_.tryEmplace(prefix, set);
-   if (!inserted) {
-      if (*stored == set) {
-         return;
-      }
-      *stored = set;
+   PrefixRecord& record = *prefixes_.tryEmplace(prefix).first;
+   if (record.listed && record.candidates == set) {
+      return;
+   }
+   record.candidates = set;
+   if (!record.listed) {
+      record.listed = true;
+      ++listed_;
    }
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
 
 void IntfBacklog::intfIdsByPrefixDel(Ovel::IpGenPrefix prefix) {
-   if (intfIdsByPrefix_.erase(prefix)) {
-      notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
+   PrefixRecord* record = prefixes_.lookup(prefix);
+   if (!record || !record->listed) {
+      return;
    }
+   record->listed = false;
+   record->candidates = IntfIdSet();
+   --listed_;
+   dropIfUnneeded(prefix, *record);
+   notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
 
 void IntfBacklog::intfIdsByPrefixDelAll() {
-   for (auto it = intfIdsByPrefix_.begin(); it != intfIdsByPrefix_.end(); ++it) {
+   for (auto it = prefixes_.begin(); it != prefixes_.end(); ++it) {
       intfIdsByPrefixDel(it->first);
+   }
+}
+
+void IntfBacklog::dropIfUnneeded(const Ovel::IpGenPrefix& prefix, const PrefixRecord& record) {
+   if (!record.needed()) {
+      prefixes_.erase(prefix);
+   }
+}
+
+void IntfBacklog::installedOwnerIs(const Ovel::IpGenPrefix& prefix, std::uint32_t owner) {
+   VOK_ASSERT(owner != PrefixRecord::kNoOwner, "owner != PrefixRecord::kNoOwner");
+   PrefixRecord& record = *prefixes_.tryEmplace(prefix).first;
+   owners_ += record.installedOwner == PrefixRecord::kNoOwner;
+   record.installedOwner = owner;
+}
+
+void IntfBacklog::installedOwnerDel(const Ovel::IpGenPrefix& prefix) {
+   PrefixRecord* record = prefixes_.lookup(prefix);
+   if (!record || record->installedOwner == PrefixRecord::kNoOwner) {
+      return;
+   }
+   record->installedOwner = PrefixRecord::kNoOwner;
+   --owners_;
+   dropIfUnneeded(prefix, *record);
+}
+
+void IntfBacklog::installedOwnerDelAll() {
+   if (owners_ == 0) {
+      return;
+   }
+   for (auto it = prefixes_.begin(); it != prefixes_.end(); ++it) {
+      installedOwnerDel(it->first);
    }
 }
 
@@ -126,14 +166,16 @@ void IntfBacklog::addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::I
    if (!storable(prefix)) {
       return;
    }
-   auto [set, inserted] = intfIdsByPrefix_.tryEmplace(prefix);
-   if (inserted) {
+   PrefixRecord* record = prefixes_.tryEmplace(prefix).first;
+   if (!record->listed) {
+      record->listed = true;
+      ++listed_;
       // Watchers hear of the new prefix while its set is still empty.
       notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
-      set = intfIdsByPrefix_.lookup(prefix);  // watchers may have changed the map
-      VOK_ASSERT(set, "intfIdSet");
+      record = prefixes_.lookup(prefix);  // watchers may have changed the map
+      VOK_ASSERT(record && record->listed, "intfIdSet");
    }
-   set->intfIdAndAddrIs(IntfIdAndAddr(intfId, addr), ConnectedRouteProperty(routeType, viaSetKey));
+   record->candidates.intfIdAndAddrIs(IntfIdAndAddr(intfId, addr), ConnectedRouteProperty(routeType, viaSetKey));
    doAddBacklog(intfId, prefix);
 }
 
@@ -148,13 +190,13 @@ void IntfBacklog::delFromIntfIdsByPrefix(const Ovel::IntfId& intfId,
    if (!storable(prefix)) {
       return;
    }
-   IntfIdSet* set = intfIdsByPrefix_.lookup(prefix);
-   VOK_ASSERT(set, "intfIdSet");
-   set->intfIdAndAddrDel(IntfIdAndAddr(intfId, addr));
+   PrefixRecord* record = prefixes_.lookup(prefix);
+   VOK_ASSERT(record && record->listed, "intfIdSet");
+   record->candidates.intfIdAndAddrDel(IntfIdAndAddr(intfId, addr));
    // The pair is queued before an emptied prefix disappears, so the
    // installer always finds the work for a vanished prefix.
    doAddBacklog(intfId, prefix);
-   set = intfIdsByPrefix_.lookup(prefix);  // watchers of the backlog may have changed the map
+   const IntfIdSet* set = intfIdsByPrefix(prefix);  // watchers of the backlog may have changed it
    if (set && set->intfIdAndAddrs() == 0) {
       intfIdsByPrefixDel(prefix);
    }

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "model/IntfIdSet.h"
+#include "model/PrefixRecords.h"
 #include "model/IntfViaSetKeyStatus.h"
 #include "model/ValueRecords.h"
 #include "platform/l3/VrfName.h"
@@ -33,8 +34,7 @@ class IntfBacklogNotifiee : public Vok::ReactorBase {
 class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
  public:
    using Backlog = Vok::HashMap<IntfIdAndPrefix, bool>;
-   // Each prefix's candidate set lives in the map itself, beside its key.
-   using IntfIdsByPrefix = Vok::HashMap<Ovel::IpGenPrefix, IntfIdSet>;
+   using IntfIdsByPrefix = ConnectedRoute::IntfIdsByPrefix;
 
    IntfBacklog(std::string name, L3::VrfName vrfName)
          : name_(std::move(name)), vrfName_(std::move(vrfName)) {}
@@ -66,16 +66,30 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    void backlogEmptyIs(std::uint32_t value);
 
    // Candidate sets, one per prefix that some interface address claims.
-   const IntfIdsByPrefix& intfIdsByPrefixes() const noexcept { return intfIdsByPrefix_; }
+   IntfIdsByPrefix intfIdsByPrefixes() const noexcept { return IntfIdsByPrefix(prefixes_, listed_); }
    // The prefix's set, or null; valid until the store changes.
    const IntfIdSet* intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const {
-      return intfIdsByPrefix_.lookup(prefix);
+      const PrefixRecord* record = prefixes_.lookup(prefix);
+      return record && record->listed ? &record->candidates : nullptr;
    }
+   void prefetchIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const { prefixes_.prefetch(prefix); }
    // Stores `set` as the prefix's candidates; watchers hear of it unless the
    // prefix already had these very entries.
    void intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set);
    void intfIdsByPrefixDel(Ovel::IpGenPrefix prefix);
    void intfIdsByPrefixDelAll();
+
+   // The installer's record of who owns the prefix's installed route: a
+   // number only the installer interprets, kept beside the candidates so
+   // that one lookup finds both. Nobody is notified of it.
+   std::uint32_t installedOwner(const Ovel::IpGenPrefix& prefix) const {
+      const PrefixRecord* record = prefixes_.lookup(prefix);
+      return record ? record->installedOwner : PrefixRecord::kNoOwner;
+   }
+   void installedOwnerIs(const Ovel::IpGenPrefix& prefix, std::uint32_t owner);
+   void installedOwnerDel(const Ovel::IpGenPrefix& prefix);
+   void installedOwnerDelAll();
+   std::size_t installedOwnerCount() const noexcept { return owners_; }
 
    // The per-family via-set-key tables.
    const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus4() const noexcept { return status4_; }
@@ -97,7 +111,12 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    Backlog backlog_;
    std::size_t falseEntries_ = 0;  // only the generic setter stores false
    std::uint32_t backlogEmpty_ = 0;
-   IntfIdsByPrefix intfIdsByPrefix_;
+   // Drops a record nobody needs any more.
+   void dropIfUnneeded(const Ovel::IpGenPrefix& prefix, const PrefixRecord& record);
+
+   PrefixRecords prefixes_;
+   std::size_t listed_ = 0;  // records holding a candidate set
+   std::size_t owners_ = 0;  // records holding an installed owner
    Vok::Ptr<IntfViaSetKeyStatus> status4_;
    Vok::Ptr<IntfViaSetKeyStatus> status6_;
 };

@@ -1,0 +1,82 @@
+// What the store keeps per prefix, in one map: the prefix's candidate set
+// and the number of the interface whose route the installer installed for
+// it. Both are read for every entry the installer drains, so one lookup
+// finds them together.
+//
+// A record outlives its candidates while a route is installed (the
+// installer still has to delete it), so a record is listed as a candidate
+// set only while `listed` holds; IntfIdsByPrefix walks the listed ones.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+#include "model/IntfIdSet.h"
+#include "platform/ovel/IpGenPrefix.h"
+#include "platform/vok/HashMap.h"
+
+namespace Routing::ConnectedRoute {
+
+struct PrefixRecord {
+   static constexpr std::uint32_t kNoOwner = 0xFFFFFFFF;
+
+   IntfIdSet candidates;
+   std::uint32_t installedOwner = kNoOwner;
+   bool listed = false;
+
+   bool needed() const noexcept { return listed || installedOwner != kNoOwner; }
+};
+
+using PrefixRecords = Vok::HashMap<Ovel::IpGenPrefix, PrefixRecord>;
+
+// The candidate sets of the listed records, in the map's order.
+class IntfIdsByPrefix {
+   using Inner = PrefixRecords::const_iterator;
+
+ public:
+   using value_type = std::pair<const Ovel::IpGenPrefix&, const IntfIdSet&>;
+
+   class const_iterator {
+    public:
+      const_iterator() = default;
+      value_type operator*() const { return {inner_->first, inner_->second.candidates}; }
+      // Only `->first` and `->second` are offered, as on a map's iterator.
+      struct Arrow {
+         value_type pair;
+         const value_type* operator->() const noexcept { return &pair; }
+      };
+      Arrow operator->() const { return Arrow{**this}; }
+      const_iterator& operator++() {
+         ++inner_;
+         skipUnlisted();
+         return *this;
+      }
+      friend bool operator==(const const_iterator& a, const const_iterator& b) {
+         return a.inner_ == b.inner_;
+      }
+
+    private:
+      friend class IntfIdsByPrefix;
+      explicit const_iterator(Inner inner) : inner_(std::move(inner)) { skipUnlisted(); }
+      void skipUnlisted() {
+         while (inner_ != Inner() && !inner_->second.listed) {
+            ++inner_;
+         }
+      }
+      Inner inner_;
+   };
+
+   IntfIdsByPrefix(const PrefixRecords& records, const std::size_t& listed)
+         : records_(records), listed_(listed) {}
+
+   const_iterator begin() const { return const_iterator(records_.begin()); }
+   const_iterator end() const { return const_iterator(); }
+   std::size_t size() const noexcept { return listed_; }
+   bool empty() const noexcept { return listed_ == 0; }
+
+ private:
+   const PrefixRecords& records_;
+   const std::size_t& listed_;
+};
+
+}  // namespace Routing::ConnectedRoute
