@@ -213,32 +213,12 @@ void IntfBacklogSm::handleBacklog() {
    }
    backlogBookmark_ = IntfIdAndPrefix();
 
-   // An entry's time goes mostly to waiting for memory at places its key
-   // alone determines; `ahead` walks kLookahead entries in front and starts
-   // fetching them, so those waits overlap with the work on earlier ones.
-   static const int kLookahead = std::getenv("LA") ? std::atoi(std::getenv("LA")) : 8;
-   auto ahead = it;
-   for (int n = 0; n < kLookahead && ahead != backlog.end(); ++n, ++ahead) {
-      prefetch(ahead->first);
-   }
-
    const long testMode = backlogTestMode();
    Vok::Seconds now = start;
    do {
-      const auto from = it;
       it = firstPendingFrom(it);
       if (it == backlog.end()) {
          break;
-      }
-      if (it != from) {  // skipped or wrapped: the lookahead starts again here
-         ahead = it;
-         for (int n = 0; n < kLookahead && ahead != backlog.end(); ++n, ++ahead) {
-            prefetch(ahead->first);
-         }
-      }
-      if (ahead != backlog.end()) {
-         prefetch(ahead->first);
-         ++ahead;
       }
       const IntfIdAndPrefix key = it->first;
       const bool remove = testMode == 0 ? !processBacklog(key) : true;
@@ -261,21 +241,6 @@ void IntfBacklogSm::handleBacklog() {
       scheduleBacklog();
    } else {
       store.backlogEmptyInc(1);
-   }
-}
-
-void IntfBacklogSm::prefetch(const IntfIdAndPrefix& key) const {
-   const Ovel::IpGenPrefix& prefix = key.genPrefix();
-   const bool v4 = prefix.af() == Ovel::AddressFamily::ipv4;
-   intfBacklog_->prefetchIntfIdsByPrefix(prefix);
-   ownerNumbers_.prefetch(key.intfId());
-   if (const auto& keyStatus = v4 ? intfViaSetKeyStatus4() : intfViaSetKeyStatus6()) {
-      keyStatus->prefetchVskRefcount(key.intfId());
-   }
-   if (!vrfScaleToggle().enabled()) {
-      if (const auto& table = v4 ? route4Config_ : route6Config_) {
-         table->prefetchRoute(prefix);
-      }
    }
 }
 

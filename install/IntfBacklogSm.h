@@ -122,8 +122,6 @@ class IntfBacklogSm final : public Vok::Entity {
    // The drain's view of the store's backlog (see handleBacklog).
    bool pending(const IntfIdAndPrefix& key, bool value) const;
    IntfBacklog::Backlog::const_iterator firstPendingFrom(IntfBacklog::Backlog::const_iterator it) const;
-   // Starts fetching what processing `key` will read and write.
-   void prefetch(const IntfIdAndPrefix& key) const;
    static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(const IntfIdSet* set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,

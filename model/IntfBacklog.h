@@ -72,7 +72,6 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
       const PrefixRecord* record = prefixes_.lookup(prefix);
       return record && record->listed ? &record->candidates : nullptr;
    }
-   void prefetchIntfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const { prefixes_.prefetch(prefix); }
    // Stores `set` as the prefix's candidates; watchers hear of it unless the
    // prefix already had these very entries.
    void intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set);

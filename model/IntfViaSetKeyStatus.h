@@ -57,7 +57,6 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
       return vskRefcountByIntfId_;
    }
 
-   void prefetchVskRefcount(const Ovel::IntfId& intfId) const { vskRefcountByIntfId_.prefetch(intfId); }
    void incIntfVskRefcount(const Ovel::IntfId& intfId);
    void decIntfVskRefcount(const Ovel::IntfId& intfId);
 

@@ -60,12 +60,6 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    DatabaseStore(const DatabaseStore&) = delete;
    DatabaseStore& operator=(const DatabaseStore&) = delete;
 
-   void prefetch(const K& key) const override {
-      if (db_->writable()) {
-         cache_.prefetch(key);
-      }
-   }
-
    // A read-only store's row is a copy, valid until the next call.
    const V* row(const K& key) const override {
       if (db_->writable()) {

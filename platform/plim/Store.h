@@ -20,8 +20,6 @@ class Store {
    virtual bool rowDel(const K& key) = 0;
    virtual void rowDelAll() = 0;
    virtual std::size_t size() const = 0;
-   // A hint that `key` is about to be read or written.
-   virtual void prefetch(const K& /*key*/) const {}
    // Visits rows in the store's deterministic order; the visitor may delete
    // the row it is given.
    virtual void forEach(const std::function<void(const K&, const V&)>& visit) const = 0;
@@ -35,7 +33,6 @@ class MemoryStore final : public Store<K, V> {
    bool rowDel(const K& key) override { return rows_.erase(key); }
    void rowDelAll() override { rows_.clear(); }
    std::size_t size() const override { return rows_.size(); }
-   void prefetch(const K& key) const override { rows_.prefetch(key); }
    void forEach(const std::function<void(const K&, const V&)>& visit) const override {
       for (auto it = rows_.begin(); it != rows_.end(); ++it) {
          visit(it->first, it->second);

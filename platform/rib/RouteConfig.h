@@ -28,8 +28,6 @@ class RouteConfig final : public ::Plim::Table {
    // the table is corrupt.
    const Route* route(const Ovel::IpGenPrefix& prefix) const;
    std::size_t routeCount() const;
-   // A hint that the row of `prefix` is about to be read or written.
-   void prefetchRoute(const Ovel::IpGenPrefix& prefix) const { rows().routes->prefetch(prefix); }
    void forEachRoute(const std::function<void(const Route&)>& visit) const;
 
  private:

@@ -173,12 +173,6 @@ class HashMap {
       return tableFor(hash).lookupHashed(key, hash);
    }
    bool contains(const K& key) const { return lookup(key) != nullptr; }
-   // Starts fetching where `key` is or would go: a loop that knows its next
-   // keys overlaps their cache misses with its work on the current one.
-   void prefetch(const K& key) const noexcept {
-      const std::uint32_t hash = Traits::hash(key);
-      tableFor(hash).prefetchHashed(hash);
-   }
 
    // Inserts key -> V(args...) unless the key is present. Returns the value
    // and whether it was inserted.

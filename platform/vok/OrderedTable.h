@@ -28,7 +28,6 @@
 
 #include "platform/vok/Assert.h"
 #include "platform/vok/KeyTraits.h"
-#include "platform/vok/Prefetch.h"
 
 namespace Vok {
 
@@ -216,14 +215,6 @@ class OrderedTable {
    }
    const_iterator after(std::uint32_t hash, const K& key) const {
       return const_iterator(this, slotAfter(npos, hash, key));
-   }
-
-   // Starts fetching the slot where a key of this hash would be, for a
-   // lookup or insertion soon after.
-   void prefetchHashed(std::uint32_t hash) const noexcept {
-      if (block_) {
-         prefetchLine(&slots()[home(hash)]);
-      }
    }
 
    // The farthest any entry sits from its home slot: the cost of the
