@@ -13,7 +13,7 @@
 // A map is one ordered table (OrderedTable.h) until it holds SplitSize
 // entries; then it splits, once, into 256 tables by the top eight bits of
 // the hash. Each grows by itself, so no single insert ever rebuilds more than
-// a 256th of a large map: a table that doubles inside an event-loop callback
+// a 256th of a large map: a table that grows inside an event-loop callback
 // costs about a millisecond for every million entries of the whole map,
 // instead of stalling the loop for the whole of it. The tables are ordered
 // by those top bits, so walking them one after the other keeps the map's
