@@ -353,6 +353,21 @@ TEST_F(Installer, AFalseEntryIsWorkOnlyIfTheInstallerFoundItSo) {
    EXPECT_TRUE(h.store->backlog().empty());
 }
 
+// The owners live in the store, beside the candidates; an installer built on
+// a store has installed nothing, whatever an earlier one recorded there.
+TEST_F(Installer, ANewInstallerKnowsNoOwners) {
+   add(e1, "10.1.1.1/24");
+   h.drain();
+   ASSERT_EQ(h.sm->installedIntfId(prefix("10.1.1.0/24")), e1);
+   h.sm = nullptr;
+   h.sm = intfBacklogSmFactory(L3::VrfName("red"), h.vrfId, &h.am, h.ipStatus, h.ip6Status,
+                               h.tables.via4, h.tables.route4, h.tables.query4, h.tables.via6,
+                               h.tables.route6, h.tables.query6, h.tables.viaSets, h.store);
+   EXPECT_EQ(h.sm->installedIntfIdCount(), 0u);
+   EXPECT_EQ(h.sm->installedIntfId(prefix("10.1.1.0/24")), Ovel::IntfId());
+   EXPECT_EQ(h.store->intfIdsByPrefix(prefix("10.1.1.0/24"))->intfIdAndAddrs(), 1u);
+}
+
 TEST_F(Installer, AStoreWithoutInstallerTablesRaisesNullValidPtr) {
    IntfBacklogSm bare(L3::VrfName("red"), h.vrfId, &h.am, nullptr, nullptr, nullptr, nullptr,
                       nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);

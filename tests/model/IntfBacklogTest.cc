@@ -127,6 +127,45 @@ TEST_F(Store, DeletingFromAPrefixNeverAddedIsFatal) {
                 "assertion failed: intfIdSet");
 }
 
+// The installer's owner is kept beside the candidates: a prefix whose last
+// candidate went while its route is still installed is no candidate set for
+// anyone, and comes back as a new prefix.
+TEST_F(Store, AnInstalledOwnerOutlivesTheCandidatesUnseen) {
+   const Ovel::IpGenPrefix q = prefix("10.2.2.0/24");
+   add("10.1.1.5/24");
+   store->addToIntfIdsByPrefix(e1, q, addr("10.2.2.5/24"), Fib::RouteType::attachedSubnet,
+                               Rib::ViaSetKey(1));
+   store->installedOwnerIs(p, 7);
+   store->installedOwnerIs(p, 8);
+   EXPECT_EQ(store->installedOwner(p), 8u);
+   EXPECT_EQ(store->installedOwnerCount(), 1u);
+   EXPECT_EQ(store->installedOwner(q), PrefixRecord::kNoOwner);
+
+   store->delFromIntfIdsByPrefix(e1, p, addr("10.1.1.5/24"));
+   EXPECT_FALSE(store->intfIdsByPrefix(p));
+   EXPECT_EQ(store->installedOwner(p), 8u);
+   EXPECT_EQ(store->intfIdsByPrefixes().size(), 1u);
+   std::vector<std::string> listed;
+   for (const auto& [prefix, set] : store->intfIdsByPrefixes()) {
+      listed.push_back(prefix.toString() + " " + std::to_string(set.intfIdAndAddrs()));
+   }
+   EXPECT_EQ(listed, std::vector<std::string>{"10.2.2.0/24 1"});
+
+   recorder.log.clear();
+   add("10.1.1.6/24");  // the pair is still pending from the removal
+   EXPECT_EQ(recorder.log, std::vector<std::string>{"prefix 10.1.1.0/24"});
+   EXPECT_EQ(store->intfIdsByPrefixes().size(), 2u);
+
+   store->installedOwnerDel(p);
+   store->installedOwnerDel(p);
+   EXPECT_EQ(store->installedOwnerCount(), 0u);
+   EXPECT_EQ(store->intfIdsByPrefix(p)->intfIdAndAddrs(), 1u);
+   store->installedOwnerIs(q, 3);
+   store->installedOwnerDelAll();
+   EXPECT_EQ(store->installedOwner(q), PrefixRecord::kNoOwner);
+   EXPECT_EQ(store->intfIdsByPrefixes().size(), 2u);
+}
+
 TEST_F(Store, TheGenericSetterAnnouncesOnlySetsThatDiffer) {
    IntfIdSet set;
    set.intfIdAndAddrIs(IntfIdAndAddr(e1, addr("10.1.1.5/24")),
