@@ -74,7 +74,9 @@ IntfBacklogSm::IntfBacklogSm(L3::VrfName vrfName, VrfId vrfId, Vok::ActivityMana
    }
    if (intfBacklog_) {
       intfBacklogReactor_ = std::make_unique<VokIntfBacklog>(intfBacklog_, *this);
-      intfBacklog_->installedOwnerDelAll();  // a new installer has installed nothing yet
+      // A store serves one installer at a time: a new one takes over the
+      // owner records and has installed nothing yet.
+      intfBacklog_->installedOwnerDelAll();
       for (const auto& [key, value] : intfBacklog_->backlog()) {
          if (!value) {
             inheritedFalse_.tryEmplace(key, true);
@@ -343,11 +345,27 @@ ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {
    const std::uint32_t number =
          intfBacklog_ ? intfBacklog_->installedOwner(prefix) : PrefixRecord::kNoOwner;
-   return number == PrefixRecord::kNoOwner ? Ovel::IntfId() : ownerNames_[number];
+   if (number == PrefixRecord::kNoOwner) {
+      return Ovel::IntfId();
+   }
+   VOK_ASSERT(number < ownerNames_.size(), "number < ownerNames_.size()");
+   return ownerNames_[number];
 }
 
 std::size_t IntfBacklogSm::installedIntfIdCount() const {
    return intfBacklog_ ? intfBacklog_->installedOwnerCount() : 0;
+}
+
+void IntfBacklogSm::recordOwner(const Ovel::IpGenPrefix& prefix, const Ovel::IntfId& intfId) {
+   if (intfBacklog_) {
+      intfBacklog_->installedOwnerIs(prefix, ownerNumber(intfId));
+   }
+}
+
+void IntfBacklogSm::forgetOwner(const Ovel::IpGenPrefix& prefix) {
+   if (intfBacklog_) {
+      intfBacklog_->installedOwnerDel(prefix);
+   }
 }
 
 std::uint32_t IntfBacklogSm::ownerNumber(const Ovel::IntfId& intfId) {

@@ -119,6 +119,10 @@ class IntfBacklogSm final : public Vok::Entity {
    std::string describe() const { return vrfName_.str(); }
    IntfViaSetKeyStatus& keyStatusFor(Ovel::AddressFamily af) const;
    std::uint32_t ownerNumber(const Ovel::IntfId& intfId);
+   // The installed owner, kept in the store beside the prefix's candidates;
+   // an installer without a store keeps none.
+   void recordOwner(const Ovel::IpGenPrefix& prefix, const Ovel::IntfId& intfId);
+   void forgetOwner(const Ovel::IpGenPrefix& prefix);
    // The drain's view of the store's backlog (see handleBacklog).
    bool pending(const IntfIdAndPrefix& key, bool value) const;
    IntfBacklog::Backlog::const_iterator firstPendingFrom(IntfBacklog::Backlog::const_iterator it) const;

@@ -26,7 +26,7 @@ void IntfBacklogSm::doRouteConfigAdd(const Ovel::IntfId& intfId, Rib::RouteConfi
    ZIPMARK(1, "doRouteConfigAdd", Zipmark::text("vrf=", vrfName_.str()),
            Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
-   Vok::ValidPtr<IntfBacklog>(intfBacklog_)->installedOwnerIs(prefix, ownerNumber(intfId));
+   recordOwner(prefix, intfId);
    table->routeAdd(connectedRoute(prefix, viaSetKey, routeType));
 }
 
@@ -38,7 +38,7 @@ void IntfBacklogSm::doRouteConfigDel(const Ovel::IntfId& intfId, Rib::RouteConfi
            Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
    table->routeDel(prefix);
-   Vok::ValidPtr<IntfBacklog>(intfBacklog_)->installedOwnerDel(prefix);
+   forgetOwner(prefix);
 }
 
 void IntfBacklogSm::doOrmoRouteConfigAdd(const Ovel::IntfId& intfId,
@@ -51,7 +51,7 @@ void IntfBacklogSm::doOrmoRouteConfigAdd(const Ovel::IntfId& intfId,
    ZIPMARK(1, "doOrmoRouteConfigAdd", Zipmark::text("vrf=", vrfName_.str()),
            Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
-   Vok::ValidPtr<IntfBacklog>(intfBacklog_)->installedOwnerIs(prefix, ownerNumber(intfId));
+   recordOwner(prefix, intfId);
    Rib::IpRibRouteOrq row;
    row.keyIs(Rib::OrqKey{vrfId_, prefix});
    row.set(vrfId_, prefix, Rib::RoutingProtocol::connected, MetricPref{0, 0}, viaSetKey,
@@ -71,7 +71,7 @@ void IntfBacklogSm::doOrmoRouteConfigDel(const Ovel::IntfId& intfId,
    Rib::IpRibRouteOrq row;
    row.keyIs(Rib::OrqKey{vrfId_, prefix});
    table->rowDel(row);  // issued whether or not the row exists
-   Vok::ValidPtr<IntfBacklog>(intfBacklog_)->installedOwnerDel(prefix);
+   forgetOwner(prefix);
 }
 
 }  // namespace Routing::ConnectedRoute

@@ -89,12 +89,14 @@ void IntfBacklog::backlogEmptyIs(std::uint32_t value) {
    notify([](IntfBacklogNotifiee& n) { n.onBacklogEmpty(); });
 }
 
-void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set) {
+// `set` is a copy: the caller's may live in this very map, which the insert
+// below can move.
+void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, IntfIdSet set) {
    PrefixRecord& record = *prefixes_.tryEmplace(prefix).first;
    if (record.listed && record.candidates == set) {
       return;
    }
-   record.candidates = set;
+   record.candidates = std::move(set);
    if (!record.listed) {
       record.listed = true;
       ++listed_;
@@ -108,7 +110,7 @@ void IntfBacklog::intfIdsByPrefixDel(Ovel::IpGenPrefix prefix) {
       return;
    }
    record->listed = false;
-   record->candidates = IntfIdSet();
+   record->candidates.clear();
    --listed_;
    dropIfUnneeded(prefix, *record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
@@ -133,7 +135,7 @@ void IntfBacklog::installedOwnerIs(const Ovel::IpGenPrefix& prefix, std::uint32_
    record.installedOwner = owner;
 }
 
-void IntfBacklog::installedOwnerDel(const Ovel::IpGenPrefix& prefix) {
+void IntfBacklog::installedOwnerDel(Ovel::IpGenPrefix prefix) {
    PrefixRecord* record = prefixes_.lookup(prefix);
    if (!record || record->installedOwner == PrefixRecord::kNoOwner) {
       return;

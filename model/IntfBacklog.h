@@ -74,7 +74,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    }
    // Stores `set` as the prefix's candidates; watchers hear of it unless the
    // prefix already had these very entries.
-   void intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set);
+   void intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, IntfIdSet set);
    void intfIdsByPrefixDel(Ovel::IpGenPrefix prefix);
    void intfIdsByPrefixDelAll();
 
@@ -86,7 +86,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
       return record ? record->installedOwner : PrefixRecord::kNoOwner;
    }
    void installedOwnerIs(const Ovel::IpGenPrefix& prefix, std::uint32_t owner);
-   void installedOwnerDel(const Ovel::IpGenPrefix& prefix);
+   void installedOwnerDel(Ovel::IpGenPrefix prefix);
    void installedOwnerDelAll();
    std::size_t installedOwnerCount() const noexcept { return owners_; }
 

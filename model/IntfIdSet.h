@@ -35,7 +35,8 @@ class IntfIdSet final {
 
    IntfIdSet() = default;
    IntfIdSet(const IntfIdSet& other) { *this = other; }
-   IntfIdSet(IntfIdSet&&) noexcept = default;
+   // A set moved from is left empty, never holding a released map.
+   IntfIdSet(IntfIdSet&& other) noexcept : entries_(std::exchange(other.entries_, std::monostate())) {}
    IntfIdSet& operator=(const IntfIdSet& other) {
       if (const auto* many = std::get_if<Many>(&other.entries_)) {
          entries_ = std::make_unique<Entries>(**many);
@@ -46,7 +47,11 @@ class IntfIdSet final {
       }
       return *this;
    }
-   IntfIdSet& operator=(IntfIdSet&&) noexcept = default;
+   IntfIdSet& operator=(IntfIdSet&& other) noexcept {
+      entries_ = std::exchange(other.entries_, std::monostate());
+      return *this;
+   }
+   void clear() noexcept { entries_.emplace<std::monostate>(); }
 
    // The same entries, in the same order.
    friend bool operator==(const IntfIdSet& a, const IntfIdSet& b) {

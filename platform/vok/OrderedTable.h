@@ -245,7 +245,13 @@ private:
       std::uint8_t used;
       value_type& entry() noexcept { return *std::launder(reinterpret_cast<value_type*>(storage)); }
    };
+   static_assert(alignof(value_type) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
+                 "slots are allocated with the default alignment");
    Slot* slots() const noexcept { return reinterpret_cast<Slot*>(block_); }
+   // Where an entry is about to be built.
+   value_type* placeAt(std::size_t slot) const noexcept {
+      return reinterpret_cast<value_type*>(slots()[slot].storage);
+   }
    value_type& entryAt(std::size_t slot) const noexcept { return slots()[slot].entry(); }
    std::uint32_t& hashAt(std::size_t slot) const noexcept { return slots()[slot].hash; }
    std::uint8_t& usedAt(std::size_t slot) const noexcept { return slots()[slot].used; }
@@ -352,7 +358,7 @@ private:
       for (std::size_t i = freeSlot; i > slot; --i) {
          moveSlot(i - 1, i);
       }
-      std::construct_at(&entryAt(slot), std::piecewise_construct, std::forward_as_tuple(key),
+      std::construct_at(placeAt(slot), std::piecewise_construct, std::forward_as_tuple(key),
                         std::forward_as_tuple(std::forward<Args>(args)...));
       hashAt(slot) = hash;
       usedAt(slot) = 1;
@@ -374,7 +380,7 @@ private:
    }
 
    void moveSlot(std::size_t from, std::size_t to) {
-      std::construct_at(&entryAt(to), std::move(entryAt(from)));
+      std::construct_at(placeAt(to), std::move(entryAt(from)));
       std::destroy_at(&entryAt(from));
       hashAt(to) = hashAt(from);
       usedAt(to) = 1;
@@ -397,24 +403,26 @@ private:
 
    // Rebuilds the table with `capacity` home slots; walking the old table in
    // order inserts keys in sorted order, which is the canonical layout.
+   // Both build the new table beside this one and swap only once it is
+   // complete: a failed allocation leaves this table as it was.
    void rehash(std::size_t capacity) {
-      OrderedTable old;
-      swap(old);
-      shift_ = old.shift_;
-      capacity_ = static_cast<std::uint32_t>(capacity);
-      allocate(capacity + tailFor(capacity));
-      adopt(old, [this](std::size_t, std::uint32_t hash, std::size_t next) {
-         return std::max(home(hash), next);
+      OrderedTable grown;
+      grown.shift_ = shift_;
+      grown.capacity_ = static_cast<std::uint32_t>(capacity);
+      grown.allocate(capacity + tailFor(capacity));
+      grown.adopt(*this, [&grown](std::size_t, std::uint32_t hash, std::size_t next) {
+         return std::max(grown.home(hash), next);
       });
+      swap(grown);
    }
 
    void extendTail() {
-      OrderedTable old;
-      swap(old);
-      shift_ = old.shift_;
-      capacity_ = old.capacity_;
-      allocate(old.length_ + std::max<std::size_t>(4, old.length_ / 8));
-      adopt(old, [](std::size_t slot, std::uint32_t, std::size_t) { return slot; });
+      OrderedTable longer;
+      longer.shift_ = shift_;
+      longer.capacity_ = capacity_;
+      longer.allocate(length_ + std::max<std::size_t>(4, length_ / 8));
+      longer.adopt(*this, [](std::size_t slot, std::uint32_t, std::size_t) { return slot; });
+      swap(longer);
    }
 
    // Moves every entry of `old`, in order, to the slot `place` picks.
@@ -429,7 +437,7 @@ private:
          while (slot >= length_) {
             extendTail();
          }
-         std::construct_at(&entryAt(slot), std::move(old.entryAt(i)));
+         std::construct_at(placeAt(slot), std::move(old.entryAt(i)));
          hashAt(slot) = old.hashAt(i);
          usedAt(slot) = 1;
          ++size_;
@@ -439,8 +447,8 @@ private:
 
    void allocate(std::size_t length) {
       VOK_ASSERT(length < 0xFFFFFFFFu, "hash map too large");
-      length_ = static_cast<std::uint32_t>(length);
       block_ = static_cast<std::byte*>(::operator new(length * sizeof(Slot)));
+      length_ = static_cast<std::uint32_t>(length);
       for (std::size_t i = 0; i < length; ++i) {
          usedAt(i) = 0;
       }

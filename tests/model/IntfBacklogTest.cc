@@ -166,6 +166,23 @@ TEST_F(Store, AnInstalledOwnerOutlivesTheCandidatesUnseen) {
    EXPECT_EQ(store->intfIdsByPrefixes().size(), 2u);
 }
 
+// The generic setter may be handed a set that lives in the store itself,
+// whose map the insertion of a new prefix moves.
+TEST_F(Store, ASetCopiedFromTheStoreIntoItsOwnMapArrivesWhole) {
+   store->addToIntfIdsByPrefix(e1, p, addr("10.1.1.5/24"), Fib::RouteType::attachedSubnet,
+                               Rib::ViaSetKey(1));
+   store->addToIntfIdsByPrefix(intf("Ethernet2"), p, addr("10.1.1.6/24"),
+                               Fib::RouteType::attachedSubnet, Rib::ViaSetKey(2));
+   Ovel::IpGenPrefix from = p;
+   for (std::uint32_t n = 1; n <= 200; ++n) {
+      const Ovel::IpGenPrefix to(Ovel::IpAddr(0x0B000000u + (n << 8)), 24);
+      store->intfIdsByPrefixIs(to, *store->intfIdsByPrefix(from));
+      ASSERT_EQ(*store->intfIdsByPrefix(to), *store->intfIdsByPrefix(p));
+      from = to;
+   }
+   EXPECT_EQ(store->intfIdsByPrefixes().size(), 201u);
+}
+
 TEST_F(Store, TheGenericSetterAnnouncesOnlySetsThatDiffer) {
    IntfIdSet set;
    set.intfIdAndAddrIs(IntfIdAndAddr(e1, addr("10.1.1.5/24")),

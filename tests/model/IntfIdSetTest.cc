@@ -76,5 +76,27 @@ TEST(IntfIdSet, HoldsAndOrdersEntriesAsTheHashMapDoesThroughRandomChanges) {
    }
 }
 
+// Records move when their map grows: a set moved from is empty and usable,
+// and a copy is independent of its source.
+TEST(IntfIdSet, MovesLeaveAnEmptySetAndCopiesAreIndependent) {
+   IntfIdSet many;
+   for (const char* intf : {"Ethernet1", "Ethernet2", "Ethernet3"}) {
+      many.intfIdAndAddrIs(IntfIdAndAddr(Ovel::IntfId(intf), Ovel::IpGenAddrWithMask::parse("10.1.1.5/24")),
+                           ConnectedRouteProperty(Fib::RouteType::attachedSubnet, Rib::ViaSetKey(1)));
+   }
+   IntfIdSet copy = many;
+   IntfIdSet moved = std::move(many);
+   EXPECT_EQ(many.intfIdAndAddrs(), 0u);  // the set moved from
+   EXPECT_FALSE(many.first());
+   EXPECT_EQ(IntfIdSet(many), IntfIdSet());
+   EXPECT_EQ(moved, copy);
+   copy.intfIdAndAddrDel(copy.first()->key);
+   EXPECT_EQ(moved.intfIdAndAddrs(), 3u);
+   EXPECT_EQ(copy.intfIdAndAddrs(), 2u);
+   copy = std::move(moved);
+   EXPECT_EQ(copy.intfIdAndAddrs(), 3u);
+   EXPECT_EQ(moved.intfIdAndAddrs(), 0u);
+}
+
 }  // namespace
 }  // namespace Routing::ConnectedRoute
