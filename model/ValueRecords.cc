@@ -46,6 +46,19 @@ std::uint32_t oneAtATimeAdd(std::uint32_t hash, const void* bytes, std::size_t s
    return hash;
 }
 
+// Records come in runs for one interface (an address gives four prefixes,
+// each keyed twice), and the name is more than half of a record's bytes:
+// the last name's part of the hash is kept.
+std::uint32_t oneAtATimeOfIntfId(const Ovel::IntfId& intfId) noexcept {
+   thread_local Ovel::IntfId lastIntfId;
+   thread_local std::uint32_t lastHash = oneAtATimeAdd(0, &lastIntfId, sizeof(lastIntfId));
+   if (!(intfId == lastIntfId)) {
+      lastIntfId = intfId;
+      lastHash = oneAtATimeAdd(0, &intfId, sizeof(intfId));
+   }
+   return lastHash;
+}
+
 std::uint32_t oneAtATimeFinish(std::uint32_t hash) noexcept {
    hash += hash << 3;
    hash ^= hash >> 11;

@@ -29,6 +29,9 @@ namespace Routing::ConnectedRoute {
 // oneAtATimeFinish.
 std::uint32_t oneAtATimeAdd(std::uint32_t hash, const void* bytes, std::size_t size) noexcept;
 std::uint32_t oneAtATimeFinish(std::uint32_t hash) noexcept;
+// oneAtATimeAdd(0, &intfId, sizeof intfId): the part every keyed record
+// starts with.
+std::uint32_t oneAtATimeOfIntfId(const Ovel::IntfId& intfId) noexcept;
 
 // The shared shape of IntfIdAndPrefix and IntfIdAndAddr: an interface and a
 // second field, with the conjunctive ordering and the byte hash.
@@ -61,7 +64,7 @@ class IntfIdAnd {
 
  private:
    std::uint32_t computeHash() const noexcept {
-      std::uint32_t h = oneAtATimeAdd(0, &intfId_, sizeof(intfId_));
+      const std::uint32_t h = oneAtATimeOfIntfId(intfId_);
       return oneAtATimeFinish(oneAtATimeAdd(h, &second_, sizeof(second_)));
    }
 
