@@ -14,8 +14,8 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
-#include <vector>
 
 #include "model/IntfBacklog.h"
 #include "platform/ip/IpIntfStatus.h"
@@ -150,7 +150,9 @@ class IntfBacklogSm final : public Vok::Entity {
    // prefix's candidates, as a number into ownerNames_: a name is 24 bytes
    // and every installed route has an owner. Numbers are never taken back;
    // there are as many as interfaces that ever owned a route of this VRF.
-   std::vector<Ovel::IntfId> ownerNames_;
+   // A deque grows block by block; a vector would copy every name when it
+   // grows, a step proportional to the owners inside one drain slice.
+   std::deque<Ovel::IntfId> ownerNames_;
    // Entries the store held as false when the installer was built and that
    // have not changed since: work, as they were for a copy taken then.
    Vok::HashMap<IntfIdAndPrefix, bool> inheritedFalse_;
