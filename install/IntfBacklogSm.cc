@@ -132,10 +132,6 @@ const IntfBacklog::Backlog& IntfBacklogSm::backlog() const {
    return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->backlog();
 }
 
-IntfBacklog::IntfIdsByPrefix IntfBacklogSm::intfIdsByPrefix() const {
-   return Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefixes();
-}
-
 void IntfBacklogSm::backlogDelayIs(double seconds) {
    if (seconds == backlogDelay_) {
       return;

@@ -89,10 +89,8 @@ class IntfBacklogSm final : public Vok::Entity {
    const Vok::Ptr<Rib::IpRibRouteOrqTable>& route4OrmoConfig() const noexcept { return route4OrmoConfig_; }
    const Vok::Ptr<Rib::IpRibRouteOrqTable>& route6OrmoConfig() const noexcept { return route6OrmoConfig_; }
    const Vok::Ptr<Rib::ViaSetConfig>& viaSetConfig() const noexcept { return viaSetConfig_; }
-   // The store's backlog and candidate sets, which the installer drains and
-   // reads in place.
+   // The store's backlog, which the installer drains in place.
    const IntfBacklog::Backlog& backlog() const;
-   IntfBacklog::IntfIdsByPrefix intfIdsByPrefix() const;
    // How many prefixes have an installed owner.
    std::size_t installedIntfIdCount() const;
    const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus4() const;

@@ -97,10 +97,7 @@ void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, IntfIdSet s
       return;
    }
    record.candidates = std::move(set);
-   if (!record.listed) {
-      record.listed = true;
-      ++listed_;
-   }
+   list(record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
 
@@ -120,6 +117,15 @@ void IntfBacklog::intfIdsByPrefixDelAll() {
    for (auto it = prefixes_.begin(); it != prefixes_.end(); ++it) {
       intfIdsByPrefixDel(it->first);
    }
+}
+
+bool IntfBacklog::list(PrefixRecord& record) {
+   if (record.listed) {
+      return false;
+   }
+   record.listed = true;
+   ++listed_;
+   return true;
 }
 
 void IntfBacklog::dropIfUnneeded(const Ovel::IpGenPrefix& prefix, const PrefixRecord& record) {
@@ -169,9 +175,7 @@ void IntfBacklog::addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::I
       return;
    }
    PrefixRecord* record = prefixes_.tryEmplace(prefix).first;
-   if (!record->listed) {
-      record->listed = true;
-      ++listed_;
+   if (list(*record)) {
       // Watchers hear of the new prefix while its set is still empty.
       notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
       record = prefixes_.lookup(prefix);  // watchers may have changed the map

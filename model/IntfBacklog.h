@@ -110,6 +110,8 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    Backlog backlog_;
    std::size_t falseEntries_ = 0;  // only the generic setter stores false
    std::uint32_t backlogEmpty_ = 0;
+   // Lists the record as a candidate set; false if it already was.
+   bool list(PrefixRecord& record);
    // Drops a record nobody needs any more.
    void dropIfUnneeded(const Ovel::IpGenPrefix& prefix, const PrefixRecord& record);
 
