@@ -4,9 +4,9 @@
 //
 // A dump is handed to a DumpWriter section by section, and each section's
 // rows one at a time, in sorted order, straight from the tables: a dump of
-// millions of routes holds one row at a time, never a copy of the tables.
-// The text writer walks a section twice (once for its column widths), so a
-// section must be walkable more than once.
+// millions of routes never holds a copy of the tables. The JSON writer
+// writes each row as it comes; the text writer holds one table's formatted
+// cells at a time, as it needs every cell before the column widths.
 #pragma once
 
 #include <cstdint>

@@ -4,6 +4,8 @@
 // O(rows log rows), whatever the number of VRFs.
 #include <algorithm>
 #include <map>
+#include <type_traits>
+#include <utility>
 
 #include "app/Host.h"
 #include "app/TableRows.h"
@@ -21,19 +23,29 @@ Ovel::IntfId ownerOf(const Rib::Route& r, const ContainerSm* container) {
 
 // A route with its owner, looked up once while the table is walked: the
 // route table and the owner map are both in hash order, so the lookups
-// stream through memory instead of jumping.
+// stream through memory instead of jumping. The prefix is copied beside
+// them so that sorting compares without following the pointer.
 struct OwnedRoute {
+   Ovel::IpGenPrefix prefix;
    const Rib::Route* route;
    Ovel::IntfId owner;
 };
 
 // Rows of a table as pointers sorted by `key`: the table is not written
-// while a dump runs, so its rows stay where they are.
+// while a dump runs, so its rows stay where they are. The keys are sorted
+// beside the pointers, which keeps the comparisons in one array.
 template <class Row, class ForEach, class Key>
 std::vector<const Row*> sortedRows(ForEach forEach, Key key) {
+   using SortKey = std::decay_t<decltype(key(std::declval<const Row&>()))>;
+   std::vector<std::pair<SortKey, const Row*>> keyed;
+   forEach([&](const Row& row) { keyed.emplace_back(key(row), &row); });
+   std::sort(keyed.begin(), keyed.end(),
+             [](const auto& a, const auto& b) { return a.first < b.first; });
    std::vector<const Row*> rows;
-   forEach([&](const Row& row) { rows.push_back(&row); });
-   std::sort(rows.begin(), rows.end(), [&](const Row* a, const Row* b) { return key(*a) < key(*b); });
+   rows.reserve(keyed.size());
+   for (const auto& entry : keyed) {
+      rows.push_back(entry.second);
+   }
    return rows;
 }
 
@@ -89,10 +101,10 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
             mounted(path, "Routing::Rib::RouteConfig"), {}};
       if (out.first) {
          out.first->entityAs<Rib::RouteConfig>()->forEachRoute([&](const Rib::Route& r) {
-            out.second.push_back(OwnedRoute{&r, ownerOf(r, container)});
+            out.second.push_back(OwnedRoute{r.prefix, &r, ownerOf(r, container)});
          });
          std::sort(out.second.begin(), out.second.end(),
-                   [](const OwnedRoute& a, const OwnedRoute& b) { return a.route->prefix < b.route->prefix; });
+                   [](const OwnedRoute& a, const OwnedRoute& b) { return a.prefix < b.prefix; });
       }
       return out;
    };
@@ -108,7 +120,7 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
       if (out.mount) {
          auto table = out.mount->entityAs<Rib::Ip::ViaConfig>();
          out.rows = sortedRows<Rib::Via>([&](auto visit) { table->forEachVia(visit); },
-                                         [](const Rib::Via& v) -> const Rib::ViaKey& { return v.key; });
+                                         [](const Rib::Via& v) { return v.key; });
       }
       return out;
    };

@@ -1,6 +1,7 @@
 #include "app/Player.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -105,6 +106,10 @@ void copyFile(int from, int to) {
    }
    ::setenv("ZMFILE", name.c_str(), 1);
    std::ios::sync_with_stdio(false);
+   // A dump is millions of short lines: large writes keep the kernel's
+   // per-write cost off each of them.
+   static char outputBuffer[1 << 20];
+   std::cout.rdbuf()->pubsetbuf(outputBuffer, sizeof(outputBuffer));
    try {
       // Opened here, never across the fork: LMDB's environments do not
       // survive one. The parent checked the directory already.
@@ -228,6 +233,9 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
       throw OutputError(error);
    }
    auto* progress = new (page) Progress;
+   // Pages the parent freed (the scenario document) would otherwise be
+   // copied into the child the first time it reuses them.
+   ::malloc_trim(0);
    std::cout.flush();
    std::cerr.flush();
    const pid_t parent = ::getpid();

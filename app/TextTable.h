@@ -11,17 +11,14 @@
 #include <vector>
 
 #include "app/Dump.h"
+#include "platform/vok/Assert.h"
 
 namespace App {
 
-// One row's cells, written into one buffer that every row reuses: a dump
-// of millions of rows formats them without an allocation per cell.
+// Cells written one after another into one buffer: a table of millions
+// of rows is formatted without an allocation per cell.
 class Cells {
  public:
-   void clear() {
-      text_.clear();
-      ends_.clear();
-   }
    Cells& operator<<(std::string_view cell) {
       text_ += cell;
       ends_.push_back(text_.size());
@@ -43,50 +40,43 @@ class Cells {
    std::vector<std::size_t> ends_;
 };
 
-// Columns padded to their widest cell: one walk over the rows for the
-// widths, one to print.
+// Columns padded to their widest cell. Every cell is formatted once, while
+// the widths are measured; the lines are then written in large blocks.
 template <class Row, class ToCells>
 void renderTable(std::ostream& out, const std::vector<std::string_view>& headers,
                  const Section<Row>& rows, ToCells toCells) {
-   std::vector<std::size_t> width(headers.size(), 0);
+   const std::size_t columns = headers.size();
    Cells cells;
-   auto measure = [&] {
-      for (std::size_t i = 0; i < cells.size(); ++i) {
-         width[i] = std::max(width[i], cells[i].size());
-      }
-   };
-   auto headerCells = [&] {
-      cells.clear();
-      for (std::string_view header : headers) {
-         cells << header;
-      }
-   };
-   headerCells();
-   measure();
+   for (std::string_view header : headers) {
+      cells << header;
+   }
    rows.forEach([&](const Row& row) {
-      cells.clear();
       toCells(row, cells);
-      measure();
+      VOK_ASSERT(cells.size() % columns == 0, "renderTable: a row with the wrong number of cells");
    });
-   std::string line;
-   auto print = [&] {
-      line.assign("    ");
-      for (std::size_t i = 0; i < cells.size(); ++i) {
-         line += cells[i];
-         if (i + 1 < cells.size()) {
-            line.append(width[i] - cells[i].size() + 2, ' ');
+   std::vector<std::size_t> width(columns, 0);
+   for (std::size_t i = 0; i < cells.size(); ++i) {
+      width[i % columns] = std::max(width[i % columns], cells[i].size());
+   }
+   constexpr std::size_t kBlock = std::size_t{1} << 16;
+   std::string block;
+   block.reserve(kBlock + 1024);
+   for (std::size_t first = 0; first < cells.size(); first += columns) {
+      block += "    ";
+      for (std::size_t column = 0; column < columns; ++column) {
+         const std::string_view cell = cells[first + column];
+         block += cell;
+         if (column + 1 < columns) {
+            block.append(width[column] - cell.size() + 2, ' ');
          }
       }
-      line += '\n';
-      out << line;
-   };
-   headerCells();
-   print();
-   rows.forEach([&](const Row& row) {
-      cells.clear();
-      toCells(row, cells);
-      print();
-   });
+      block += '\n';
+      if (block.size() >= kBlock) {
+         out.write(block.data(), static_cast<std::streamsize>(block.size()));
+         block.clear();
+      }
+   }
+   out.write(block.data(), static_cast<std::streamsize>(block.size()));
 }
 
 inline std::string hex(std::uint32_t value) {

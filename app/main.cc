@@ -6,6 +6,7 @@
 // input error (a bad option, environment variable, scenario or fast-trace
 // file, or a scenario on which the engine stops), with a message naming it.
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -103,6 +104,12 @@ void keepStandardDescriptorsOpen() {
 
 int main(int argc, char** argv) {
    keepStandardDescriptorsOpen();
+   // Memory freed by one phase (the scenario document, a table's old slots
+   // after it grows) is kept for the next instead of being handed back to
+   // the kernel: every page handed back is faulted in and zeroed again.
+   ::mallopt(M_TRIM_THRESHOLD, 1 << 30);
+   ::mallopt(M_TOP_PAD, 64 << 20);
+   ::mallopt(M_MMAP_THRESHOLD, 32 << 20);
    // A closed pipe is a write error to report, not a signal to die of.
    std::signal(SIGPIPE, SIG_IGN);
    CLI::App app{

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cstring>
 #include <ostream>
 
 #include "platform/vok/Errors.h"
@@ -18,11 +19,21 @@ bool Ip6Addr::isZero() const {
 
 bool Ip6Addr::isLinkLocal() const { return bytes_[0] == 0xfe && (bytes_[1] & 0xc0) == 0x80; }
 
-std::string Ip6Addr::toString() const {
+static_assert(Ip6Addr::kMaxChars + 1 == INET6_ADDRSTRLEN);
+
+char* Ip6Addr::toChars(char* out) const {
+   // inet_ntop cannot fail for AF_INET6 with a buffer of INET6_ADDRSTRLEN;
+   // it writes a NUL, which the caller's room does not include.
    char text[INET6_ADDRSTRLEN];
-   // inet_ntop cannot fail for AF_INET6 with a buffer of INET6_ADDRSTRLEN.
    inet_ntop(AF_INET6, bytes_.data(), text, sizeof(text));
-   return text;
+   const std::size_t size = std::strlen(text);
+   std::memcpy(out, text, size);
+   return out + size;
+}
+
+std::string Ip6Addr::toString() const {
+   char text[kMaxChars];
+   return std::string(text, toChars(text));
 }
 
 Ip6Addr Ip6Addr::parse(std::string_view text) {

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -28,6 +29,10 @@ class Ip6Addr {
 
    // RFC 5952 canonical text: lower case, longest zero run compressed.
    std::string toString() const;
+   // The same text written at out, without a terminating NUL; returns its
+   // end. Room for kMaxChars is needed.
+   static constexpr std::size_t kMaxChars = 45;  // "ffff:ffff:ffff:ffff:ffff:ffff:255.255.255.255"
+   char* toChars(char* out) const;
    // Any RFC 4291 spelling (no zone index); throws Vok::ParseError.
    static Ip6Addr parse(std::string_view text);
 

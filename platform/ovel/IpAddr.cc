@@ -3,6 +3,7 @@
 
 #include "platform/ovel/IpAddr.h"
 
+#include <charconv>
 #include <ostream>
 #include <vector>
 
@@ -11,15 +12,19 @@
 
 namespace Ovel {
 
-std::string IpAddr::toString() const {
-   std::string text;
+char* IpAddr::toChars(char* out) const {
    for (int shift = 24; shift >= 0; shift -= 8) {
-      text += std::to_string((value_ >> shift) & 0xff);
+      out = std::to_chars(out, out + 3, (value_ >> shift) & 0xff).ptr;
       if (shift != 0) {
-         text += '.';
+         *out++ = '.';
       }
    }
-   return text;
+   return out;
+}
+
+std::string IpAddr::toString() const {
+   char text[kMaxChars];
+   return std::string(text, toChars(text));
 }
 
 IpAddr IpAddr::parse(std::string_view text) {

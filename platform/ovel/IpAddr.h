@@ -4,6 +4,7 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -22,6 +23,10 @@ class IpAddr {
 
    // Dotted quad, "10.1.1.5".
    std::string toString() const;
+   // The same text written at out, without a terminating NUL; returns its
+   // end. Room for kMaxChars is needed.
+   static constexpr std::size_t kMaxChars = 15;
+   char* toChars(char* out) const;
    // Exactly four decimal octets without leading zeros; throws Vok::ParseError.
    static IpAddr parse(std::string_view text);
 

@@ -3,6 +3,7 @@
 
 #include "platform/ovel/IpGenAddr.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "platform/ovel/GenBytes.h"
@@ -24,14 +25,20 @@ Ip6Addr IpGenAddr::v6() const {
    return Ip6Addr(bytes_);
 }
 
-std::string IpGenAddr::toString() const {
+char* IpGenAddr::toChars(char* out) const {
    if (isV4()) {
-      return v4().toString();
+      return v4().toChars(out);
    }
    if (isV6()) {
-      return v6().toString();
+      return v6().toChars(out);
    }
-   return "none";
+   constexpr std::string_view none = "none";
+   return std::copy(none.begin(), none.end(), out);
+}
+
+std::string IpGenAddr::toString() const {
+   char text[kMaxChars];
+   return std::string(text, toChars(text));
 }
 
 IpGenAddr IpGenAddr::parse(std::string_view text) {

@@ -35,6 +35,10 @@ class IpGenAddr {
 
    // "none", or the family's own text.
    std::string toString() const;
+   // The same text written at out, without a terminating NUL; returns its
+   // end. Room for kMaxChars is needed.
+   static constexpr std::size_t kMaxChars = Ip6Addr::kMaxChars;
+   char* toChars(char* out) const;
    // "none", an IPv6 address (recognised by its ':'), or an IPv4 address.
    // Throws Vok::ParseError.
    static IpGenAddr parse(std::string_view text);

@@ -3,6 +3,7 @@
 
 #include "platform/ovel/IpGenPrefix.h"
 
+#include <charconv>
 #include <ostream>
 
 #include "platform/ovel/GenBytes.h"
@@ -47,11 +48,18 @@ IpGenAddr IpGenPrefix::addr() const {
    return IpGenAddr();
 }
 
-std::string IpGenPrefix::toString() const {
+char* IpGenPrefix::toChars(char* out) const {
+   out = addr().toChars(out);
    if (isEmpty()) {
-      return "none";
+      return out;  // "none"
    }
-   return addr().toString() + "/" + std::to_string(len_);
+   *out++ = '/';
+   return std::to_chars(out, out + 3, len_).ptr;
+}
+
+std::string IpGenPrefix::toString() const {
+   char text[kMaxChars];
+   return std::string(text, toChars(text));
 }
 
 IpGenPrefix IpGenPrefix::parse(std::string_view text) {

@@ -42,6 +42,10 @@ class IpGenPrefix {
 
    // "none", "10.1.1.0/24" or "2001:db8::/64".
    std::string toString() const;
+   // The same text written at out, without a terminating NUL; returns its
+   // end. Room for kMaxChars is needed.
+   static constexpr std::size_t kMaxChars = IpGenAddr::kMaxChars + 4;
+   char* toChars(char* out) const;
    // Rejects host bits rather than clearing them: a configured "10.1.1.5/24"
    // where a prefix is expected is almost always a mistake worth reporting.
    // Throws Vok::ParseError.

@@ -4,6 +4,7 @@
 #include "platform/rib/ViaKey.h"
 
 #include <array>
+#include <charconv>
 #include <limits>
 #include <ostream>
 
@@ -12,8 +13,17 @@
 
 namespace Routing::Rib {
 
+char* ViaKey::toChars(char* out) const {
+   out = std::to_chars(out, out + 3, transport_).ptr;
+   *out++ = ':';
+   out = std::to_chars(out, out + 10, vrfId_).ptr;
+   *out++ = ':';
+   return std::to_chars(out, out + 10, id_).ptr;
+}
+
 std::string ViaKey::toString() const {
-   return std::to_string(transport_) + ":" + std::to_string(vrfId_) + ":" + std::to_string(id_);
+   char text[kMaxChars];
+   return std::string(text, toChars(text));
 }
 
 ViaKey ViaKey::parse(std::string_view text) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -29,6 +30,10 @@ class ViaKey {
 
    // "transport:vrfId:id", e.g. "1:0:17".
    std::string toString() const;
+   // The same text written at out, without a terminating NUL; returns its
+   // end. Room for kMaxChars is needed.
+   static constexpr std::size_t kMaxChars = 3 + 1 + 10 + 1 + 10;
+   char* toChars(char* out) const;
    // Three canonical decimals; throws Vok::ParseError.
    static ViaKey parse(std::string_view text);
 
