@@ -279,9 +279,8 @@ Scenario parseScenario(const std::string& source, const std::string& name) {
    }
    json document;
    try {
-      DocumentChecker::check(source);
-      document = json::parse(source, nullptr, true, /*ignore_comments=*/true);
-   } catch (const json::exception& e) {  // a syntax error, or a number out of range
+      document = DocumentReader::read(source);
+   } catch (const JsonSyntaxError& e) {
       throw ScenarioError(name + ": not valid JSON: " + e.what());
    } catch (const DocumentError& e) {
       throw ScenarioError(name + ": " + e.what());

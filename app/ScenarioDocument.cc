@@ -7,52 +7,68 @@ namespace App {
 
 using nlohmann::json;
 
-void DocumentChecker::check(const std::string& text) {
-   DocumentChecker checker;
-   json::sax_parse(text, &checker, json::input_format_t::json, /*strict=*/true,
+json DocumentReader::read(const std::string& text) {
+   DocumentReader reader;
+   json::sax_parse(text, &reader, json::input_format_t::json, /*strict=*/true,
                    /*ignore_comments=*/true);
+   return std::move(reader.root_);
 }
 
-bool DocumentChecker::value() {
-   if (!stack_.empty() && !stack_.back().object) {
-      ++stack_.back().index;
+json* DocumentReader::place(json&& value) {
+   if (stack_.empty()) {
+      root_ = std::move(value);
+      return &root_;
    }
-   return true;
+   Frame& frame = stack_.back();
+   if (frame.container->is_array()) {
+      ++frame.index;
+      auto& elements = frame.container->get_ref<json::array_t&>();
+      elements.push_back(std::move(value));
+      return &elements.back();
+   }
+   json& member = (*frame.container)[frame.key];
+   member = std::move(value);
+   return &member;
 }
 
-bool DocumentChecker::string(std::string& text) {
-   value();
+bool DocumentReader::string(std::string& text) {
    checkText(text, "string");
+   place(json(std::move(text)));
    return true;
 }
 
-bool DocumentChecker::start_object(std::size_t) {
-   value();
-   stack_.push_back(Frame{true, {}, {}, 0});
+bool DocumentReader::binary(std::vector<std::uint8_t>& bytes) {
+   place(json::binary(std::move(bytes)));
    return true;
 }
 
-bool DocumentChecker::start_array(std::size_t) {
-   value();
-   stack_.push_back(Frame{false, {}, {}, 0});
+bool DocumentReader::start_object(std::size_t) {
+   json* object = place(json::object());
+   stack_.push_back(Frame{object, {}, 0});
    return true;
 }
 
-bool DocumentChecker::end_object() {
+bool DocumentReader::start_array(std::size_t) {
+   json* array = place(json::array());
+   stack_.push_back(Frame{array, {}, 0});
+   return true;
+}
+
+bool DocumentReader::end_object() {
    stack_.pop_back();
    return true;
 }
 
-bool DocumentChecker::end_array() {
+bool DocumentReader::end_array() {
    stack_.pop_back();
    return true;
 }
 
-bool DocumentChecker::key(std::string& key) {
+bool DocumentReader::key(std::string& key) {
    Frame& frame = stack_.back();
    frame.key.clear();  // a key is reported where its object stands
    checkText(key, "key");
-   if (!frame.keys.insert(key).second) {
+   if (frame.container->contains(key)) {
       throw DocumentError(where() + "duplicate key '" + key.substr(0, 40) + "'");
    }
    frame.key = key;
@@ -88,7 +104,7 @@ unsigned controlAt(const std::string& text, std::size_t i) {
 
 }  // namespace
 
-void DocumentChecker::checkText(const std::string& text, const char* what) const {
+void DocumentReader::checkText(const std::string& text, const char* what) const {
    for (std::size_t i = 0; i < text.size(); ++i) {
       if (const unsigned code = controlAt(text, i)) {
          char name[8];
@@ -103,11 +119,11 @@ void DocumentChecker::checkText(const std::string& text, const char* what) const
 
 // "step 3 (ipv4), field 'secondaries'" for a place inside the steps list,
 // "field 'description'" at the top.
-std::string DocumentChecker::where() const {
+std::string DocumentReader::where() const {
    std::string out;
    for (std::size_t i = 0; i < stack_.size(); ++i) {
       const Frame& frame = stack_[i];
-      if (i == 1 && !frame.object && stack_[0].key == "steps") {
+      if (i == 1 && frame.container->is_array() && stack_[0].key == "steps") {
          out = "step " + std::to_string(frame.index);
          if (i + 1 < stack_.size() && !stack_[i + 1].key.empty()) {
             out += " (" + stack_[i + 1].key + ")";
@@ -115,7 +131,7 @@ std::string DocumentChecker::where() const {
          }
          continue;
       }
-      if (frame.object && !frame.key.empty()) {
+      if (frame.container->is_object() && !frame.key.empty()) {
          out += (out.empty() ? "" : ", ") + std::string("field '") + frame.key.substr(0, 40) + "'";
       }
    }
