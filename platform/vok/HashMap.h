@@ -10,37 +10,47 @@
 //      if (done(it->first)) map.erase(it->first);
 //   }
 //
-// A map is one ordered table (OrderedTable.h) until it holds SplitSize
-// entries; then it splits, once, into 256 tables by the top eight bits of
-// the hash. Each grows by itself, so no single insert ever rebuilds more than
-// a 256th of a large map: a table that grows inside an event-loop callback
-// costs about a millisecond for every million entries of the whole map,
-// instead of stalling the loop for the whole of it. The tables are ordered
-// by those top bits, so walking them one after the other keeps the map's
-// order.
+// A map is one ordered table (OrderedTable.h) until it holds PartSize
+// entries; then it splits in two by the top bit of the hash, and each part
+// that reaches PartSize entries splits in two again by its next bit. A
+// directory indexed by the top bits of a hash finds the part holding it.
+// Each part grows by itself, so no insert ever rebuilds more than PartSize
+// entries however large the map: a growth inside an event-loop callback
+// costs the same at four million entries as at forty thousand. Each part
+// holds one range of hashes, and the parts are kept in hash order, so
+// walking them one after the other keeps the map's order.
 #pragma once
 
 #include <algorithm>
-#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "platform/vok/Assert.h"
 #include "platform/vok/OrderedTable.h"
 
 namespace Vok {
 
-template <class K, class V, class Traits = KeyTraits<K>, std::size_t SplitSize = (std::size_t{1} << 15)>
+template <class K, class V, class Traits = KeyTraits<K>, std::size_t PartSize = 4096>
 class HashMap {
    using Table = detail::OrderedTable<K, V, Traits>;
-   static constexpr unsigned kShardBits = 8;
-   static constexpr std::size_t kShards = std::size_t{1} << kShardBits;
+   static_assert(PartSize >= 4 && std::has_single_bit(PartSize), "parts split at powers of two");
+   // A part whose keys share this many top hash bits stays whole: hashes
+   // that alike are a skewed key set, which more parts would not spread,
+   // and the directory stays at most 2^kMaxDepth entries.
+   static constexpr unsigned kMaxDepth = 20;
 
-   struct Shards {
-      std::array<Table, kShards> tables;
+   // The parts in hash order, and the directory from the top `depth` bits
+   // of a hash to the index of the part holding it. A part's own depth (the
+   // top bits its keys share) is its table's shared hash bits.
+   struct Parts {
+      std::vector<std::unique_ptr<Table>> tables;
+      std::vector<std::uint32_t> directory;
+      unsigned depth = 0;
       std::size_t size = 0;
    };
 
@@ -67,7 +77,7 @@ class HashMap {
       operator Iter<true>() const {
          Iter<true> converted;
          converted.map_ = map_;
-         converted.shard_ = shard_;
+         converted.part_ = part_;
          converted.inner_ = inner_;
          converted.layout_ = layout_;
          return converted;
@@ -86,7 +96,7 @@ class HashMap {
          }
          ++inner_;
          if (inner_.atEnd()) {
-            *this = map_->firstFrom(shard_ + 1);
+            *this = map_->firstFrom(part_ + 1);
          }
          return *this;
       }
@@ -107,8 +117,8 @@ class HashMap {
       friend class HashMap;
       template <bool>
       friend class Iter;
-      Iter(Map* map, std::size_t shard, Inner inner)
-            : map_(inner.atEnd() ? nullptr : map), shard_(shard), inner_(std::move(inner)),
+      Iter(Map* map, std::size_t part, Inner inner)
+            : map_(inner.atEnd() ? nullptr : map), part_(part), inner_(std::move(inner)),
               layout_(map ? map->layout_ : 0) {}
 
       // After a split or join the entry lives in another table.
@@ -116,7 +126,7 @@ class HashMap {
          if (layout_ != map_->layout_) {
             const Iter found = map_->findHashed(inner_.key(), inner_.hash());
             VOK_ASSERT(!found.atEnd(), "dereferenced a map iterator whose entry was removed");
-            shard_ = found.shard_;
+            part_ = found.part_;
             inner_ = found.inner_;
             layout_ = found.layout_;
          }
@@ -124,7 +134,7 @@ class HashMap {
 
       Map* map_ = nullptr;
       // Where the entry is: refreshed by follow() when the map split or joined.
-      mutable std::size_t shard_ = 0;
+      mutable std::size_t part_ = 0;
       mutable Inner inner_;
       mutable std::uint32_t layout_ = 0;
    };
@@ -147,12 +157,12 @@ class HashMap {
 
    void swap(HashMap& other) noexcept {
       single_.swap(other.single_);
-      std::swap(shards_, other.shards_);
+      std::swap(parts_, other.parts_);
       ++layout_;
       ++other.layout_;
    }
 
-   std::size_t size() const noexcept { return shards_ ? shards_->size : single_.size(); }
+   std::size_t size() const noexcept { return parts_ ? parts_->size : single_.size(); }
    bool empty() const noexcept { return size() == 0; }
 
    iterator begin() { return firstFrom(0); }
@@ -179,16 +189,17 @@ class HashMap {
    template <class... Args>
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
       const std::uint32_t hash = Traits::hash(key);
-      if (!shards_ && single_.size() >= SplitSize) {
-         // Only a new key splits: `key` may refer into the map itself.
-         if (V* existing = single_.lookupHashed(key, hash)) {
-            return {existing, false};
-         }
-         split();
+      // A table whose keys would not spread is tried again only when it has
+      // doubled, which keeps the tries' cost constant per insert. Only a new
+      // key splits: `key` may refer into the map itself.
+      Table& table = tableFor(hash);
+      if (table.size() >= PartSize && std::has_single_bit(table.size()) &&
+          !table.lookupHashed(key, hash) && split(hash)) {
+         return tryEmplace(key, std::forward<Args>(args)...);  // once more, in its half
       }
       auto result = tableFor(hash).tryEmplaceHashed(hash, key, std::forward<Args>(args)...);
-      if (result.second && shards_) {
-         ++shards_->size;
+      if (result.second && parts_) {
+         ++parts_->size;
       }
       return result;
    }
@@ -207,8 +218,8 @@ class HashMap {
       if (!tableFor(hash).eraseHashed(key, hash)) {
          return false;
       }
-      if (shards_ && --shards_->size == 0) {
-         shards_.reset();  // an emptied map gives its memory back
+      if (parts_ && --parts_->size == 0) {
+         parts_.reset();  // an emptied map gives its memory back
          ++layout_;
       }
       return true;
@@ -216,70 +227,122 @@ class HashMap {
 
    void clear() {
       single_.clear();
-      shards_.reset();
+      parts_.reset();
       ++layout_;
    }
 
    // The farthest any entry sits from its home slot: the cost of the
    // longest lookup, which stays small whatever the history of the map.
    std::size_t longestProbe() const noexcept {
-      if (!shards_) {
+      if (!parts_) {
          return single_.longestProbe();
       }
       std::size_t longest = 0;
-      for (const Table& table : shards_->tables) {
-         longest = std::max(longest, table.longestProbe());
+      for (const auto& table : parts_->tables) {
+         longest = std::max(longest, table->longestProbe());
       }
       return longest;
    }
 
- private:
-   static std::size_t shardOf(std::uint32_t hash) noexcept { return hash >> (32 - kShardBits); }
+   // How many tables hold the map: 1 until it splits.
+   std::size_t parts() const noexcept { return parts_ ? parts_->tables.size() : 1; }
 
-   Table& tableFor(std::uint32_t hash) { return shards_ ? shards_->tables[shardOf(hash)] : single_; }
-   const Table& tableFor(std::uint32_t hash) const {
-      return shards_ ? shards_->tables[shardOf(hash)] : single_;
+ private:
+   std::uint32_t partOf(std::uint32_t hash) const noexcept {
+      return parts_->directory[hash >> (32 - parts_->depth)];
    }
 
-   // Entries move to their shards in order, each shard's share built as
-   // sorted insertion builds it: the one step that touches the whole map,
-   // taken once, while the map is still SplitSize entries small.
-   void split() {
-      auto shards = std::make_unique<Shards>();
-      for (Table& table : shards->tables) {
-         table.sharedHashBitsIs(kShardBits);
+   Table& tableFor(std::uint32_t hash) { return parts_ ? *parts_->tables[partOf(hash)] : single_; }
+   const Table& tableFor(std::uint32_t hash) const {
+      return parts_ ? *parts_->tables[partOf(hash)] : single_;
+   }
+
+   // Splits the table holding `hash` in two by its next hash bit, unless
+   // its keys all fall in one half. Every allocation is made before the
+   // first entry moves.
+   bool split(std::uint32_t hash) {
+      Table& whole = tableFor(hash);
+      const std::uint32_t part = parts_ ? partOf(hash) : 0;
+      const unsigned depth = whole.sharedHashBits();
+      if (depth >= kMaxDepth) {
+         return false;
       }
-      for (auto it = single_.begin(); it != single_.end(); ++it) {
-         shards->tables[shardOf(it.hash())].tryEmplaceHashed(it.hash(), it->first,
-                                                             std::move(it->second));
+      const std::uint32_t upperBit = 0x80000000u >> depth;
+      std::size_t inUpper = 0;
+      for (auto it = whole.begin(); it != whole.end(); ++it) {
+         inUpper += (it.hash() & upperBit) != 0;
       }
-      shards->size = single_.size();
-      single_.clear();
-      shards_ = std::move(shards);
+      if (inUpper == 0 || inUpper == whole.size()) {
+         return false;  // a split would not spread them
+      }
+      auto lower = std::make_unique<Table>();
+      auto upper = std::make_unique<Table>();
+      lower->sharedHashBitsIs(depth + 1);
+      upper->sharedHashBitsIs(depth + 1);
+      lower->reserve(whole.size() - inUpper);
+      upper->reserve(inUpper);
+      // Where the directory gets one level finer, each entry covers half of
+      // what the entry it comes from covered.
+      const unsigned oldDepth = parts_ ? parts_->depth : 0;
+      const unsigned newDepth = std::max(oldDepth, depth + 1);
+      std::vector<std::uint32_t> directory(std::size_t{1} << newDepth);
+      for (std::size_t i = 0; i < directory.size(); ++i) {
+         const std::uint32_t old = parts_ ? parts_->directory[i >> (newDepth - oldDepth)] : 0;
+         const bool upperHalf = old == part && (i >> (newDepth - depth - 1) & 1) != 0;
+         directory[i] = old > part || upperHalf ? old + 1 : old;
+      }
+      std::unique_ptr<Parts> created;
+      if (!parts_) {
+         created = std::make_unique<Parts>();
+         created->tables.reserve(2);
+         created->size = single_.size();
+      } else {
+         parts_->tables.reserve(parts_->tables.size() + 1);
+      }
+
+      for (auto it = whole.begin(); it != whole.end(); ++it) {
+         Table& half = (it.hash() & upperBit) != 0 ? *upper : *lower;
+         half.tryEmplaceHashed(it.hash(), it->first, std::move(it->second));
+      }
+      Parts& parts = created ? *created : *parts_;
+      if (created) {
+         parts.tables.push_back(std::move(lower));
+         parts.tables.push_back(std::move(upper));
+      } else {
+         parts.tables[part] = std::move(lower);
+         parts.tables.insert(parts.tables.begin() + part + 1, std::move(upper));
+      }
+      parts.directory = std::move(directory);
+      parts.depth = newDepth;
+      if (created) {
+         single_.clear();
+         parts_ = std::move(created);
+      }
       ++layout_;
+      return true;
    }
 
    template <class Self>
-   static auto firstFrom(Self* self, std::size_t shard) {
+   static auto firstFrom(Self* self, std::size_t part) {
       using It = std::conditional_t<std::is_const_v<Self>, const_iterator, iterator>;
-      if (!self->shards_) {
-         return shard == 0 ? It(self, 0, self->single_.begin()) : It();
+      if (!self->parts_) {
+         return part == 0 ? It(self, 0, self->single_.begin()) : It();
       }
-      for (; shard < kShards; ++shard) {
-         if (!self->shards_->tables[shard].empty()) {
-            return It(self, shard, self->shards_->tables[shard].begin());
+      for (; part < self->parts_->tables.size(); ++part) {
+         if (!self->parts_->tables[part]->empty()) {
+            return It(self, part, self->parts_->tables[part]->begin());
          }
       }
       return It();
    }
-   iterator firstFrom(std::size_t shard) { return firstFrom(this, shard); }
-   const_iterator firstFrom(std::size_t shard) const { return firstFrom(this, shard); }
+   iterator firstFrom(std::size_t part) { return firstFrom(this, part); }
+   const_iterator firstFrom(std::size_t part) const { return firstFrom(this, part); }
 
    template <class Self>
    static auto findHashed(Self* self, const K& key, std::uint32_t hash) {
       using It = std::conditional_t<std::is_const_v<Self>, const_iterator, iterator>;
-      const std::size_t shard = self->shards_ ? shardOf(hash) : 0;
-      return It(self, shard, self->tableFor(hash).findHashed(key, hash));
+      const std::size_t part = self->parts_ ? self->partOf(hash) : 0;
+      return It(self, part, self->tableFor(hash).findHashed(key, hash));
    }
    iterator findHashed(const K& key, std::uint32_t hash) { return findHashed(this, key, hash); }
    const_iterator findHashed(const K& key, std::uint32_t hash) const {
@@ -290,15 +353,15 @@ class HashMap {
    template <class Self>
    static auto after(Self* self, std::uint32_t hash, const K& key) {
       using It = std::conditional_t<std::is_const_v<Self>, const_iterator, iterator>;
-      const std::size_t shard = self->shards_ ? shardOf(hash) : 0;
-      It it(self, shard, self->tableFor(hash).after(hash, key));
-      return it.atEnd() && self->shards_ ? self->firstFrom(shard + 1) : it;
+      const std::size_t part = self->parts_ ? self->partOf(hash) : 0;
+      It it(self, part, self->tableFor(hash).after(hash, key));
+      return it.atEnd() && self->parts_ ? self->firstFrom(part + 1) : it;
    }
    iterator after(std::uint32_t hash, const K& key) { return after(this, hash, key); }
    const_iterator after(std::uint32_t hash, const K& key) const { return after(this, hash, key); }
 
    Table single_;                     // the whole map, until it splits
-   std::unique_ptr<Shards> shards_;   // after: the tables by the top hash bits
+   std::unique_ptr<Parts> parts_;     // after: the parts, by the top hash bits
    std::uint32_t layout_ = 0;         // counts splits and joins, for iterators
 };
 

@@ -14,7 +14,7 @@
 // Iterators remember the key they stand on. When the table changed since
 // (the entry moved or left), ++ continues at the first key ordered after it.
 //
-// A table may hold the keys of one shard of a larger map: their hashes then
+// A table may hold the keys of one part of a larger map: their hashes then
 // share their top bits, and the home slot scales the bits below them.
 #pragma once
 
@@ -33,8 +33,8 @@ namespace Vok {
 
 namespace detail {
 
-// One ordered linear-probing table; OrderedTable below is one of these, or 64 of
-// them split by the top bits of the hash once it is large.
+// One ordered linear-probing table: a whole HashMap, or one part of a large
+// one, holding the keys whose hashes start with the part's top bits.
 template <class K, class V, class Traits>
 class OrderedTable {
  public:
@@ -138,6 +138,14 @@ class OrderedTable {
 
    std::size_t size() const noexcept { return size_; }
    bool empty() const noexcept { return size_ == 0; }
+   // Room for `entries` without growing, at the load a growth leaves: for
+   // building a table whose size is known, without the growths on the way.
+   void reserve(std::size_t entries) {
+      const std::size_t capacity = entries + entries / 2 + entries / 16 + 1;  // about 64 % load
+      if (capacity > capacity_) {
+         rehash(capacity);
+      }
+   }
 
    iterator begin() { return iterator(this, firstUsedFrom(0)); }
    iterator end() { return iterator(); }
@@ -206,8 +214,9 @@ class OrderedTable {
       *this = OrderedTable();
       shift_ = shift;
    }
-   // Keys of this table share their top `bits` hash bits (a shard's).
+   // Keys of this table share their top `bits` hash bits (a part's).
    void sharedHashBitsIs(unsigned bits) noexcept { shift_ = static_cast<std::uint8_t>(bits); }
+   unsigned sharedHashBits() const noexcept { return shift_; }
 
    // The first entry ordered after (hash, key), present or not.
    iterator after(std::uint32_t hash, const K& key) {
@@ -233,7 +242,7 @@ private:
    // Home slot: the hash scaled to [0, capacity), monotone in the hash, so
    // slot order is hash order whatever the capacity.
    std::size_t home(std::uint32_t hash) const noexcept {
-      const std::uint32_t within = hash << shift_;  // the bits a shard's hashes differ in
+      const std::uint32_t within = hash << shift_;  // the bits a part's hashes differ in
       return static_cast<std::size_t>((std::uint64_t{within} * capacity_) >> 32);
    }
 

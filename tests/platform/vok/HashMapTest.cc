@@ -12,7 +12,7 @@
 namespace {
 
 using Map = Vok::HashMap<std::uint64_t, int>;
-// Splits into its 256 tables at 16 entries: every test below runs on both, so
+// Splits into parts of at most 16 entries: every test below runs on both, so
 // the split, the per-table growth and iteration across tables are covered.
 using SmallSplitMap = Vok::HashMap<std::uint64_t, int, Vok::KeyTraits<std::uint64_t>, 16>;
 
