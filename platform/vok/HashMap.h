@@ -45,11 +45,13 @@ class HashMap {
    static constexpr unsigned kMaxDepth = 20;
 
    // The parts in hash order, and the directory from the top `depth` bits
-   // of a hash to the index of the part holding it. A part's own depth (the
-   // top bits its keys share) is its table's shared hash bits.
+   // of a hash to the part holding it: its table, for lookups, and its
+   // index, for walks. A part's own depth (the top bits its keys share) is
+   // its table's shared hash bits.
    struct Parts {
       std::vector<std::unique_ptr<Table>> tables;
-      std::vector<std::uint32_t> directory;
+      std::vector<Table*> directory;
+      std::vector<std::uint32_t> indexes;
       unsigned depth = 0;
       std::size_t size = 0;
    };
@@ -249,12 +251,14 @@ class HashMap {
 
  private:
    std::uint32_t partOf(std::uint32_t hash) const noexcept {
-      return parts_->directory[hash >> (32 - parts_->depth)];
+      return parts_->indexes[hash >> (32 - parts_->depth)];
    }
 
-   Table& tableFor(std::uint32_t hash) { return parts_ ? *parts_->tables[partOf(hash)] : single_; }
+   Table& tableFor(std::uint32_t hash) {
+      return parts_ ? *parts_->directory[hash >> (32 - parts_->depth)] : single_;
+   }
    const Table& tableFor(std::uint32_t hash) const {
-      return parts_ ? *parts_->tables[partOf(hash)] : single_;
+      return parts_ ? *parts_->directory[hash >> (32 - parts_->depth)] : single_;
    }
 
    // Splits the table holding `hash` in two by its next hash bit, unless
@@ -285,11 +289,14 @@ class HashMap {
       // what the entry it comes from covered.
       const unsigned oldDepth = parts_ ? parts_->depth : 0;
       const unsigned newDepth = std::max(oldDepth, depth + 1);
-      std::vector<std::uint32_t> directory(std::size_t{1} << newDepth);
-      for (std::size_t i = 0; i < directory.size(); ++i) {
-         const std::uint32_t old = parts_ ? parts_->directory[i >> (newDepth - oldDepth)] : 0;
+      std::vector<std::uint32_t> indexes(std::size_t{1} << newDepth);
+      std::vector<Table*> directory(indexes.size());
+      for (std::size_t i = 0; i < indexes.size(); ++i) {
+         const std::uint32_t old = parts_ ? parts_->indexes[i >> (newDepth - oldDepth)] : 0;
          const bool upperHalf = old == part && (i >> (newDepth - depth - 1) & 1) != 0;
-         directory[i] = old > part || upperHalf ? old + 1 : old;
+         indexes[i] = old > part || upperHalf ? old + 1 : old;
+         directory[i] = old == part ? (upperHalf ? upper.get() : lower.get())
+                                    : parts_->tables[old].get();
       }
       std::unique_ptr<Parts> created;
       if (!parts_) {
@@ -313,6 +320,7 @@ class HashMap {
          parts.tables.insert(parts.tables.begin() + part + 1, std::move(upper));
       }
       parts.directory = std::move(directory);
+      parts.indexes = std::move(indexes);
       parts.depth = newDepth;
       if (created) {
          single_.clear();
