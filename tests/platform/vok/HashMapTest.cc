@@ -235,6 +235,49 @@ TEST(HashMap, SplittingIntoTablesKeepsTheOrderAndTheEntries) {
    EXPECT_EQ(order(split), order(fresh));
 }
 
+// Hashes that share their top 24 bits and differ below: as skewed as keys
+// get short of equal hashes.
+struct SkewedTraits {
+   static std::uint32_t hash(const std::uint64_t& k) noexcept {
+      return 0x5A5A5A00u | static_cast<std::uint32_t>(k % 256);
+   }
+   static std::strong_ordering tieBreak(const std::uint64_t& a, const std::uint64_t& b) noexcept {
+      return a <=> b;
+   }
+};
+
+TEST(HashMap, PartsStaySmallAsTheMapGrowsAndSkewedKeysStayInOnePart) {
+   // Well-spread keys: every part splits on reaching 16 entries, so the
+   // map holds many parts and none of them past 16 entries plus the one
+   // being inserted.
+   SmallSplitMap spread;
+   Map whole;
+   for (std::uint64_t k = 0; k < 20000; ++k) {
+      spread.tryEmplace(k * 7919, int(k));
+      whole.tryEmplace(k * 7919, int(k));
+   }
+   EXPECT_GE(spread.parts(), 20000u / 16);
+   EXPECT_EQ(order(spread), order(whole));
+   for (std::uint64_t k = 0; k < 20000; ++k) {
+      ASSERT_EQ(*spread.lookup(k * 7919), int(k));
+   }
+   // Keys alike in their top 24 bits all fall in one half of any split, so
+   // they stay in one part, in order, with no directory grown for them.
+   Vok::HashMap<std::uint64_t, int, SkewedTraits, 16> skewed;
+   Vok::HashMap<std::uint64_t, int, SkewedTraits> reference;
+   for (std::uint64_t k = 0; k < 5000; ++k) {
+      skewed.tryEmplace(k, 0);
+      reference.tryEmplace(k, 0);
+   }
+   EXPECT_EQ(order(skewed), order(reference));
+   EXPECT_EQ(skewed.parts(), 1u);
+   for (std::uint64_t k = 0; k < 5000; k += 2) {
+      skewed.erase(k);
+      reference.erase(k);
+   }
+   EXPECT_EQ(order(skewed), order(reference));
+}
+
 TEST(HashMap, AnIteratorMovesOnAcrossASplitAndCannotReachAnEntryErasedMeanwhile) {
    SmallSplitMap map;
    for (std::uint64_t k = 0; k < 10; ++k) {
