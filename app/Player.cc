@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "app/Host.h"
@@ -86,6 +87,17 @@ void copyFile(int from, int to) {
    }
 }
 
+// Where `fd` ends, when it is a regular file written at its end: output can
+// then go there directly and be cut off again if the play fails.
+std::optional<off_t> endOfRegularFile(int fd) {
+   struct stat status{};
+   if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+      return std::nullopt;
+   }
+   const off_t offset = ::lseek(fd, 0, SEEK_CUR);
+   return offset == status.st_size ? std::optional<off_t>(offset) : std::nullopt;
+}
+
 [[noreturn]] void runChild(const Scenario& scenario, OutputFormat format, int outputFd,
                            int errorFd, Progress& progress, pid_t parent,
                            const std::string& tablesDir) {
@@ -143,7 +155,7 @@ void copyFile(int from, int to) {
       std::cout.flush();
       Zipmark::flush();
       if (!std::cout) {
-         std::cerr << "output error: cannot write the output to a temporary file\n";
+         std::cerr << "output error: cannot write the output\n";
          ::_exit(kChildOutputFailed);
       }
       ::_exit(0);
@@ -217,7 +229,20 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
          throw ScenarioError("--tables: " + tablesDir + ": " + e.what());
       }
    }
-   const int output = unnamedTemporaryFile();
+   // A regular file takes the output as it is written; anything else (a
+   // pipe, a terminal) gets it from an unnamed temporary file once the play
+   // succeeded, so that a failed play prints nothing.
+   const std::optional<off_t> directStart =
+         format == OutputFormat::none ? std::nullopt : endOfRegularFile(outputFd);
+   const int output = directStart ? ::fcntl(outputFd, F_DUPFD_CLOEXEC, 0) : unnamedTemporaryFile();
+   if (output < 0) {
+      throw OutputError(errnoText("cannot play the scenario: dup"));
+   }
+   auto cutBack = [&] {
+      if (directStart && ::ftruncate(outputFd, *directStart) == 0) {
+         ::lseek(outputFd, *directStart, SEEK_SET);
+      }
+   };
    int errors[2];
    if (::pipe2(errors, O_CLOEXEC) != 0) {
       ::close(output);
@@ -274,7 +299,9 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
    ::munmap(page, sizeof(Progress));
    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
       try {
-         copyFile(output, outputFd);
+         if (!directStart) {
+            copyFile(output, outputFd);
+         }
       } catch (...) {
          ::close(output);
          throw;
@@ -283,6 +310,7 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
       return;
    }
    ::close(output);
+   cutBack();
    if (WIFEXITED(status) && WEXITSTATUS(status) == kChildOutputFailed) {
       throw OutputError(relay.reason());
    }

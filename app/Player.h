@@ -2,10 +2,12 @@
 // the engine stops (a fatal assertion, an uncaught error) is refused naming
 // the step, with none of its output printed.
 //
-// The child writes its output into an unnamed temporary file and the
-// current step into a page it shares with the parent; the parent relays the
-// child's standard error as it comes and copies the output to its own only
-// once every step has played. One play, whatever happens: the fast-trace
+// The child writes the current step into a page it shares with the parent,
+// and its output straight into the parent's when that is a regular file
+// written at its end (cut back to where it ended if the play fails), or else
+// into an unnamed temporary file, which the parent copies to its own only
+// once every step has played. The parent relays the child's standard error
+// as it comes. One play, whatever happens: the fast-trace
 // file, if any, is the one the user asked for, named by this process's id.
 #pragma once
 

@@ -224,6 +224,48 @@ TEST(Player, PlaysOnceAndPrintsEveryDumpAsTextOrJson) {
    EXPECT_EQ(none.output, "");
 }
 
+// A regular file is written at its end while the play runs, and cut back
+// if the play fails; a pipe gets the output only after a play succeeded.
+TEST(Player, AFileKeepsWhatItHeldAndAPipeGetsTheSameOutput) {
+   const Scenario fine = parseScenario(R"({"steps": [
+        {"start": {}}, {"vrfIdMap": {"set": {"default": 0}}},
+        {"kernel": {"netns": "default", "up": ["Ethernet1"]}},
+        {"ipv4": {"vrf": "default", "intf": "Ethernet1", "active": "10.0.0.1/24"}},
+        {"run": "idle"}, {"dump": "routes"}]})",
+                                       "fine.json");
+   const Scenario stops = parseScenario(R"({"steps": [
+        {"start": {}}, {"vrfIdMap": {"set": {"default": 0}}}, {"dump": "before"},
+        {"kernel": {"netns": "default", "up": ["Ethernet1"]}},
+        {"ipv4": {"vrf": "default", "intf": "Ethernet1", "active": "10.0.0.1/24",
+                  "secondaries": {"10.1.0.1/24": false}}},
+        {"run": "idle"}]})",
+                                        "stops.json");
+   const std::string expected = playTo(fine, OutputFormat::text).output;
+   ASSERT_NE(expected.find("    10.0.0.0/24"), std::string::npos);
+
+   const int file = ::memfd_create("kept", 0);
+   ASSERT_EQ(::write(file, "kept\n", 5), 5);
+   EXPECT_THROW(play(stops, OutputFormat::text, file), ScenarioError);
+   play(fine, OutputFormat::text, file);
+   std::string held(static_cast<std::size_t>(::lseek(file, 0, SEEK_END)), '\0');
+   ::pread(file, held.data(), held.size(), 0);
+   ::close(file);
+   EXPECT_EQ(held, "kept\n" + expected);
+
+   int pipe[2];
+   ASSERT_EQ(::pipe(pipe), 0);
+   EXPECT_THROW(play(stops, OutputFormat::text, pipe[1]), ScenarioError);
+   play(fine, OutputFormat::text, pipe[1]);
+   ::close(pipe[1]);
+   std::string piped;
+   char buffer[4096];
+   for (ssize_t n; (n = ::read(pipe[0], buffer, sizeof(buffer))) > 0;) {
+      piped.append(buffer, static_cast<std::size_t>(n));
+   }
+   ::close(pipe[0]);
+   EXPECT_EQ(piped, expected);
+}
+
 TEST(Player, JsonIsValidWithoutDumpsWithoutVrfsAndWithQueryRows) {
    struct Row {
       const char* name;
