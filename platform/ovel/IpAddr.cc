@@ -3,7 +3,7 @@
 
 #include "platform/ovel/IpAddr.h"
 
-#include <charconv>
+#include <cstring>
 #include <ostream>
 #include <vector>
 
@@ -12,9 +12,32 @@
 
 namespace Ovel {
 
+namespace {
+
+// The decimal text of every octet, built once: dumps print millions of
+// addresses, and a copy is cheaper than dividing each octet by ten twice.
+struct OctetTexts {
+   char text[256][4]{};  // the digits, then their count
+   constexpr OctetTexts() {
+      for (unsigned octet = 0; octet < 256; ++octet) {
+         const int digits = octet >= 100 ? 3 : octet >= 10 ? 2 : 1;
+         for (unsigned i = digits, rest = octet; i-- > 0; rest /= 10) {
+            text[octet][i] = static_cast<char>('0' + rest % 10);
+         }
+         text[octet][3] = static_cast<char>(digits);
+      }
+   }
+};
+
+constexpr OctetTexts kOctetTexts;
+
+}  // namespace
+
 char* IpAddr::toChars(char* out) const {
    for (int shift = 24; shift >= 0; shift -= 8) {
-      out = std::to_chars(out, out + 3, (value_ >> shift) & 0xff).ptr;
+      const char* octet = kOctetTexts.text[(value_ >> shift) & 0xff];
+      std::memcpy(out, octet, 3);
+      out += octet[3];
       if (shift != 0) {
          *out++ = '.';
       }

@@ -2,6 +2,8 @@
 // of their parsers, and the orderings tables rely on.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include <sstream>
 #include <string>
 #include <vector>
@@ -40,6 +42,22 @@ TEST(IpAddrTest, TextAndValue) {
    EXPECT_FALSE(IpAddr::parse("0.0.0.1").isZero());
    // Numeric, not textual, order.
    EXPECT_LT(IpAddr::parse("9.255.255.255"), IpAddr::parse("10.0.0.0"));
+}
+
+TEST(IpAddrTest, TextOfEveryOctetInEveryPlaceStaysInItsRoom) {
+   for (unsigned octet = 0; octet < 256; ++octet) {
+      for (int place = 0; place < 4; ++place) {
+         const std::uint32_t value = (0x01020304u & ~(0xffu << (8 * place))) | octet << (8 * place);
+         char expected[16];
+         std::snprintf(expected, sizeof(expected), "%u.%u.%u.%u", value >> 24, value >> 16 & 0xff,
+                       value >> 8 & 0xff, value & 0xff);
+         char room[IpAddr::kMaxChars + 1];
+         room[IpAddr::kMaxChars] = '#';
+         const char* end = IpAddr(value).toChars(room);
+         ASSERT_EQ(std::string(room, end), expected);
+         ASSERT_EQ(room[IpAddr::kMaxChars], '#') << expected;
+      }
+   }
 }
 
 TEST(IpAddrTest, RejectsNonCanonicalText) {
