@@ -54,7 +54,7 @@ TEST(IpAddrTest, TextOfEveryOctetInEveryPlaceStaysInItsRoom) {
          char room[IpAddr::kMaxChars + 1];
          room[IpAddr::kMaxChars] = '#';
          const char* end = IpAddr(value).toChars(room);
-         ASSERT_EQ(std::string(room, end), expected);
+         ASSERT_EQ(std::string_view(room, std::size_t(end - room)), expected);
          ASSERT_EQ(room[IpAddr::kMaxChars], '#') << expected;
       }
    }
