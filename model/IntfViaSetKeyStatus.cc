@@ -6,8 +6,9 @@
 namespace Routing::ConnectedRoute {
 
 void IntfViaSetKeyStatus::incIntfVskRefcount(const Ovel::IntfId& intfId) {
-   std::uint32_t count = vskRefcountByIntfId(intfId) + 1;
-   vskRefcountByIntfIdIs(intfId, count);
+   // One lookup finds the count or makes room for it: this runs for every
+   // route the installer writes.
+   const std::uint32_t count = ++*vskRefcountByIntfId_.tryEmplace(intfId, 0u).first;
    VOK_TRACE(intfBacklogTrace(), 9, Vok::pointerText(this), "intf=" << intfId << " rc=" << count);
 }
 
