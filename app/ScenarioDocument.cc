@@ -32,8 +32,9 @@ json* DocumentReader::place(json&& value) {
 }
 
 bool DocumentReader::string(std::string& text) {
-   checkText(text, "string");
-   place(json(std::move(text)));
+   // Placed first, so that an error names the array element it is.
+   const json* placed = place(json(std::move(text)));
+   checkText(placed->get_ref<const std::string&>(), "string");
    return true;
 }
 

@@ -64,6 +64,13 @@ void flushOrFail(std::ostream& out) {
 }
 
 int runScenario(const std::string& path, bool json, bool checkOnly, const std::string& tablesDir) {
+   // A play is one burst: memory freed by one phase (the scenario document,
+   // a table's old slots after it grows) is kept for the next instead of
+   // being handed back to the kernel, which would fault every page in and
+   // zero it again. The live agent, which runs for long, keeps the defaults.
+   ::mallopt(M_TRIM_THRESHOLD, 1 << 30);
+   ::mallopt(M_TOP_PAD, 64 << 20);
+   ::mallopt(M_MMAP_THRESHOLD, 32 << 20);
    const App::Scenario scenario =
          path.empty() ? App::parseScenario(App::bundledScenario(), "(bundled example)")
                       : App::parseScenario(App::readInputFile(path, kMaxScenarioBytes), path);
@@ -104,12 +111,6 @@ void keepStandardDescriptorsOpen() {
 
 int main(int argc, char** argv) {
    keepStandardDescriptorsOpen();
-   // Memory freed by one phase (the scenario document, a table's old slots
-   // after it grows) is kept for the next instead of being handed back to
-   // the kernel: every page handed back is faulted in and zeroed again.
-   ::mallopt(M_TRIM_THRESHOLD, 1 << 30);
-   ::mallopt(M_TOP_PAD, 64 << 20);
-   ::mallopt(M_MMAP_THRESHOLD, 32 << 20);
    // A closed pipe is a write error to report, not a signal to die of.
    std::signal(SIGPIPE, SIG_IGN);
    CLI::App app{

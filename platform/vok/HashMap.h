@@ -262,8 +262,8 @@ class HashMap {
    }
 
    // Splits the table holding `hash` in two by its next hash bit, unless
-   // its keys all fall in one half. Every allocation is made before the
-   // first entry moves.
+   // its keys all fall in one half. The halves and the directory are
+   // allocated before the first entry moves.
    bool split(std::uint32_t hash) {
       Table& whole = tableFor(hash);
       const std::uint32_t part = parts_ ? partOf(hash) : 0;

@@ -116,6 +116,10 @@ TEST(ScenarioReader, RefusesDocumentsAParserWouldReadOnlyInPart) {
               {std::string("{\"steps\": []}") + '\0' + "{\"steps\": 1}", "d.json: not a text file: NUL byte at byte 13"},
               {R"({"description": "line\rfeed", "steps": []})",
                "field 'description': string 'line...' holds the control character U+000D"},
+              {R"({"steps": [{"start": {}}, "bare\u0001"]})",
+               "step 2: string 'bare...' holds the control character U+0001"},
+              {R"({"steps": [{"start": {}}], "x": [1e999]})", "not valid JSON: "},
+              {R"({"steps": [{"start": {}})", "not valid JSON: "},
         }) {
       SCOPED_TRACE(row.text);
       try {
