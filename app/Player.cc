@@ -87,11 +87,22 @@ void copyFile(int from, int to) {
    }
 }
 
-// Where `fd` ends, when it is a regular file written at its end: output can
-// then go there directly and be cut off again if the play fails.
+// Where `fd` ends, when output can go there directly and be cut off again
+// if the play fails: a regular file written at its end, which no other
+// writer appends to and standard error does not share (the relayed trace
+// lines would land in the middle of the dump, and be cut off with it).
 std::optional<off_t> endOfRegularFile(int fd) {
    struct stat status{};
    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+      return std::nullopt;
+   }
+   const int flags = ::fcntl(fd, F_GETFL);
+   if (flags < 0 || (flags & O_APPEND) != 0) {
+      return std::nullopt;
+   }
+   struct stat errors{};
+   if (::fstat(STDERR_FILENO, &errors) == 0 && errors.st_dev == status.st_dev &&
+       errors.st_ino == status.st_ino) {
       return std::nullopt;
    }
    const off_t offset = ::lseek(fd, 0, SEEK_CUR);
@@ -231,7 +242,9 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
    }
    // A regular file takes the output as it is written; anything else (a
    // pipe, a terminal) gets it from an unnamed temporary file once the play
-   // succeeded, so that a failed play prints nothing.
+   // succeeded, so that a failed play prints nothing. Only a kill of this
+   // process itself can leave a partial dump in a file.
+   std::cout.flush();
    const std::optional<off_t> directStart =
          format == OutputFormat::none ? std::nullopt : endOfRegularFile(outputFd);
    const int output = directStart ? ::fcntl(outputFd, F_DUPFD_CLOEXEC, 0) : unnamedTemporaryFile();

@@ -4,10 +4,11 @@
 //
 // The child writes the current step into a page it shares with the parent,
 // and its output straight into the parent's when that is a regular file
-// written at its end (cut back to where it ended if the play fails), or else
-// into an unnamed temporary file, which the parent copies to its own only
-// once every step has played. The parent relays the child's standard error
-// as it comes. One play, whatever happens: the fast-trace
+// written at its end and not shared with standard error (cut back to where
+// it ended if the play fails; only a kill of the program itself leaves part
+// of a dump there), or else into an unnamed temporary file, which the parent
+// copies to its own only once every step has played. The parent relays the
+// child's standard error as it comes. One play, whatever happens: the fast-trace
 // file, if any, is the one the user asked for, named by this process's id.
 #pragma once
 

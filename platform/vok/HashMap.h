@@ -38,11 +38,11 @@ namespace Vok {
 template <class K, class V, class Traits = KeyTraits<K>, std::size_t PartSize = 4096>
 class HashMap {
    using Table = detail::OrderedTable<K, V, Traits>;
-   static_assert(PartSize >= 4 && std::has_single_bit(PartSize), "parts split at powers of two");
-   // A part whose keys share this many top hash bits stays whole: hashes
-   // that alike are a skewed key set, which more parts would not spread,
-   // and the directory stays at most 2^kMaxDepth entries.
-   static constexpr unsigned kMaxDepth = 20;
+   static_assert(PartSize >= 4, "a part holds a few entries at least");
+   // A part whose keys all share this many top hash bits stays whole:
+   // hashes that alike are a skewed key set, which more parts would not
+   // spread, and the directory stays at most 2^kMaxDepth entries (768 KB).
+   static constexpr unsigned kMaxDepth = 16;
 
    // The parts in hash order, and the directory from the top `depth` bits
    // of a hash to the part holding it: its table, for lookups, and its
@@ -93,7 +93,7 @@ class HashMap {
 
       Iter& operator++() {
          if (layout_ != map_->layout_) {
-            *this = map_->after(inner_.hash(), inner_.key());  // the map split or joined
+            *this = map_->after(inner_.hash(), inner_.key());  // the map split, or was emptied
             return *this;
          }
          ++inner_;
@@ -123,7 +123,7 @@ class HashMap {
             : map_(inner.atEnd() ? nullptr : map), part_(part), inner_(std::move(inner)),
               layout_(map ? map->layout_ : 0) {}
 
-      // After a split or join the entry lives in another table.
+      // After a split the entry lives in another table.
       void follow() const {
          if (layout_ != map_->layout_) {
             const Iter found = map_->findHashed(inner_.key(), inner_.hash());
@@ -135,7 +135,7 @@ class HashMap {
       }
 
       Map* map_ = nullptr;
-      // Where the entry is: refreshed by follow() when the map split or joined.
+      // Where the entry is: refreshed by follow() when the map split.
       mutable std::size_t part_ = 0;
       mutable Inner inner_;
       mutable std::uint32_t layout_ = 0;
@@ -191,12 +191,9 @@ class HashMap {
    template <class... Args>
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
       const std::uint32_t hash = Traits::hash(key);
-      // A table whose keys would not spread is tried again only when it has
-      // doubled, which keeps the tries' cost constant per insert. Only a new
-      // key splits: `key` may refer into the map itself.
+      // Only a new key splits: `key` may refer into the map itself.
       Table& table = tableFor(hash);
-      if (table.size() >= PartSize && std::has_single_bit(table.size()) &&
-          !table.lookupHashed(key, hash) && split(hash)) {
+      if (table.size() >= PartSize && !table.lookupHashed(key, hash) && split(hash)) {
          return tryEmplace(key, std::forward<Args>(args)...);  // once more, in its half
       }
       auto result = tableFor(hash).tryEmplaceHashed(hash, key, std::forward<Args>(args)...);
@@ -262,22 +259,23 @@ class HashMap {
    }
 
    // Splits the table holding `hash` in two by its next hash bit, unless
-   // its keys all fall in one half. The halves and the directory are
-   // allocated before the first entry moves.
+   // its keys are too alike to spread. One half may stay empty (keys that
+   // share the next bit), and the full half splits again on the next
+   // insert. Entries move once the halves and the directory are allocated.
    bool split(std::uint32_t hash) {
       Table& whole = tableFor(hash);
       const std::uint32_t part = parts_ ? partOf(hash) : 0;
       const unsigned depth = whole.sharedHashBits();
-      if (depth >= kMaxDepth) {
+      // The table is in hash order: its first and last keys share the bits
+      // every key shares.
+      const auto [firstHash, lastHash] = whole.hashRange();
+      if (depth >= kMaxDepth || std::countl_zero(firstHash ^ lastHash) >= int{kMaxDepth}) {
          return false;
       }
       const std::uint32_t upperBit = 0x80000000u >> depth;
       std::size_t inUpper = 0;
       for (auto it = whole.begin(); it != whole.end(); ++it) {
          inUpper += (it.hash() & upperBit) != 0;
-      }
-      if (inUpper == 0 || inUpper == whole.size()) {
-         return false;  // a split would not spread them
       }
       auto lower = std::make_unique<Table>();
       auto upper = std::make_unique<Table>();
@@ -370,7 +368,7 @@ class HashMap {
 
    Table single_;                     // the whole map, until it splits
    std::unique_ptr<Parts> parts_;     // after: the parts, by the top hash bits
-   std::uint32_t layout_ = 0;         // counts splits and joins, for iterators
+   std::uint32_t layout_ = 0;         // counts splits and emptyings, for iterators
 };
 
 }  // namespace Vok

@@ -138,13 +138,21 @@ class OrderedTable {
 
    std::size_t size() const noexcept { return size_; }
    bool empty() const noexcept { return size_ == 0; }
-   // Room for `entries` without growing, at the load a growth leaves: for
-   // building a table whose size is known, without the growths on the way.
+   // Home slots for `entries` at the load a growth leaves: for building a
+   // table whose size is known without the growths on the way.
    void reserve(std::size_t entries) {
-      const std::size_t capacity = entries + entries / 2 + entries / 16 + 1;  // about 64 % load
+      const std::size_t capacity = entries + entries / 2 + entries / 16;  // about 64 % load
       if (capacity > capacity_) {
          rehash(capacity);
       }
+   }
+   // The hashes of the first and last entries; the table must not be empty.
+   std::pair<std::uint32_t, std::uint32_t> hashRange() const {
+      VOK_ASSERT(size_ != 0, "hashRange of an empty table");
+      std::size_t last = length_;
+      while (!usedAt(--last)) {
+      }
+      return {hashAt(firstUsedFrom(0)), hashAt(last)};
    }
 
    iterator begin() { return iterator(this, firstUsedFrom(0)); }

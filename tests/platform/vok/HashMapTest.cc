@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <random>
 #include <vector>
@@ -246,36 +247,65 @@ struct SkewedTraits {
    }
 };
 
+// Well-spread hashes whose top bit is always set: every key falls in the
+// upper half of a map's first split.
+struct TopBitTraits {
+   static std::uint32_t hash(const std::uint64_t& k) noexcept {
+      return Vok::KeyTraits<std::uint64_t>::hash(k) | 0x80000000u;
+   }
+   static std::strong_ordering tieBreak(const std::uint64_t& a, const std::uint64_t& b) noexcept {
+      return a <=> b;
+   }
+};
+
+template <class Traits, std::size_t PartSize>
+using MapOf = Vok::HashMap<std::uint64_t, int, Traits, PartSize>;
+
 TEST(HashMap, PartsStaySmallAsTheMapGrowsAndSkewedKeysStayInOnePart) {
-   // Well-spread keys: every part splits on reaching 16 entries, so the
-   // map holds many parts and none of them past 16 entries plus the one
-   // being inserted.
-   SmallSplitMap spread;
-   Map whole;
-   for (std::uint64_t k = 0; k < 20000; ++k) {
-      spread.tryEmplace(k * 7919, int(k));
-      whole.tryEmplace(k * 7919, int(k));
+   struct Row {
+      const char* name;
+      std::function<std::size_t(const std::vector<std::uint64_t>&)> parts;
+      std::size_t atLeast, atMost;
+   };
+   // Each map is compared with one of the same keys that never splits.
+   auto partsAfter = []<class Traits>(Traits, const std::vector<std::uint64_t>& keys) {
+      MapOf<Traits, 16> small;
+      MapOf<Traits, std::size_t{1} << 20> whole;
+      for (std::uint64_t k : keys) {
+         small.tryEmplace(k, int(k));
+         whole.tryEmplace(k, int(k));
+      }
+      EXPECT_EQ(order(small), order(whole));
+      for (std::size_t i = 0; i < keys.size(); i += 2) {
+         small.erase(keys[i]);
+         whole.erase(keys[i]);
+      }
+      EXPECT_EQ(order(small), order(whole));
+      for (std::size_t i = 1; i < keys.size(); i += 2) {
+         EXPECT_EQ(*small.lookup(keys[i]), int(keys[i]));
+      }
+      return small.parts();
+   };
+   std::vector<std::uint64_t> keys(5000);
+   for (std::size_t i = 0; i < keys.size(); ++i) {
+      keys[i] = i * 7919;
    }
-   EXPECT_GE(spread.parts(), 20000u / 16);
-   EXPECT_EQ(order(spread), order(whole));
-   for (std::uint64_t k = 0; k < 20000; ++k) {
-      ASSERT_EQ(*spread.lookup(k * 7919), int(k));
+   const Row rows[] = {
+         // Parts split on reaching 16 entries: well over 5,000 / 16 of them.
+         {"spread", [&](const auto& k) { return partsAfter(Vok::KeyTraits<std::uint64_t>(), k); },
+          5000 / 16, 5000},
+         // The first split leaves its lower half empty; the upper splits on.
+         {"top bit set", [&](const auto& k) { return partsAfter(TopBitTraits(), k); }, 5000 / 16,
+          5000},
+         // Alike in their top 24 bits: nothing to split them by, one part.
+         {"skewed", [&](const auto& k) { return partsAfter(SkewedTraits(), k); }, 1, 1},
+   };
+   for (const Row& row : rows) {
+      SCOPED_TRACE(row.name);
+      const std::size_t parts = row.parts(keys);
+      EXPECT_GE(parts, row.atLeast);
+      EXPECT_LE(parts, row.atMost);
    }
-   // Keys alike in their top 24 bits all fall in one half of any split, so
-   // they stay in one part, in order, with no directory grown for them.
-   Vok::HashMap<std::uint64_t, int, SkewedTraits, 16> skewed;
-   Vok::HashMap<std::uint64_t, int, SkewedTraits> reference;
-   for (std::uint64_t k = 0; k < 5000; ++k) {
-      skewed.tryEmplace(k, 0);
-      reference.tryEmplace(k, 0);
-   }
-   EXPECT_EQ(order(skewed), order(reference));
-   EXPECT_EQ(skewed.parts(), 1u);
-   for (std::uint64_t k = 0; k < 5000; k += 2) {
-      skewed.erase(k);
-      reference.erase(k);
-   }
-   EXPECT_EQ(order(skewed), order(reference));
 }
 
 TEST(HashMap, AnIteratorMovesOnAcrossASplitAndCannotReachAnEntryErasedMeanwhile) {
