@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "platform/plim/DenseStore.h"
 #include "platform/plim/Store.h"
 #include "platform/plim/Table.h"
 #include "platform/rib/ViaSet.h"
@@ -16,7 +17,7 @@ class ViaSetConfig final : public ::Plim::Table {
    struct Backing : ::Plim::Backing {
       std::uint32_t lastKey = 0;
       std::unique_ptr<::Plim::Store<ViaSetKey, Plim::ViaSet>> viaSets =
-            std::make_unique<::Plim::MemoryStore<ViaSetKey, Plim::ViaSet>>();
+            std::make_unique<::Plim::DenseStore<ViaSetKey, Plim::ViaSet>>();
    };
    static Vok::Ptr<ViaSetConfig> attach(std::shared_ptr<::Plim::Backing>& backing, bool writable);
    static Vok::Ptr<ViaSetConfig> create();
