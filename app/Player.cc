@@ -251,11 +251,6 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
    if (output < 0) {
       throw OutputError(errnoText("cannot play the scenario: dup"));
    }
-   auto cutBack = [&] {
-      if (directStart && ::ftruncate(outputFd, *directStart) == 0) {
-         ::lseek(outputFd, *directStart, SEEK_SET);
-      }
-   };
    int errors[2];
    if (::pipe2(errors, O_CLOEXEC) != 0) {
       ::close(output);
@@ -274,7 +269,6 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
    // Pages the parent freed (the scenario document) would otherwise be
    // copied into the child the first time it reuses them.
    ::malloc_trim(0);
-   std::cout.flush();
    std::cerr.flush();
    const pid_t parent = ::getpid();
    const pid_t child = ::fork();
@@ -323,7 +317,12 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
       return;
    }
    ::close(output);
-   cutBack();
+   if (directStart) {  // cut back to where the file ended
+      const off_t start = directStart.value();
+      if (::ftruncate(outputFd, start) == 0) {
+         ::lseek(outputFd, start, SEEK_SET);
+      }
+   }
    if (WIFEXITED(status) && WEXITSTATUS(status) == kChildOutputFailed) {
       throw OutputError(relay.reason());
    }

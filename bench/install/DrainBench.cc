@@ -16,7 +16,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <thread>
 
 #include <sys/mman.h>
@@ -28,6 +27,7 @@
 #include <vector>
 
 #include "bench/support/TableDirectory.h"
+#include "bench/support/ThreadCpuTime.h"
 #include "install/IntfBacklogSm.h"
 #include "tests/support/InstallerHarness.h"
 
@@ -94,20 +94,14 @@ struct Table {
             std::this_thread::sleep_for(std::chrono::duration<double>(wait));
          }
          const auto start = std::chrono::steady_clock::now();
-         const double cpuStart = threadCpuSeconds();
+         const double cpuStart = Bench::threadCpuSeconds();
          am.runOnce();
-         longest.cpu = std::max(longest.cpu, threadCpuSeconds() - cpuStart);
+         longest.cpu = std::max(longest.cpu, Bench::threadCpuSeconds() - cpuStart);
          longest.wall = std::max(
                longest.wall,
                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
       }
       return longest;
-   }
-
-   static double threadCpuSeconds() {
-      timespec now{};
-      clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-      return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
    }
 };
 

@@ -196,7 +196,7 @@ class HashMap {
       if (table.size() >= PartSize && !table.lookupHashed(key, hash) && split(hash)) {
          return tryEmplace(key, std::forward<Args>(args)...);  // once more, in its half
       }
-      auto result = tableFor(hash).tryEmplaceHashed(hash, key, std::forward<Args>(args)...);
+      auto result = table.tryEmplaceHashed(hash, key, std::forward<Args>(args)...);
       if (result.second && parts_) {
          ++parts_->size;
       }

@@ -2,8 +2,6 @@
 // erase and iterate, with the 44-byte keys the route store uses most.
 #include <benchmark/benchmark.h>
 
-#include <time.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -11,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "bench/support/ThreadCpuTime.h"
 #include "platform/vok/HashMap.h"
 
 namespace {
@@ -117,12 +116,6 @@ void BM_Iterate(benchmark::State& state) {
    state.SetItemsProcessed(state.iterations() * kEntries);
 }
 
-double threadCpuMicroseconds() {
-   timespec now{};
-   ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-   return static_cast<double>(now.tv_sec) * 1e6 + static_cast<double>(now.tv_nsec) / 1e3;
-}
-
 // The slowest single insert while a map fills to state.range(0) entries,
 // growths and splits included: it must not grow with the map's size. The
 // thread's CPU time tells the map's own work from the VM's pauses, which
@@ -137,9 +130,9 @@ void BM_WorstInsertStep(benchmark::State& state) {
       VokMap map;
       for (const Key& k : all) {
          const auto start = std::chrono::steady_clock::now();
-         const double startCpu = threadCpuMicroseconds();
+         const double startCpu = Bench::threadCpuSeconds();
          map.tryEmplace(k, 1);
-         worstCpuUs = std::max(worstCpuUs, threadCpuMicroseconds() - startCpu);
+         worstCpuUs = std::max(worstCpuUs, (Bench::threadCpuSeconds() - startCpu) * 1e6);
          const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
          worstUs = std::max(worstUs, took.count());
       }
