@@ -289,7 +289,9 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
       return false;
    }
    if (!installed.isEmpty()) {
-      const Ovel::IntfId existingIntfId = installedIntfId(prefix);
+      const IntfNumber existing = intfBacklog_->installedOwner(prefix);
+      const Ovel::IntfId existingIntfId =
+            existing == PrefixRecord::kNoOwner ? Ovel::IntfId() : intfBacklog_->intfNumbers().name(existing);
       VOK_ASSERT(existingIntfId != Ovel::IntfId(), "existingIntfId != Ovel::IntfId()");
       if (candidate.isEmpty()) {
          if (vrfScaleToggle().enabled()) {
@@ -303,13 +305,13 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
       doReleaseViaSetKey(existingIntfId, af);
    }
    if (!candidate.isEmpty()) {
-      keyStatusFor(af).incIntfVskRefcount(newIntfId);
+      const IntfNumber owner = keyStatusFor(af).incIntfVskRefcount(newIntfId);
       if (vrfScaleToggle().enabled()) {
-         doOrmoRouteConfigAdd(newIntfId, queryTable, prefix, candidate.viaSetKey(),
-                              candidate.routeType());
+         ormoRouteConfigAdd(owner, newIntfId, queryTable, prefix, candidate.viaSetKey(),
+                            candidate.routeType());
       } else {
-         doRouteConfigAdd(newIntfId, routeConfig, prefix, candidate.viaSetKey(),
-                          candidate.routeType());
+         routeConfigAdd(owner, newIntfId, routeConfig, prefix, candidate.viaSetKey(),
+                        candidate.routeType());
       }
    }
    return false;
@@ -339,22 +341,22 @@ ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
 }
 
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {
-   const std::uint32_t number =
+   const IntfNumber number =
          intfBacklog_ ? intfBacklog_->installedOwner(prefix) : PrefixRecord::kNoOwner;
-   if (number == PrefixRecord::kNoOwner) {
-      return Ovel::IntfId();
-   }
-   VOK_ASSERT(number < ownerNames_.size(), "number < ownerNames_.size()");
-   return ownerNames_[number];
+   return number == PrefixRecord::kNoOwner ? Ovel::IntfId() : intfBacklog_->intfNumbers().name(number);
 }
 
 std::size_t IntfBacklogSm::installedIntfIdCount() const {
    return intfBacklog_ ? intfBacklog_->installedOwnerCount() : 0;
 }
 
-void IntfBacklogSm::recordOwner(const Ovel::IpGenPrefix& prefix, const Ovel::IntfId& intfId) {
+IntfNumber IntfBacklogSm::ownerNumberOf(const Ovel::IntfId& intfId) {
+   return intfBacklog_ ? intfBacklog_->intfNumbers().numberOf(intfId) : PrefixRecord::kNoOwner;
+}
+
+void IntfBacklogSm::recordOwner(const Ovel::IpGenPrefix& prefix, IntfNumber owner) {
    if (intfBacklog_) {
-      intfBacklog_->installedOwnerIs(prefix, ownerNumber(intfId));
+      intfBacklog_->installedOwnerIs(prefix, owner);
    }
 }
 
@@ -362,23 +364,6 @@ void IntfBacklogSm::forgetOwner(const Ovel::IpGenPrefix& prefix) {
    if (intfBacklog_) {
       intfBacklog_->installedOwnerDel(prefix);
    }
-}
-
-std::uint32_t IntfBacklogSm::ownerNumber(const Ovel::IntfId& intfId) {
-   if (const std::uint32_t* number = ownerNumbers_.lookup(intfId)) {
-      return *number;
-   }
-   // The name goes in first: a failure between the two leaves no number
-   // without its name.
-   const auto number = static_cast<std::uint32_t>(ownerNames_.size());
-   ownerNames_.push_back(intfId);
-   try {
-      ownerNumbers_.tryEmplace(intfId, number);
-   } catch (...) {
-      ownerNames_.pop_back();
-      throw;
-   }
-   return number;
 }
 
 }  // namespace Routing::ConnectedRoute

@@ -14,7 +14,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 
 #include "model/IntfBacklog.h"
@@ -116,10 +115,18 @@ class IntfBacklogSm final : public Vok::Entity {
 
    std::string describe() const { return vrfName_.str(); }
    IntfViaSetKeyStatus& keyStatusFor(Ovel::AddressFamily af) const;
-   std::uint32_t ownerNumber(const Ovel::IntfId& intfId);
-   // The installed owner, kept in the store beside the prefix's candidates;
-   // an installer without a store keeps none.
-   void recordOwner(const Ovel::IpGenPrefix& prefix, const Ovel::IntfId& intfId);
+   // The installed owner, kept in the store beside the prefix's candidates
+   // as the interface's number; an installer without a store keeps none.
+   IntfNumber ownerNumberOf(const Ovel::IntfId& intfId);
+   void recordOwner(const Ovel::IpGenPrefix& prefix, IntfNumber owner);
+   // The drain knows the owner's number already: these skip the lookup by
+   // name that the public writers make.
+   void routeConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
+                       const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
+                       Fib::RouteType routeType);
+   void ormoRouteConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId,
+                           Rib::IpRibRouteOrqTable* queryTable, const Ovel::IpGenPrefix& prefix,
+                           Rib::ViaSetKey viaSetKey, Fib::RouteType routeType);
    void forgetOwner(const Ovel::IpGenPrefix& prefix);
    // The drain's view of the store's backlog (see handleBacklog).
    bool pending(const IntfIdAndPrefix& key, bool value) const;
@@ -144,17 +151,9 @@ class IntfBacklogSm final : public Vok::Entity {
    Vok::Ptr<Rib::ViaSetConfig> viaSetConfig_;
    Vok::Ptr<IntfBacklog> intfBacklog_;
    std::unique_ptr<VokIntfBacklog> intfBacklogReactor_;
-   // The owner of every installed route is kept in the store, beside the
-   // prefix's candidates, as a number into ownerNames_: a name is 24 bytes
-   // and every installed route has an owner. Numbers are never taken back;
-   // there are as many as interfaces that ever owned a route of this VRF.
-   // A deque grows block by block; a vector would copy every name when it
-   // grows, a step proportional to the owners inside one drain slice.
-   std::deque<Ovel::IntfId> ownerNames_;
    // Entries the store held as false when the installer was built and that
    // have not changed since: work, as they were for a copy taken then.
    Vok::HashMap<IntfIdAndPrefix, bool> inheritedFalse_;
-   Vok::HashMap<Ovel::IntfId, std::uint32_t> ownerNumbers_;
    double backlogQuantum_ = 0.08;
    double backlogDelay_ = 0.04;
    std::uint32_t handleBacklogCallCount_ = 0;

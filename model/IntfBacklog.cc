@@ -213,7 +213,7 @@ Vok::Ptr<IntfViaSetKeyStatus> IntfBacklog::keyStatusIs(Vok::Ptr<IntfViaSetKeySta
    if (table && table->addressFamily() == af) {
       return table;  // kept: built for this family
    }
-   table = Vok::make<IntfViaSetKeyStatus>(af);
+   table = Vok::make<IntfViaSetKeyStatus>(af, intfNumbers_);
    notify([hook](IntfBacklogNotifiee& n) { (n.*hook)(); });
    return table;
 }

@@ -11,9 +11,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "model/IntfIdSet.h"
+#include "model/IntfNumbers.h"
 #include "model/PrefixRecords.h"
 #include "model/IntfViaSetKeyStatus.h"
 #include "model/ValueRecords.h"
@@ -78,9 +80,9 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    void intfIdsByPrefixDel(Ovel::IpGenPrefix prefix);
    void intfIdsByPrefixDelAll();
 
-   // The installer's record of who owns the prefix's installed route: a
-   // number only the installer interprets, kept beside the candidates so
-   // that one lookup finds both. Nobody is notified of it.
+   // The installer's record of who owns the prefix's installed route: the
+   // owner's number in intfNumbers(), kept beside the candidates so that one
+   // lookup finds both. Nobody is notified of it.
    std::uint32_t installedOwner(const Ovel::IpGenPrefix& prefix) const {
       const PrefixRecord* record = prefixes_.lookup(prefix);
       return record ? record->installedOwner : PrefixRecord::kNoOwner;
@@ -89,6 +91,10 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    void installedOwnerDel(Ovel::IpGenPrefix prefix);
    void installedOwnerDelAll();
    std::size_t installedOwnerCount() const noexcept { return owners_; }
+   // The VRF's interface numbers, shared by both via-set-key tables: an
+   // installed owner is one of them.
+   IntfNumbers& intfNumbers() noexcept { return *intfNumbers_; }
+   const IntfNumbers& intfNumbers() const noexcept { return *intfNumbers_; }
 
    // The per-family via-set-key tables.
    const Vok::Ptr<IntfViaSetKeyStatus>& intfViaSetKeyStatus4() const noexcept { return status4_; }
@@ -118,6 +124,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    PrefixRecords prefixes_;
    std::size_t listed_ = 0;  // records holding a candidate set
    std::size_t owners_ = 0;  // records holding an installed owner
+   std::shared_ptr<IntfNumbers> intfNumbers_ = std::make_shared<IntfNumbers>();
    Vok::Ptr<IntfViaSetKeyStatus> status4_;
    Vok::Ptr<IntfViaSetKeyStatus> status6_;
 };

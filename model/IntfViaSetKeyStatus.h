@@ -6,10 +6,16 @@
 // count. Decrementing without a positive count is a programming error and
 // stops the process, never a silent clamp. Nobody watches this table:
 // callers read it directly.
+//
+// Each count row also holds the interface's number (IntfNumbers, shared by
+// both families of a store), which is how the installer records an
+// installed route's owner.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
+#include "model/IntfNumbers.h"
 #include "model/ValueRecords.h"
 #include "platform/ovel/AddressFamily.h"
 #include "platform/vok/Entity.h"
@@ -19,10 +25,12 @@ namespace Routing::ConnectedRoute {
 
 class IntfViaSetKeyStatus final : public Vok::Entity {
  public:
-   explicit IntfViaSetKeyStatus(Ovel::AddressFamily addressFamily)
-         : addressFamily_(addressFamily) {}
+   explicit IntfViaSetKeyStatus(Ovel::AddressFamily addressFamily,
+                                std::shared_ptr<IntfNumbers> numbers = std::make_shared<IntfNumbers>())
+         : addressFamily_(addressFamily), numbers_(std::move(numbers)) {}
 
    Ovel::AddressFamily addressFamily() const noexcept { return addressFamily_; }
+   const IntfNumbers& intfNumbers() const noexcept { return *numbers_; }
 
    // The interface's key row, or null.
    const IntfViaSetKey* intfViaSetKey(const Ovel::IntfId& intfId) const {
@@ -41,29 +49,41 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
 
    // The interface's count; an absent row reads as 0.
    std::uint32_t vskRefcountByIntfId(const Ovel::IntfId& intfId) const {
-      const std::uint32_t* count = vskRefcountByIntfId_.lookup(intfId);
-      return count ? *count : 0;
+      const CountRow* row = counts_.lookup(intfId);
+      return row ? row->count : 0;
    }
-   bool hasVskRefcount(const Ovel::IntfId& intfId) const {
-      return vskRefcountByIntfId_.contains(intfId);
-   }
+   bool hasVskRefcount(const Ovel::IntfId& intfId) const { return counts_.contains(intfId); }
    void vskRefcountByIntfIdIs(const Ovel::IntfId& intfId, std::uint32_t count) {
-      vskRefcountByIntfId_.insertOrAssign(intfId, count);
+      rowFor(intfId).count = count;
    }
-   void vskRefcountByIntfIdDel(Ovel::IntfId intfId) { vskRefcountByIntfId_.erase(intfId); }
-   void vskRefcountByIntfIdDelAll() { vskRefcountByIntfId_.clear(); }
-   std::size_t vskRefcountCount() const noexcept { return vskRefcountByIntfId_.size(); }
-   const Vok::HashMap<Ovel::IntfId, std::uint32_t>& vskRefcounts() const noexcept {
-      return vskRefcountByIntfId_;
+   void vskRefcountByIntfIdDel(Ovel::IntfId intfId) { counts_.erase(intfId); }
+   void vskRefcountByIntfIdDelAll() { counts_.clear(); }
+   std::size_t vskRefcountCount() const noexcept { return counts_.size(); }
+   // Every count row, in the table's order.
+   template <class Fn>
+   void forEachVskRefcount(Fn&& visit) const {
+      for (const auto& [intfId, row] : counts_) {
+         visit(intfId, row.count);
+      }
    }
 
-   void incIntfVskRefcount(const Ovel::IntfId& intfId);
+   // One more use of the interface's keys; returns the interface's number.
+   IntfNumber incIntfVskRefcount(const Ovel::IntfId& intfId);
    void decIntfVskRefcount(const Ovel::IntfId& intfId);
 
  private:
+   // The count and the interface's number live in one row: the installer
+   // reads both for every route it writes, and one lookup finds them.
+   struct CountRow {
+      std::uint32_t count = 0;
+      IntfNumber number = IntfNumbers::kNone;
+   };
+   CountRow& rowFor(const Ovel::IntfId& intfId);
+
    Ovel::AddressFamily addressFamily_;
+   std::shared_ptr<IntfNumbers> numbers_;
    Vok::HashMap<Ovel::IntfId, IntfViaSetKey> intfViaSetKey_;
-   Vok::HashMap<Ovel::IntfId, std::uint32_t> vskRefcountByIntfId_;
+   Vok::HashMap<Ovel::IntfId, CountRow> counts_;
 };
 
 }  // namespace Routing::ConnectedRoute

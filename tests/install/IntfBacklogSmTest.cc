@@ -368,6 +368,20 @@ TEST_F(Installer, ANewInstallerKnowsNoOwners) {
    EXPECT_EQ(h.store->intfIdsByPrefix(prefix("10.1.1.0/24"))->intfIdAndAddrs(), 1u);
 }
 
+TEST_F(Installer, OwnersKeepTheirNamesAcrossFamiliesAndRebuiltKeyTables) {
+   // Interface numbers belong to the store, not to a family's key table.
+   add(e2, "2001:db8::2/64");
+   add(e1, "10.1.1.1/24");
+   add(e2, "10.2.2.2/24");
+   h.drain();
+   h.store->intfViaSetKeyStatus4Del();
+   h.store->intfViaSetKeyStatus4Is(Ovel::AddressFamily::ipv4);
+   EXPECT_EQ(h.sm->installedIntfId(prefix("2001:db8::/64")), e2);
+   EXPECT_EQ(h.sm->installedIntfId(prefix("10.1.1.0/24")), e1);
+   EXPECT_EQ(h.sm->installedIntfId(prefix("10.2.2.0/24")), e2);
+   EXPECT_EQ(h.sm->installedIntfIdCount(), 3u);
+}
+
 TEST_F(Installer, AStoreWithoutInstallerTablesRaisesNullValidPtr) {
    IntfBacklogSm bare(L3::VrfName("red"), h.vrfId, &h.am, nullptr, nullptr, nullptr, nullptr,
                       nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);

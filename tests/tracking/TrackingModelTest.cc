@@ -113,11 +113,11 @@ class Reference {
       for (Af af : {Af::ipv4, Af::ipv6}) {
          const auto& keyStatus = h_.keyStatus(af);
          std::size_t users = 0;
-         for (const auto& [intfId, count] : keyStatus.vskRefcounts()) {
+         keyStatus.forEachVskRefcount([&](const Ovel::IntfId& intfId, std::uint32_t count) {
             auto found = uses.find({std::string(intfId.name()), af});
             EXPECT_TRUE(found != uses.end() && found->second == count)
                   << intfId << " counts " << count;
-         }
+         });
          for (const auto& [name, count] : uses) {
             if (name.second != af) {
                continue;

@@ -1,0 +1,61 @@
+// Small numbers for the interfaces of one VRF, handed out on first sight and
+// kept for the VRF's life.
+//
+// The installer touches an interface's use count and records it as a
+// prefix's owner for every route it writes; doing that by a 4-byte number
+// instead of a 24-byte name saves a hash lookup per route and per release.
+// Numbers are never taken back: there are as many as interfaces the VRF has
+// seen, so a number held anywhere always names the same interface.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+
+#include "platform/ovel/IntfId.h"
+#include "platform/vok/Assert.h"
+#include "platform/vok/HashMap.h"
+
+namespace Routing::ConnectedRoute {
+
+using IntfNumber = std::uint32_t;
+
+class IntfNumbers final {
+ public:
+   static constexpr IntfNumber kNone = 0xFFFFFFFF;
+
+   // The interface's number, given now if it has none yet.
+   IntfNumber numberOf(const Ovel::IntfId& intfId) {
+      if (const IntfNumber* number = numbers_.lookup(intfId)) {
+         return *number;
+      }
+      // The name goes in first: a failure between the two leaves no number
+      // without its name.
+      const auto number = static_cast<IntfNumber>(names_.size());
+      names_.push_back(intfId);
+      try {
+         numbers_.tryEmplace(intfId, number);
+      } catch (...) {
+         names_.pop_back();
+         throw;
+      }
+      return number;
+   }
+   // The interface's number, or kNone if it has never had one.
+   IntfNumber find(const Ovel::IntfId& intfId) const {
+      const IntfNumber* number = numbers_.lookup(intfId);
+      return number ? *number : kNone;
+   }
+   const Ovel::IntfId& name(IntfNumber number) const {
+      VOK_ASSERT(number < names_.size(), "number < intfNumbers.size()");
+      return names_[number];
+   }
+   std::size_t size() const noexcept { return names_.size(); }
+
+ private:
+   Vok::HashMap<Ovel::IntfId, IntfNumber> numbers_;
+   // A deque grows block by block; a vector would copy every name when it
+   // grows, a step proportional to the interfaces inside one drain slice.
+   std::deque<Ovel::IntfId> names_;
+};
+
+}  // namespace Routing::ConnectedRoute
