@@ -305,10 +305,7 @@ class HashMap {
          parts_->tables.reserve(parts_->tables.size() + 1);
       }
 
-      for (auto it = whole.begin(); it != whole.end(); ++it) {
-         Table& half = (it.hash() & upperBit) != 0 ? *upper : *lower;
-         half.tryEmplaceHashed(it.hash(), it->first, std::move(it->second));
-      }
+      whole.splitInto(upperBit, *lower, *upper);
       Parts& parts = created ? *created : *parts_;
       if (created) {
          parts.tables.push_back(std::move(lower));

@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <optional>
@@ -146,6 +147,21 @@ class OrderedTable {
          rehash(capacity);
       }
    }
+   // Moves every entry into `lower` or `upper` by one bit of its hash,
+   // keeping order. Both are empty and sized with reserve(); as in a
+   // growth, each entry goes to its home slot or just after the entry before
+   // it, without the search an insertion makes.
+   void splitInto(std::uint32_t upperBit, OrderedTable& lower, OrderedTable& upper) {
+      std::size_t next[2] = {0, 0};
+      for (std::size_t i = 0; i < length_; ++i) {
+         if (usedAt(i)) {
+            const std::uint32_t hash = hashAt(i);
+            const bool up = (hash & upperBit) != 0;
+            OrderedTable& half = up ? upper : lower;
+            next[up] = half.put(std::max(half.home(hash), next[up]), hash, std::move(entryAt(i)));
+         }
+      }
+   }
    // The hashes of the first and last entries; the table must not be empty.
    std::pair<std::uint32_t, std::uint32_t> hashRange() const {
       VOK_ASSERT(size_ != 0, "hashRange of an empty table");
@@ -265,6 +281,11 @@ private:
    static_assert(alignof(value_type) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
                  "slots are allocated with the default alignment");
    Slot* slots() const noexcept { return reinterpret_cast<Slot*>(block_); }
+   // Keys and values that are plain bytes (the routing tables' records) can
+   // be moved between slots by copying the slots' bytes.
+   static constexpr bool kBytewise = std::is_trivially_copyable_v<K> &&
+                                     std::is_trivially_copyable_v<V> &&
+                                     std::is_trivially_destructible_v<value_type>;
    // Where an entry is about to be built.
    value_type* placeAt(std::size_t slot) const noexcept {
       return reinterpret_cast<value_type*>(slots()[slot].storage);
@@ -372,9 +393,7 @@ private:
       if (freeSlot == length_) {
          extendTail();
       }
-      for (std::size_t i = freeSlot; i > slot; --i) {
-         moveSlot(i - 1, i);
-      }
+      shiftUp(slot, freeSlot);
       std::construct_at(placeAt(slot), std::piecewise_construct, std::forward_as_tuple(key),
                         std::forward_as_tuple(std::forward<Args>(args)...));
       hashAt(slot) = hash;
@@ -389,10 +408,37 @@ private:
       --size_;
       // Backward shift: displaced successors move up so no gap breaks a
       // cluster; an entry sitting at its home slot ends the shift.
-      std::size_t hole = slot;
-      for (std::size_t i = slot + 1; i < length_ && usedAt(i) && home(hashAt(i)) <= hole; ++i) {
-         moveSlot(i, hole);
-         hole = i;
+      if constexpr (kBytewise) {
+         std::size_t end = slot + 1;
+         while (end < length_ && usedAt(end) && home(hashAt(end)) < end) {
+            ++end;
+         }
+         if (end > slot + 1) {
+            std::memmove(static_cast<void*>(slots() + slot), static_cast<const void*>(slots() + slot + 1),
+                         (end - slot - 1) * sizeof(Slot));
+            usedAt(end - 1) = 0;
+         }
+      } else {
+         std::size_t hole = slot;
+         for (std::size_t i = slot + 1; i < length_ && usedAt(i) && home(hashAt(i)) <= hole; ++i) {
+            moveSlot(i, hole);
+            hole = i;
+         }
+      }
+   }
+
+   // Moves the slots [first, free) one place up, into the free slot `free`.
+   void shiftUp(std::size_t first, std::size_t free) {
+      if constexpr (kBytewise) {
+         // Entries of plain bytes move as one block, hash and occupancy
+         // included; the slot left at `first` is rebuilt by the caller.
+         std::memmove(static_cast<void*>(slots() + first + 1), static_cast<const void*>(slots() + first),
+                      (free - first) * sizeof(Slot));
+         usedAt(first) = 0;
+      } else {
+         for (std::size_t i = free; i > first; --i) {
+            moveSlot(i - 1, i);
+         }
       }
    }
 
@@ -450,16 +496,21 @@ private:
          if (!old.usedAt(i)) {
             continue;
          }
-         std::size_t slot = place(i, old.hashAt(i), next);
-         while (slot >= length_) {
-            extendTail();
-         }
-         std::construct_at(placeAt(slot), std::move(old.entryAt(i)));
-         hashAt(slot) = old.hashAt(i);
-         usedAt(slot) = 1;
-         ++size_;
-         next = slot + 1;
+         next = put(place(i, old.hashAt(i), next), old.hashAt(i), std::move(old.entryAt(i)));
       }
+   }
+
+   // Builds `entry` in `slot`, lengthening the tail to reach it; returns the
+   // slot after it.
+   std::size_t put(std::size_t slot, std::uint32_t hash, value_type&& entry) {
+      while (slot >= length_) {
+         extendTail();
+      }
+      std::construct_at(placeAt(slot), std::move(entry));
+      hashAt(slot) = hash;
+      usedAt(slot) = 1;
+      ++size_;
+      return slot + 1;
    }
 
    void allocate(std::size_t length) {
