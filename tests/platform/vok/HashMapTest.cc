@@ -17,6 +17,20 @@ using Map = Vok::HashMap<std::uint64_t, int>;
 // the split, the per-table growth and iteration across tables are covered.
 using SmallSplitMap = Vok::HashMap<std::uint64_t, int, Vok::KeyTraits<std::uint64_t>, 16>;
 
+// A value that is not plain bytes, so that its maps move entries one at a
+// time instead of as blocks of slots; it counts its live copies, so that an
+// entry lost, copied twice or destroyed twice shows.
+struct Tracked {
+   static inline int live = 0;
+   int value = 0;
+   Tracked(int v = 0) : value(v) { ++live; }  // NOLINT: stands in for an int
+   Tracked(const Tracked& other) : value(other.value) { ++live; }
+   Tracked& operator=(const Tracked&) = default;
+   ~Tracked() { --live; }
+   operator int() const { return value; }  // NOLINT
+};
+using TrackedSplitMap = Vok::HashMap<std::uint64_t, Tracked, Vok::KeyTraits<std::uint64_t>, 16>;
+
 template <class M>
 std::vector<std::uint64_t> order(const M& map) {
    std::vector<std::uint64_t> keys;
@@ -36,7 +50,7 @@ struct CollidingTraits {
 
 template <class M>
 struct EveryHashMap : ::testing::Test {};
-using MapTypes = ::testing::Types<Map, SmallSplitMap>;
+using MapTypes = ::testing::Types<Map, SmallSplitMap, TrackedSplitMap>;
 TYPED_TEST_SUITE(EveryHashMap, MapTypes);
 
 TYPED_TEST(EveryHashMap, IterationOrderDependsOnlyOnTheKeysPresent) {
@@ -173,7 +187,7 @@ TYPED_TEST(EveryHashMap, AgreesWithAReferenceMapUnderRandomOperations) {
                EXPECT_EQ(map.erase(key), reference.erase(key) == 1);
                break;
             case 3: {
-               const int* found = map.lookup(key);
+               const auto* found = map.lookup(key);
                auto it = reference.find(key);
                ASSERT_EQ(found != nullptr, it != reference.end());
                if (found) {
@@ -190,6 +204,25 @@ TYPED_TEST(EveryHashMap, AgreesWithAReferenceMapUnderRandomOperations) {
       }
       EXPECT_EQ(contents, reference);
    }
+}
+
+TEST(HashMap, EntriesThatAreNotPlainBytesLiveExactlyAsLongAsTheirMap) {
+   const int before = Tracked::live;
+   {
+      std::mt19937 rng(7);
+      TrackedSplitMap map;
+      for (int step = 0; step < 20000; ++step) {
+         const std::uint64_t key = rng() % 2000;
+         if (rng() % 3 == 0) {
+            map.erase(key);
+         } else {
+            map.insertOrAssign(key, int(key));
+         }
+         ASSERT_EQ(Tracked::live - before, int(map.size()));
+      }
+      EXPECT_GT(map.parts(), 1u);
+   }
+   EXPECT_EQ(Tracked::live, before);
 }
 
 TYPED_TEST(EveryHashMap, CopiesAreIndependentAndEqual) {
