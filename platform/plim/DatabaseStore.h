@@ -174,7 +174,11 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       }
       mdb_cursor_close(cursor);
       changes_.clear();
+      if (changes_.capacity() > kKeptChanges) {
+         changes_ = {};  // a burst's buffer goes back once it is written
+      }
    }
+   static constexpr std::size_t kKeptChanges = 1 << 16;
 
    // Big-endian, so that one table's rows sit together in key order.
    std::array<char, 4> numberBytes() const {
