@@ -82,7 +82,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    void rowIs(const K& key, const V& value) override {
       roomForOneMore();  // first: nothing is half-done if it fails
       cache_.rowIs(key, value);
-      changes_.push_back(Change{key, value, true});
+      dirty_.push_back(key);
    }
 
    bool rowDel(const K& key) override {
@@ -90,7 +90,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       if (!cache_.rowDel(key)) {
          return false;
       }
-      changes_.push_back(Change{key, V{}, false});
+      dirty_.push_back(key);
       return true;
    }
 
@@ -98,7 +98,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       const auto prefix = numberBytes();
       db_->delRange(*rows_, std::string_view(prefix.data(), prefix.size()));
       cache_.rowDelAll();
-      changes_.clear();
+      dirty_.clear();
    }
 
    std::size_t size() const override {
@@ -121,51 +121,39 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
  private:
    using KeyBytes = std::array<char, 4 + sizeof(K)>;
 
-   // A change since the last commit, with the row it wrote: the commit
-   // then reads no row back from the table, whose order is not the key's.
-   struct Change {
-      K key;
-      V row;
-      bool written;  // false: removed
-   };
-
    void roomForOneMore() {
-      if (changes_.size() == changes_.capacity()) {
-         changes_.reserve(std::max<std::size_t>(64, changes_.capacity() * 2));
+      if (dirty_.size() == dirty_.capacity()) {
+         dirty_.reserve(std::max<std::size_t>(64, dirty_.capacity() * 2));
       }
    }
 
    // Hands this turn's changes to the database: each changed key once, in
-   // key order, with the last row written to it. One cursor walks the
+   // key order, with the value the table holds now. One cursor walks the
    // B-tree along with them, so a key on the page of the one before is put
    // without a search from the root.
    void flush() override {
-      if (changes_.empty()) {
+      if (dirty_.empty()) {
          return;
       }
-      // Stable: of a key's changes, the last stays last.
-      std::stable_sort(changes_.begin(), changes_.end(), [](const Change& a, const Change& b) {
-         return std::memcmp(&a.key, &b.key, sizeof(K)) < 0;
-      });
+      auto before = [](const K& a, const K& b) { return std::memcmp(&a, &b, sizeof(K)) < 0; };
+      auto same = [](const K& a, const K& b) { return std::memcmp(&a, &b, sizeof(K)) == 0; };
+      std::sort(dirty_.begin(), dirty_.end(), before);
+      dirty_.erase(std::unique(dirty_.begin(), dirty_.end(), same), dirty_.end());
       MDB_cursor* cursor = nullptr;
       db_->check(mdb_cursor_open(db_->txn(), *rows_, &cursor), "open a cursor");
       try {
-         for (std::size_t i = 0; i < changes_.size(); ++i) {
-            const Change& change = changes_[i];
-            int rc = MDB_SUCCESS;
-            if (i + 1 < changes_.size() &&
-                std::memcmp(&change.key, &changes_[i + 1].key, sizeof(K)) == 0) {
-               continue;  // a later change of the same key wins
-            }
-            KeyBytes bytes = keyBytes(change.key);
+         for (const K& key : dirty_) {
+            KeyBytes bytes = keyBytes(key);
             MDB_val k{bytes.size(), bytes.data()};
-            if (change.written) {
-               MDB_val v{sizeof(V), const_cast<V*>(&change.row)};
+            if (const V* value = cache_.row(key)) {
+               MDB_val v{sizeof(V), const_cast<V*>(value)};
                db_->check(mdb_cursor_put(cursor, &k, &v, 0), "write a row");
-            } else if (MDB_val found; (rc = mdb_cursor_get(cursor, &k, &found, MDB_SET)) == MDB_SUCCESS) {
+            } else if (MDB_val found; int rc = mdb_cursor_get(cursor, &k, &found, MDB_SET)) {
+               if (rc != MDB_NOTFOUND) {
+                  db_->check(rc, "remove a row");
+               }
+            } else {
                db_->check(mdb_cursor_del(cursor, 0), "remove a row");
-            } else if (rc != MDB_NOTFOUND) {
-               db_->check(rc, "remove a row");
             }
          }
       } catch (...) {
@@ -173,12 +161,8 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          throw;
       }
       mdb_cursor_close(cursor);
-      changes_.clear();
-      if (changes_.capacity() > kKeptChanges) {
-         changes_ = {};  // a burst's buffer goes back once it is written
-      }
+      dirty_.clear();
    }
-   static constexpr std::size_t kKeptChanges = 1 << 16;
 
    // Big-endian, so that one table's rows sit together in key order.
    std::array<char, 4> numberBytes() const {
@@ -251,7 +235,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    mutable std::optional<MDB_dbi> rows_;
    mutable std::optional<std::uint32_t> number_;
    MemoryStore<K, V> cache_;
-   std::vector<Change> changes_;  // since the last commit, in the order made
+   std::vector<K> dirty_;  // keys changed since the last commit, in any order
    mutable V last_{};
 };
 
