@@ -16,6 +16,8 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 namespace App {
 
@@ -50,12 +52,35 @@ struct ProtoRow {
    double readyTime;
 };
 
-// The rows of one section: how many, and a walk over them in order.
+// The rows of one section: how many, and a walk over them in order. A
+// section over a list can also walk any range of it alone (`forRange`), so
+// that a large table can be formatted in parts at once.
 template <class Row>
 struct Section {
+   using Visit = std::function<void(const Row&)>;
    std::size_t count = 0;
-   std::function<void(const std::function<void(const Row&)>&)> forEach;
+   std::function<void(const Visit&)> forEach;
+   std::function<void(std::size_t first, std::size_t last, const Visit&)> forRange;
 };
+
+// The section of `items`, each converted to its row as it is visited; it
+// refers to `items`, which must outlive it.
+template <class Item, class Convert>
+Section<std::decay_t<std::invoke_result_t<Convert, const Item&>>> sectionOver(
+      const std::vector<Item>& items, Convert convert) {
+   using Row = std::decay_t<std::invoke_result_t<Convert, const Item&>>;
+   Section<Row> section;
+   section.count = items.size();
+   section.forRange = [&items, convert](std::size_t first, std::size_t last,
+                                        const typename Section<Row>::Visit& visit) {
+      for (std::size_t i = first; i < last; ++i) {
+         visit(convert(items[i]));
+      }
+   };
+   section.forEach = [forRange = section.forRange, count = items.size()](
+                           const typename Section<Row>::Visit& visit) { forRange(0, count, visit); };
+   return section;
+}
 
 struct DumpHeader {
    std::string label;

@@ -56,13 +56,9 @@ struct MountedRows {
    std::vector<const Row*> rows;
 };
 
-template <class Out, class Row, class Convert>
-Section<Out> section(const std::vector<const Row*>& rows, Convert convert) {
-   return Section<Out>{rows.size(), [&rows, convert](const std::function<void(const Out&)>& visit) {
-                          for (const Row* row : rows) {
-                             visit(convert(*row));
-                          }
-                       }};
+template <class Row, class Convert>
+auto section(const std::vector<const Row*>& rows, Convert convert) {
+   return sectionOver(rows, [convert](const Row* row) { return convert(*row); });
 }
 
 }  // namespace
@@ -109,11 +105,7 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
       return out;
    };
    auto routeSection = [](const std::vector<OwnedRoute>& rows) {
-      return Section<RouteRow>{rows.size(), [&rows](const std::function<void(const RouteRow&)>& visit) {
-                                  for (const OwnedRoute& row : rows) {
-                                     visit(routeRow(*row.route, row.owner));
-                                  }
-                               }};
+      return sectionOver(rows, [](const OwnedRoute& row) { return routeRow(*row.route, row.owner); });
    };
    auto viasOf = [&](const std::string& path) {
       MountedRows<Rib::Via> out{mounted(path, "Routing::Rib::Ip::ViaConfig"), {}};
@@ -146,7 +138,7 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
       const auto vias4 = viasOf(ContainerSm::via4Path(vrfId));
       const auto vias6 = viasOf(ContainerSm::via6Path(vrfId));
       writer.vrf(header, routeSection(routes4.second), routeSection(routes6.second),
-                 section<ViaRow>(vias4.rows, viaRow), section<ViaRow>(vias6.rows, viaRow));
+                 section(vias4.rows, viaRow), section(vias6.rows, viaRow));
    }
 
    std::vector<const Rib::IpRibRouteOrq*> query;
@@ -157,7 +149,7 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
       return std::pair(a->key().vrfId.value(), a->key().prefix) <
              std::pair(b->key().vrfId.value(), b->key().prefix);
    });
-   writer.queryRows(section<QueryRow>(query, [&containers](const Rib::IpRibRouteOrq& row) {
+   writer.queryRows(section(query, [&containers](const Rib::IpRibRouteOrq& row) {
       const std::uint32_t id = row.key().vrfId.value();
       auto found = containers.find(id);
       const ContainerSm* container = found == containers.end() ? nullptr : found->second;
@@ -167,18 +159,14 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
    const auto viaSets = sortedRows<Rib::Plim::ViaSet>(
          [&](auto visit) { shared_.viaSetConfig->forEachViaSet(visit); },
          [](const Rib::Plim::ViaSet& v) { return v.key.value(); });
-   writer.viaSets(section<ViaSetRow>(viaSets, viaSetRow));
+   writer.viaSets(section(viaSets, viaSetRow));
 
    std::vector<ProtoRow> proto;
    shared_.protoVrfStatusDir->forEachName([&](const std::string& name) {
       auto entity = shared_.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(name);
       proto.push_back(ProtoRow{name, entity->ready(), entity->readyTime()});
    });
-   writer.protoVrfStatus(Section<ProtoRow>{proto.size(), [&proto](const auto& visit) {
-                                              for (const ProtoRow& p : proto) {
-                                                 visit(p);
-                                              }
-                                           }});
+   writer.protoVrfStatus(sectionOver(proto, [](const ProtoRow& p) -> const ProtoRow& { return p; }));
    writer.dumpEnd();
 }
 

@@ -59,17 +59,6 @@ std::vector<int> families(const ShowRequest& request) {
    return request.family == 0 ? std::vector<int>{4, 6} : std::vector<int>{request.family};
 }
 
-template <class Item, class Convert>
-Section<std::decay_t<std::invoke_result_t<Convert, const Item&>>> sectionOf(
-      const std::vector<Item>& items, Convert convert) {
-   using Row = std::decay_t<std::invoke_result_t<Convert, const Item&>>;
-   return Section<Row>{items.size(), [&items, convert](const std::function<void(const Row&)>& visit) {
-                          for (const Item& item : items) {
-                             visit(convert(item));
-                          }
-                       }};
-}
-
 // A JSON array written a row at a time: a million routes are never one
 // document in memory.
 template <class Item, class ToJson>
@@ -114,7 +103,7 @@ void showPerFamily(const TableReader& reader, const ShowRequest& request, std::o
          title[0] = char(std::tolower(title[0]));
          out << "  IPv" << family << ' ' << title << ": " << rows.size() << '\n';
          if (!rows.empty()) {
-            renderTable(out, headers, sectionOf(rows, [](const Row& r) -> const Row& { return r; }),
+            renderTable(out, headers, sectionOver(rows, [](const Row& r) -> const Row& { return r; }),
                         toCells);
          }
       }
@@ -165,7 +154,7 @@ void showViaSets(const TableReader& reader, const ShowRequest& request, std::ost
    out << "Via sets: " << sets.size() << '\n';
    if (!sets.empty()) {
       renderTable(out, {"key", "kind", "via", "protocol", "vias"},
-                  sectionOf(sets, [](const Rib::Plim::ViaSet& v) { return viaSetRow(v); }),
+                  sectionOver(sets, [](const Rib::Plim::ViaSet& v) { return viaSetRow(v); }),
                   [](const ViaSetRow& v, Cells& cells) {
                      cells << v.key << v.kind << v.via << v.protocol << v.vias;
                   });
@@ -198,7 +187,7 @@ void showReady(const TableReader& reader, const ShowRequest& request, std::ostre
    out << "VRFs: " << vrfs.size() << '\n';
    if (!vrfs.empty()) {
       renderTable(out, {"vrf", "id", "v4Ready", "v6Ready", "protocolReady", "readyTime"},
-                  sectionOf(vrfs, [](const TableReader::Vrf& vrf) { return vrf; }),
+                  sectionOver(vrfs, [](const TableReader::Vrf& vrf) { return vrf; }),
                   [&](const TableReader::Vrf& vrf, Cells& cells) {
                      const VrfStatusRow& s = status(vrf);
                      const std::string name = vrfName(vrf);
@@ -246,7 +235,7 @@ void showSummary(const TableReader& reader, const ShowRequest& request, std::ost
       renderTable(out,
                   {"vrf", "id", "ipv4Routes", "ipv6Routes", "ipv4Vias", "ipv6Vias", "backlog",
                    "drains", "longestSliceMs"},
-                  sectionOf(lines, [](const Line& line) { return line; }),
+                  sectionOver(lines, [](const Line& line) { return line; }),
                   [&](const Line& line, Cells& cells) {
                      const VrfStatusRow& s = status(line);
                      const std::string name = vrfName(line.vrf);
@@ -298,7 +287,7 @@ void showPrefix(const TableReader& reader, const ShowRequest& request, std::ostr
        << (candidates.rows.empty() ? "" : " (the first one owns the prefix)") << '\n';
    if (!candidates.rows.empty()) {
       renderTable(out, {"intf", "address", "type", "viaSet"},
-                  sectionOf(candidates.rows, [](const CandidateRow& c) { return c; }),
+                  sectionOver(candidates.rows, [](const CandidateRow& c) { return c; }),
                   [](const CandidateRow& c, Cells& cells) {
                      cells << c.intf << c.address << c.type << c.viaSet;
                   });

@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <exception>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "app/Dump.h"
@@ -40,25 +43,45 @@ class Cells {
    std::vector<std::size_t> ends_;
 };
 
-// Columns padded to their widest cell. Every cell is formatted once, while
-// the widths are measured; the lines are then written in large blocks.
-template <class Row, class ToCells>
-void renderTable(std::ostream& out, const std::vector<std::string_view>& headers,
-                 const Section<Row>& rows, ToCells toCells) {
-   const std::size_t columns = headers.size();
-   Cells cells;
-   for (std::string_view header : headers) {
-      cells << header;
+// Runs `aside` on a helper thread while `here` runs on this one, or both
+// here if no thread can be started; an exception of either is rethrown once
+// both are done.
+template <class Aside, class Here>
+void inParallel(Aside aside, Here here) {
+   std::exception_ptr asideError;
+   std::thread helper;
+   try {
+      helper = std::thread([&] {
+         try {
+            aside();
+         } catch (...) {
+            asideError = std::current_exception();
+         }
+      });
+   } catch (const std::system_error&) {
+      aside();
    }
-   rows.forEach([&](const Row& row) {
-      const std::size_t before = cells.size();
-      toCells(row, cells);
-      VOK_ASSERT(cells.size() - before == columns, "renderTable: a row with the wrong number of cells");
-   });
-   std::vector<std::size_t> width(columns, 0);
-   for (std::size_t i = 0; i < cells.size(); ++i) {
-      width[i % columns] = std::max(width[i % columns], cells[i].size());
+   try {
+      here();
+   } catch (...) {
+      if (helper.joinable()) {
+         helper.join();
+      }
+      throw;
    }
+   if (helper.joinable()) {
+      helper.join();
+   }
+   if (asideError) {
+      std::rethrow_exception(asideError);
+   }
+}
+
+// The lines of `cells` (whole rows of `width.size()` cells), each column
+// padded to its width; handed to `flush` in blocks of about 64 KB.
+template <class Flush>
+void tableLines(const Cells& cells, const std::vector<std::size_t>& width, Flush flush) {
+   const std::size_t columns = width.size();
    constexpr std::size_t kBlock = std::size_t{1} << 16;
    std::string block;
    block.reserve(kBlock + 1024);
@@ -73,11 +96,63 @@ void renderTable(std::ostream& out, const std::vector<std::string_view>& headers
       }
       block += '\n';
       if (block.size() >= kBlock) {
-         out.write(block.data(), static_cast<std::streamsize>(block.size()));
+         flush(block);
          block.clear();
       }
    }
-   out.write(block.data(), static_cast<std::streamsize>(block.size()));
+   flush(block);
+}
+
+// Tables at least this long are formatted in two halves at once, the second
+// on a helper thread: formatting is most of a dump's time, and a play
+// leaves the second core idle.
+inline constexpr std::size_t kParallelRows = 20'000;
+
+// Columns padded to their widest cell. Every cell is formatted once, while
+// the widths are measured; the lines are then written in large blocks.
+template <class Row, class ToCells>
+void renderTable(std::ostream& out, const std::vector<std::string_view>& headers,
+                 const Section<Row>& rows, ToCells toCells) {
+   const std::size_t columns = headers.size();
+   Cells head, first, second;
+   for (std::string_view header : headers) {
+      head << header;
+   }
+   auto into = [&](Cells& cells) {
+      return [&cells, &toCells, columns](const Row& row) {
+         const std::size_t before = cells.size();
+         toCells(row, cells);
+         VOK_ASSERT(cells.size() - before == columns, "renderTable: a row with the wrong number of cells");
+      };
+   };
+   const bool halves = rows.forRange && rows.count >= kParallelRows;
+   const std::size_t middle = rows.count / 2;
+   if (halves) {
+      inParallel([&] { rows.forRange(middle, rows.count, into(second)); },
+                 [&] { rows.forRange(0, middle, into(first)); });
+   } else {
+      rows.forEach(into(first));
+   }
+   std::vector<std::size_t> width(columns, 0);
+   for (const Cells* cells : {&head, &first, &second}) {
+      for (std::size_t i = 0; i < cells->size(); ++i) {
+         width[i % columns] = std::max(width[i % columns], (*cells)[i].size());
+      }
+   }
+   auto write = [&out](const std::string& block) {
+      out.write(block.data(), static_cast<std::streamsize>(block.size()));
+   };
+   tableLines(head, width, write);
+   if (!halves) {
+      tableLines(first, width, write);
+      return;
+   }
+   // The helper lays out the second half's lines while this thread writes
+   // the first's.
+   std::string secondText;
+   inParallel([&] { tableLines(second, width, [&](const std::string& block) { secondText += block; }); },
+              [&] { tableLines(first, width, write); });
+   write(secondText);
 }
 
 inline std::string hex(std::uint32_t value) {
