@@ -289,9 +289,7 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
       return false;
    }
    if (!installed.isEmpty()) {
-      const IntfNumber existing = intfBacklog_->installedOwner(prefix);
-      const Ovel::IntfId existingIntfId =
-            existing == PrefixRecord::kNoOwner ? Ovel::IntfId() : intfBacklog_->intfNumbers().name(existing);
+      const Ovel::IntfId existingIntfId = installedIntfId(prefix);
       VOK_ASSERT(existingIntfId != Ovel::IntfId(), "existingIntfId != Ovel::IntfId()");
       if (candidate.isEmpty()) {
          if (vrfScaleToggle().enabled()) {

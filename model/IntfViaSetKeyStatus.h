@@ -25,12 +25,13 @@ namespace Routing::ConnectedRoute {
 
 class IntfViaSetKeyStatus final : public Vok::Entity {
  public:
+   // A table of a store shares the store's numbers; one on its own numbers
+   // its interfaces itself.
    explicit IntfViaSetKeyStatus(Ovel::AddressFamily addressFamily,
                                 std::shared_ptr<IntfNumbers> numbers = std::make_shared<IntfNumbers>())
          : addressFamily_(addressFamily), numbers_(std::move(numbers)) {}
 
    Ovel::AddressFamily addressFamily() const noexcept { return addressFamily_; }
-   const IntfNumbers& intfNumbers() const noexcept { return *numbers_; }
 
    // The interface's key row, or null.
    const IntfViaSetKey* intfViaSetKey(const Ovel::IntfId& intfId) const {

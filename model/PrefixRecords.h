@@ -12,13 +12,14 @@
 #include <utility>
 
 #include "model/IntfIdSet.h"
+#include "model/IntfNumbers.h"
 #include "platform/ovel/IpGenPrefix.h"
 #include "platform/vok/HashMap.h"
 
 namespace Routing::ConnectedRoute {
 
 struct PrefixRecord {
-   static constexpr std::uint32_t kNoOwner = 0xFFFFFFFF;
+   static constexpr IntfNumber kNoOwner = IntfNumbers::kNone;
 
    IntfIdSet candidates;
    std::uint32_t installedOwner = kNoOwner;

@@ -141,26 +141,29 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       dirty_.erase(std::unique(dirty_.begin(), dirty_.end(), same), dirty_.end());
       MDB_cursor* cursor = nullptr;
       db_->check(mdb_cursor_open(db_->txn(), *rows_, &cursor), "open a cursor");
-      try {
-         for (const K& key : dirty_) {
-            KeyBytes bytes = keyBytes(key);
-            MDB_val k{bytes.size(), bytes.data()};
-            if (const V* value = cache_.row(key)) {
-               MDB_val v{sizeof(V), const_cast<V*>(value)};
-               db_->check(mdb_cursor_put(cursor, &k, &v, 0), "write a row");
-            } else if (MDB_val found; int rc = mdb_cursor_get(cursor, &k, &found, MDB_SET)) {
-               if (rc != MDB_NOTFOUND) {
-                  db_->check(rc, "remove a row");
-               }
-            } else {
-               db_->check(mdb_cursor_del(cursor, 0), "remove a row");
-            }
+      int rc = MDB_SUCCESS;
+      std::string_view what;
+      for (const K& key : dirty_) {
+         KeyBytes bytes = keyBytes(key);
+         MDB_val k{bytes.size(), bytes.data()};
+         if (const V* value = cache_.row(key)) {
+            MDB_val v{sizeof(V), const_cast<V*>(value)};
+            rc = mdb_cursor_put(cursor, &k, &v, 0);
+            what = "write a row";
+         } else {
+            MDB_val found;
+            rc = mdb_cursor_get(cursor, &k, &found, MDB_SET);
+            rc = rc == MDB_SUCCESS ? mdb_cursor_del(cursor, 0) : rc == MDB_NOTFOUND ? MDB_SUCCESS : rc;
+            what = "remove a row";
          }
-      } catch (...) {
-         mdb_cursor_close(cursor);
-         throw;
+         if (rc != MDB_SUCCESS) {
+            break;
+         }
       }
+      // A failure aborts the transaction, which frees its cursors: the
+      // cursor is closed before it is reported.
       mdb_cursor_close(cursor);
+      db_->check(rc, what);
       dirty_.clear();
    }
 
@@ -211,10 +214,15 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       const auto prefix = numberBytes();
       MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
       int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+      std::string_view what = "read a table's rows";
       try {
          for (; rc == MDB_SUCCESS && ownKey(k); rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
-            if (k.mv_size != sizeof(KeyBytes)) {
-               db_->fail(MDB_CORRUPTED, "read a row's key");
+            // A failure aborts a writer's transaction, which frees its
+            // cursors: the cursor is closed first, below.
+            if (k.mv_size != sizeof(KeyBytes) || v.mv_size != sizeof(V)) {
+               what = k.mv_size != sizeof(KeyBytes) ? "read a row's key" : "read a row";
+               rc = MDB_CORRUPTED;
+               break;
             }
             K key;
             std::memcpy(&key, static_cast<const char*>(k.mv_data) + prefix.size(), sizeof(K));
@@ -226,7 +234,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       }
       mdb_cursor_close(cursor);
       if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
-         db_->fail(rc, "read a table's rows");
+         db_->fail(rc, what);
       }
    }
 

@@ -152,6 +152,7 @@ class OrderedTable {
    // growth, each entry goes to its home slot or just after the entry before
    // it, without the search an insertion makes.
    void splitInto(std::uint32_t upperBit, OrderedTable& lower, OrderedTable& upper) {
+      VOK_ASSERT(lower.empty() && upper.empty(), "splitInto: the halves must start empty");
       std::size_t next[2] = {0, 0};
       for (std::size_t i = 0; i < length_; ++i) {
          if (usedAt(i)) {
@@ -282,9 +283,13 @@ private:
                  "slots are allocated with the default alignment");
    Slot* slots() const noexcept { return reinterpret_cast<Slot*>(block_); }
    // Keys and values that are plain bytes (the routing tables' records) can
-   // be moved between slots by copying the slots' bytes.
+   // be moved between slots by copying the slots' bytes. The pair itself is
+   // not trivially copyable (its assignments are user-provided), but its
+   // copy and destruction are trivial then, and that is all a move between
+   // slots uses.
    static constexpr bool kBytewise = std::is_trivially_copyable_v<K> &&
                                      std::is_trivially_copyable_v<V> &&
+                                     std::is_trivially_copy_constructible_v<value_type> &&
                                      std::is_trivially_destructible_v<value_type>;
    // Where an entry is about to be built.
    value_type* placeAt(std::size_t slot) const noexcept {
