@@ -82,7 +82,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    void rowIs(const K& key, const V& value) override {
       roomForOneMore();  // first: nothing is half-done if it fails
       cache_.rowIs(key, value);
-      dirty_.push_back(key);
+      changes_.push_back(Change{key, value, true});
    }
 
    bool rowDel(const K& key) override {
@@ -90,7 +90,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       if (!cache_.rowDel(key)) {
          return false;
       }
-      dirty_.push_back(key);
+      changes_.push_back(Change{key, V{}, false});
       return true;
    }
 
@@ -98,7 +98,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       const auto prefix = numberBytes();
       db_->delRange(*rows_, std::string_view(prefix.data(), prefix.size()));
       cache_.rowDelAll();
-      dirty_.clear();
+      changes_.clear();
    }
 
    std::size_t size() const override {
@@ -121,33 +121,49 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
  private:
    using KeyBytes = std::array<char, 4 + sizeof(K)>;
 
+   // A change since the last commit, with the row it wrote: the commit
+   // then reads no row back from the table, whose order is the hash's, not
+   // the key's.
+   struct Change {
+      K key;
+      V row;
+      bool written;  // false: removed
+   };
+   // A turn's change buffer up to this many entries is kept for the next
+   // turn; a larger one (a start-up burst, a drain slice) is given back.
+   static constexpr std::size_t kKeptChanges = 4096;
+
    void roomForOneMore() {
-      if (dirty_.size() == dirty_.capacity()) {
-         dirty_.reserve(std::max<std::size_t>(64, dirty_.capacity() * 2));
+      if (changes_.size() == changes_.capacity()) {
+         changes_.reserve(std::max<std::size_t>(64, changes_.capacity() * 2));
       }
    }
 
    // Hands this turn's changes to the database: each changed key once, in
-   // key order, with the value the table holds now. One cursor walks the
+   // key order, with the last row written to it. One cursor walks the
    // B-tree along with them, so a key on the page of the one before is put
    // without a search from the root.
    void flush() override {
-      if (dirty_.empty()) {
+      if (changes_.empty()) {
          return;
       }
-      auto before = [](const K& a, const K& b) { return std::memcmp(&a, &b, sizeof(K)) < 0; };
-      auto same = [](const K& a, const K& b) { return std::memcmp(&a, &b, sizeof(K)) == 0; };
-      std::sort(dirty_.begin(), dirty_.end(), before);
-      dirty_.erase(std::unique(dirty_.begin(), dirty_.end(), same), dirty_.end());
+      // Stable: of a key's changes, the last stays last.
+      std::stable_sort(changes_.begin(), changes_.end(), [](const Change& a, const Change& b) {
+         return std::memcmp(&a.key, &b.key, sizeof(K)) < 0;
+      });
       MDB_cursor* cursor = nullptr;
       db_->check(mdb_cursor_open(db_->txn(), *rows_, &cursor), "open a cursor");
       int rc = MDB_SUCCESS;
       std::string_view what;
-      for (const K& key : dirty_) {
-         KeyBytes bytes = keyBytes(key);
+      for (std::size_t i = 0; i < changes_.size(); ++i) {
+         const Change& change = changes_[i];
+         if (i + 1 < changes_.size() && std::memcmp(&change.key, &changes_[i + 1].key, sizeof(K)) == 0) {
+            continue;  // a later change of the same key wins
+         }
+         KeyBytes bytes = keyBytes(change.key);
          MDB_val k{bytes.size(), bytes.data()};
-         if (const V* value = cache_.row(key)) {
-            MDB_val v{sizeof(V), const_cast<V*>(value)};
+         if (change.written) {
+            MDB_val v{sizeof(V), const_cast<V*>(&change.row)};
             rc = mdb_cursor_put(cursor, &k, &v, 0);
             what = "write a row";
          } else {
@@ -164,7 +180,10 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       // cursor is closed before it is reported.
       mdb_cursor_close(cursor);
       db_->check(rc, what);
-      dirty_.clear();
+      changes_.clear();
+      if (changes_.capacity() > kKeptChanges) {
+         std::vector<Change>().swap(changes_);  // clear() keeps the capacity
+      }
    }
 
    // Big-endian, so that one table's rows sit together in key order.
@@ -243,7 +262,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    mutable std::optional<MDB_dbi> rows_;
    mutable std::optional<std::uint32_t> number_;
    MemoryStore<K, V> cache_;
-   std::vector<K> dirty_;  // keys changed since the last commit, in any order
+   std::vector<Change> changes_;  // since the last commit, in the order made
    mutable V last_{};
 };
 
