@@ -134,7 +134,7 @@ void IntfBacklog::dropIfUnneeded(const Ovel::IpGenPrefix& prefix, const PrefixRe
    }
 }
 
-void IntfBacklog::installedOwnerIs(const Ovel::IpGenPrefix& prefix, std::uint32_t owner) {
+void IntfBacklog::installedOwnerIs(const Ovel::IpGenPrefix& prefix, IntfNumber owner) {
    VOK_ASSERT(owner != PrefixRecord::kNoOwner, "owner != PrefixRecord::kNoOwner");
    PrefixRecord& record = *prefixes_.tryEmplace(prefix).first;
    owners_ += record.installedOwner == PrefixRecord::kNoOwner;

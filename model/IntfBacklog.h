@@ -83,11 +83,11 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    // The installer's record of who owns the prefix's installed route: the
    // owner's number in intfNumbers(), kept beside the candidates so that one
    // lookup finds both. Nobody is notified of it.
-   std::uint32_t installedOwner(const Ovel::IpGenPrefix& prefix) const {
+   IntfNumber installedOwner(const Ovel::IpGenPrefix& prefix) const {
       const PrefixRecord* record = prefixes_.lookup(prefix);
       return record ? record->installedOwner : PrefixRecord::kNoOwner;
    }
-   void installedOwnerIs(const Ovel::IpGenPrefix& prefix, std::uint32_t owner);
+   void installedOwnerIs(const Ovel::IpGenPrefix& prefix, IntfNumber owner);
    void installedOwnerDel(Ovel::IpGenPrefix prefix);
    void installedOwnerDelAll();
    std::size_t installedOwnerCount() const noexcept { return owners_; }

@@ -22,7 +22,7 @@ struct PrefixRecord {
    static constexpr IntfNumber kNoOwner = IntfNumbers::kNone;
 
    IntfIdSet candidates;
-   std::uint32_t installedOwner = kNoOwner;
+   IntfNumber installedOwner = kNoOwner;
    bool listed = false;
 
    bool needed() const noexcept { return listed || installedOwner != kNoOwner; }

@@ -413,21 +413,25 @@ private:
       --size_;
       // Backward shift: displaced successors move up so no gap breaks a
       // cluster; an entry sitting at its home slot ends the shift.
+      std::size_t end = slot + 1;
+      while (end < length_ && usedAt(end) && home(hashAt(end)) < end) {
+         ++end;
+      }
+      shiftDown(slot, end);
+   }
+
+   // Moves the slots (hole, end) one place down, into the free slot `hole`.
+   void shiftDown(std::size_t hole, std::size_t end) {
+      if (end == hole + 1) {
+         return;
+      }
       if constexpr (kBytewise) {
-         std::size_t end = slot + 1;
-         while (end < length_ && usedAt(end) && home(hashAt(end)) < end) {
-            ++end;
-         }
-         if (end > slot + 1) {
-            std::memmove(static_cast<void*>(slots() + slot), static_cast<const void*>(slots() + slot + 1),
-                         (end - slot - 1) * sizeof(Slot));
-            usedAt(end - 1) = 0;
-         }
+         std::memmove(static_cast<void*>(slots() + hole), static_cast<const void*>(slots() + hole + 1),
+                      (end - hole - 1) * sizeof(Slot));
+         usedAt(end - 1) = 0;
       } else {
-         std::size_t hole = slot;
-         for (std::size_t i = slot + 1; i < length_ && usedAt(i) && home(hashAt(i)) <= hole; ++i) {
-            moveSlot(i, hole);
-            hole = i;
+         for (std::size_t i = hole + 1; i < end; ++i) {
+            moveSlot(i, i - 1);
          }
       }
    }
