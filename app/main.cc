@@ -21,6 +21,7 @@
 #include "app/Player.h"
 #include "app/Show.h"
 #include "app/live/LiveAgent.h"
+#include "platform/linux/HeapHugePages.h"
 #include "platform/trace/Trace.h"
 #include "platform/trace/Zipmark.h"
 #include "platform/trace/ZipmarkDecoder.h"
@@ -209,6 +210,11 @@ int main(int argc, char** argv) {
    try {
       if (app.get_subcommands().empty()) {
          throw UsageError("a command is required: run, check, live, show or zmdecode (connroute --help)");
+      }
+      if (*run || *check || *live) {
+         // The commands that build tables; a `show` or a decode is over
+         // before huge pages would pay for the restart.
+         Linux::restartWithHeapHugePages(argv);
       }
       if (*decode) {
          return decodeFastTrace(zmPath);

@@ -78,6 +78,33 @@ expect 2 "--rcvbuf: Value 1 not in range" -- "$connroute" live --once --rcvbuf 1
 # A file of the netns directory that is no namespace is given up, not waited for.
 mkdir -p "$work/netns" && touch "$work/netns/stale"
 expect 0 "namespace 'stale' is not served" -- "$connroute" live --once --netns-dir "$work/netns"
+# The commands that build tables start again once with heap huge pages,
+# where the kernel backs memory with them only on advice; a setting of the
+# user's own stands. The agent speaks only once it has started for good.
+want_tunables() { # GIVEN: what the running agent's environment must hold
+  if [ -n "$1" ] || ! grep -q '\[madvise\]' /sys/kernel/mm/transparent_hugepage/enabled 2> /dev/null; then
+    echo "$1"
+  else
+    echo glibc.malloc.hugetlb=1
+  fi
+}
+for given in "" glibc.malloc.arena_max=2; do
+  : > "$work/live.err"
+  if [ -n "$given" ]; then
+    GLIBC_TUNABLES=$given "$connroute" live --netns-dir "$work/netns" 2> "$work/live.err" &
+  else
+    env -u GLIBC_TUNABLES "$connroute" live --netns-dir "$work/netns" 2> "$work/live.err" &
+  fi
+  pid=$!
+  for _ in $(seq 500); do [ -s "$work/live.err" ] && break; sleep 0.01; done
+  have=$(tr '\0' '\n' < "/proc/$pid/environ" | sed -n 's/^GLIBC_TUNABLES=//p')
+  kill -TERM "$pid"
+  wait "$pid"
+  if [ "$have" != "$(want_tunables "$given")" ]; then
+    echo "FAIL: live started with GLIBC_TUNABLES='$given' runs with '$have', not '$(want_tunables "$given")'" >&2
+    failures=$((failures + 1))
+  fi
+done
 exec 9>>"$work/t/writer.lock"
 flock -x 9
 expect 2 "another connroute is writing these tables" -- "$connroute" run --tables "$work/t" "$work/ok.json"
