@@ -1,11 +1,11 @@
 // Transparent huge pages for the process's heap, through glibc's malloc.
 //
-// The engine's tables are a few large hash-ordered arrays read at random:
-// with 4 KiB pages nearly every lookup at scale also misses the TLB, and
-// every fresh page of a growing table costs a fault, which is dear on a
-// virtual machine. glibc can grow its heap in 2 MiB steps advised as huge
-// pages, but only when told at start-up, through GLIBC_TUNABLES; so a
-// program that wants it starts itself again with the setting added.
+// Building the tables of many VRFs is mostly first touches of fresh memory,
+// and each fresh 4 KiB page costs a fault, which is dear on a virtual
+// machine. glibc can grow its heap in 2 MiB steps advised as huge pages,
+// a fault per 2 MiB, but only when told at start-up, through
+// GLIBC_TUNABLES; so a program that wants it starts itself again with the
+// setting added.
 //
 //   int main(int argc, char** argv) {
 //      Linux::restartWithHeapHugePages(argv);   // returns if nothing to do
@@ -32,8 +32,9 @@ std::optional<std::string> heapHugePageTunables(const char* current, std::string
 
 // Starts this program again, same process and arguments, with the setting
 // added to its environment, and returns only when there is nothing to add
-// or the restart failed (the program then runs as it is). Call it first
-// thing, before any thread exists.
+// or the restart failed (the program then runs as it is). Call it before
+// any thread exists and before anything is written: buffered output would
+// be lost with the old process image.
 void restartWithHeapHugePages(char** argv);
 
 }  // namespace Linux
