@@ -204,8 +204,8 @@ void showSummary(const TableReader& reader, const ShowRequest& request, std::ost
    };
    std::vector<Line> lines;
    for (const auto& [id, vrf] : selected(reader, request)) {
-      lines.push_back(Line{vrf, reader.routes(id, 4).size(), reader.routes(id, 6).size(),
-                           reader.vias(id, 4).size(), reader.vias(id, 6).size()});
+      lines.push_back(Line{vrf, reader.routeCount(id, 4), reader.routeCount(id, 6),
+                           reader.viaCount(id, 4), reader.viaCount(id, 6)});
    }
    const VrfStatusRow none;
    auto status = [&none](const Line& line) -> const VrfStatusRow& {

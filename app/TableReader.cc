@@ -126,6 +126,30 @@ std::vector<Rib::Route> TableReader::routes(std::uint32_t vrfId, int family) con
    return routes;
 }
 
+std::size_t TableReader::routeCount(std::uint32_t vrfId, int family) const {
+   const ::Vrf::VrfIdMap::VrfId id(vrfId);
+   std::size_t count = 0;
+   if (auto config = table<Rib::RouteConfig>(family == 4 ? ContainerSm::rib4Path(id)
+                                                         : ContainerSm::rib6Path(id),
+                                             "Routing::Rib::RouteConfig")) {
+      count += config->routeCount();
+   }
+   if (auto query = table<Rib::IpRibRouteOrqTable>(
+             family == 4 ? Agent::kRouteQuery4Path : Agent::kRouteQuery6Path,
+             "Routing::Rib::IpRibRouteOrqTable")) {
+      query->forEachRow([&](const Rib::IpRibRouteOrq& row) { count += row.key().vrfId == id; });
+   }
+   return count;
+}
+
+std::size_t TableReader::viaCount(std::uint32_t vrfId, int family) const {
+   const ::Vrf::VrfIdMap::VrfId id(vrfId);
+   auto config = table<Rib::Ip::ViaConfig>(family == 4 ? ContainerSm::via4Path(id)
+                                                       : ContainerSm::via6Path(id),
+                                           "Routing::Rib::Ip::ViaConfig");
+   return config ? config->viaCount() : 0;
+}
+
 std::vector<Rib::Via> TableReader::vias(std::uint32_t vrfId, int family) const {
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
    std::vector<Rib::Via> vias;

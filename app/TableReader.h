@@ -38,6 +38,10 @@ class TableReader {
    // rows), sorted by prefix.
    std::vector<Routing::Rib::Route> routes(std::uint32_t vrfId, int family) const;
    std::vector<Routing::Rib::Via> vias(std::uint32_t vrfId, int family) const;
+   // How many routes() and vias() would return, without reading them into
+   // rows and sorting them: what a summary polled while a writer runs needs.
+   std::size_t routeCount(std::uint32_t vrfId, int family) const;
+   std::size_t viaCount(std::uint32_t vrfId, int family) const;
    std::vector<Routing::Rib::Plim::ViaSet> viaSets() const;
 
    // The installed owners of a VRF's prefixes.

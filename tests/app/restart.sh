@@ -60,6 +60,25 @@ if grep -A1000 '^VRFs:' "$work/expected.txt" | grep -E '^    (default|vrf[0-9])'
   exit 1
 fi
 
+# The summary's counts are the rows `show routes` and `show vias` list.
+for what in routes vias; do "$connroute" show --tables "$work/clean" "$what" --json > "$work/$what.json"; done
+"$connroute" show --tables "$work/clean" summary --json > "$work/summary.json"
+python3 - "$work" << 'EOF'
+import json, sys
+work = sys.argv[1]
+summary = json.load(open(work + "/summary.json"))["vrfs"]
+listed = {what: json.load(open(f"{work}/{what}.json")) for what in ("routes", "vias")}
+def rows(doc, vrf_id, key):
+    return sum(len(v.get(key, [])) for v in doc["vrfs"] if v["vrf"]["id"] == vrf_id)
+bad = [(v["id"], field, v[field], rows(listed[what], v["id"], field))
+       for v in summary
+       for what, fields in (("routes", ("ipv4Routes", "ipv6Routes")), ("vias", ("ipv4Vias", "ipv6Vias")))
+       for field in fields
+       if v[field] != rows(listed[what], v["id"], field)]
+if bad or not any(v["ipv4Routes"] for v in summary):
+    sys.exit(f"summary counts differ from the listed rows (vrf, field, summary, listed): {bad}")
+EOF
+
 failures=0 leftRows=0
 for ((k = 1; k <= kills; k++)); do
   rm -rf "$work/t"
