@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "app/PublishedRows.h"
+#include "platform/plim/SortedWrites.h"
 
 namespace App {
 
@@ -125,7 +126,6 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
    if (watch.changed.empty()) {
       return;
    }
-   const MDB_dbi dbi = rowsOf(*db_, kCandidatesKind);
    const IntfBacklog& store = *container.intfBacklog();
    const IntfBacklogSm& installer = *container.intfBacklogSm();
    // In key order and once each, like the tables' own writes.
@@ -134,13 +134,15 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
    };
    std::sort(watch.changed.begin(), watch.changed.end(), before);
    watch.changed.erase(std::unique(watch.changed.begin(), watch.changed.end()), watch.changed.end());
+   Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
    std::string value;
    for (const Ovel::IpGenPrefix& prefix : watch.changed) {
-      const std::string key = candidateKey(vrfId, prefix);
+      std::string key = candidateKey(vrfId, prefix);
+      const MDB_val k{key.size(), key.data()};
       const Ovel::IntfId owner = installer.installedIntfId(prefix);
       const IntfIdSet* set = store.intfIdsByPrefix(prefix);
       if (owner.empty() && !set) {
-         del(*db_, dbi, key);
+         writes.del(k, "withdraw a published row");
          continue;
       }
       std::vector<CandidateRow> candidates;
@@ -153,7 +155,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
          });
       }
       value = candidatesValue(owner.empty() ? "-" : std::string(owner.name()), candidates);
-      put(*db_, dbi, key, value);
+      writes.put(k, MDB_val{value.size(), value.data()}, "publish a row");
    }
    watch.changed.clear();
 }

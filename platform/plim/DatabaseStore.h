@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "platform/plim/RowDatabase.h"
+#include "platform/plim/SortedWrites.h"
 #include "platform/plim/Store.h"
 
 namespace Plim {
@@ -140,9 +141,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    }
 
    // Hands this turn's changes to the database: each changed key once, in
-   // key order, with the last row written to it. One cursor walks the
-   // B-tree along with them, so a key on the page of the one before is put
-   // without a search from the root.
+   // key order, with the last row written to it.
    void flush() override {
       if (changes_.empty()) {
          return;
@@ -151,10 +150,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       std::stable_sort(changes_.begin(), changes_.end(), [](const Change& a, const Change& b) {
          return std::memcmp(&a.key, &b.key, sizeof(K)) < 0;
       });
-      MDB_cursor* cursor = nullptr;
-      db_->check(mdb_cursor_open(db_->txn(), *rows_, &cursor), "open a cursor");
-      int rc = MDB_SUCCESS;
-      std::string_view what;
+      SortedWrites writes(*db_, *rows_);
       for (std::size_t i = 0; i < changes_.size(); ++i) {
          const Change& change = changes_[i];
          if (i + 1 < changes_.size() && std::memcmp(&change.key, &changes_[i + 1].key, sizeof(K)) == 0) {
@@ -163,23 +159,11 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          KeyBytes bytes = keyBytes(change.key);
          MDB_val k{bytes.size(), bytes.data()};
          if (change.written) {
-            MDB_val v{sizeof(V), const_cast<V*>(&change.row)};
-            rc = mdb_cursor_put(cursor, &k, &v, 0);
-            what = "write a row";
+            writes.put(k, MDB_val{sizeof(V), const_cast<V*>(&change.row)});
          } else {
-            MDB_val found;
-            rc = mdb_cursor_get(cursor, &k, &found, MDB_SET);
-            rc = rc == MDB_SUCCESS ? mdb_cursor_del(cursor, 0) : rc == MDB_NOTFOUND ? MDB_SUCCESS : rc;
-            what = "remove a row";
-         }
-         if (rc != MDB_SUCCESS) {
-            break;
+            writes.del(k);
          }
       }
-      // A failure aborts the transaction, which frees its cursors: the
-      // cursor is closed before it is reported.
-      mdb_cursor_close(cursor);
-      db_->check(rc, what);
       changes_.clear();
       if (changes_.capacity() > kKeptChanges) {
          std::vector<Change>().swap(changes_);  // clear() keeps the capacity
