@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -25,7 +26,15 @@ void restartWithHeapHugePages(char** argv) {
    if (!tunables || ::setenv("GLIBC_TUNABLES", tunables->c_str(), 1) != 0) {
       return;
    }
-   ::execv("/proc/self/exe", argv);
+   // The program's own path, not /proc/self/exe: the process is named
+   // after the file it runs, and must stay "connroute" for ps and pgrep.
+   // A program replaced on disk meanwhile reads "... (deleted)" and is not
+   // restarted.
+   char self[PATH_MAX];
+   if (const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1); n > 0) {
+      self[n] = '\0';
+      ::execv(self, argv);
+   }
    ::unsetenv("GLIBC_TUNABLES");  // not restarted: leave the environment as it was
 }
 

@@ -98,10 +98,15 @@ for given in "" glibc.malloc.arena_max=2; do
   pid=$!
   for _ in $(seq 500); do [ -s "$work/live.err" ] && break; sleep 0.01; done
   have=$(tr '\0' '\n' < "/proc/$pid/environ" | sed -n 's/^GLIBC_TUNABLES=//p')
+  name=$(cat "/proc/$pid/comm")
   kill -TERM "$pid"
   wait "$pid"
   if [ "$have" != "$(want_tunables "$given")" ]; then
     echo "FAIL: live started with GLIBC_TUNABLES='$given' runs with '$have', not '$(want_tunables "$given")'" >&2
+    failures=$((failures + 1))
+  fi
+  if [ "$name" != connroute ]; then
+    echo "FAIL: live runs as '$name', not 'connroute' (what ps and pgrep look for)" >&2
     failures=$((failures + 1))
   fi
 done

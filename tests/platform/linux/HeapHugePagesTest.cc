@@ -1,6 +1,6 @@
 // Heap huge pages: when the program restarts itself with glibc's setting,
-// and that the restart is the same process, with its arguments and the
-// setting in its environment.
+// and that the restart is the same process, under the same name, with its
+// arguments and the setting in its environment.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,6 +17,14 @@ namespace Linux {
 namespace {
 
 constexpr const char* kMarker = "restarted:";
+
+// What ps and pgrep call this process.
+std::string processName() {
+   std::ifstream comm("/proc/self/comm");
+   std::string name;
+   std::getline(comm, name);
+   return name;
+}
 
 TEST(HeapHugePagesTest, AddsTheSettingOnlyWhereItHelpsAndNobodyChoseOtherwise) {
    struct Row {
@@ -43,7 +51,8 @@ TEST(HeapHugePagesTest, AddsTheSettingOnlyWhereItHelpsAndNobodyChoseOtherwise) {
 // Run only as the restarted child of the test below, which selects it.
 TEST(HeapHugePagesTest, DISABLED_ReportsWhatTheRestartedProcessSees) {
    const char* tunables = std::getenv("GLIBC_TUNABLES");
-   std::cout << kMarker << ::getpid() << ":" << (tunables ? tunables : "(unset)") << "\n";
+   std::cout << kMarker << ::getpid() << ":" << (tunables ? tunables : "(unset)") << ":"
+             << processName() << "\n";
 }
 
 TEST(HeapHugePagesTest, RestartsAsTheSameProcessWithTheSetting) {
@@ -79,7 +88,7 @@ TEST(HeapHugePagesTest, RestartsAsTheSameProcessWithTheSetting) {
    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << output;
 
    const std::string expected =
-         expectRestart ? kMarker + std::to_string(child) + ":glibc.malloc.hugetlb=1\n"
+         expectRestart ? kMarker + std::to_string(child) + ":glibc.malloc.hugetlb=1:" + processName() + "\n"
                        : std::string(kMarker) + "not restarted\n";
    EXPECT_NE(output.find(expected), std::string::npos) << output;
 }
