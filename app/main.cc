@@ -211,9 +211,12 @@ int main(int argc, char** argv) {
       if (app.get_subcommands().empty()) {
          throw UsageError("a command is required: run, check, live, show or zmdecode (connroute --help)");
       }
-      if (*run || *check || *live) {
-         // The commands that build tables; a `show` or a decode is over
-         // before huge pages would pay for the restart.
+      if (*run || *check) {
+         // A play builds every table at once on virtual time, so only its
+         // throughput counts. The live agent keeps 4 KiB pages: the first
+         // touch of a huge page inside a drain slice lengthens the slice by
+         // milliseconds, and the event loop's latency is its promise. A
+         // `show` or a decode is over before huge pages would pay.
          Linux::restartWithHeapHugePages(argv);
       }
       if (*decode) {

@@ -78,38 +78,51 @@ expect 2 "--rcvbuf: Value 1 not in range" -- "$connroute" live --once --rcvbuf 1
 # A file of the netns directory that is no namespace is given up, not waited for.
 mkdir -p "$work/netns" && touch "$work/netns/stale"
 expect 0 "namespace 'stale' is not served" -- "$connroute" live --once --netns-dir "$work/netns"
-# The commands that build tables start again once with heap huge pages,
-# where the kernel backs memory with them only on advice; a setting of the
-# user's own stands. The agent speaks only once it has started for good.
-want_tunables() { # GIVEN: what the running agent's environment must hold
+# A play starts again once with heap huge pages, where the kernel backs
+# memory with them only on advice; a setting of the user's own stands; the
+# live agent keeps its environment. Each is looked at while it runs, under
+# its own name: the play once its output (over 64 KiB, written after the
+# play) fills a pipe nobody empties yet, the agent once it has spoken.
+want_tunables() { # GIVEN: what a running play's environment must hold
   if [ -n "$1" ] || ! grep -q '\[madvise\]' /sys/kernel/mm/transparent_hugepage/enabled 2> /dev/null; then
     echo "$1"
   else
     echo glibc.malloc.hugetlb=1
   fi
 }
+# check_running WHAT PID GIVEN WANTED: the environment and name of a running command
+check_running() {
+  local have name
+  have=$(tr '\0' '\n' < "/proc/$2/environ" | sed -n 's/^GLIBC_TUNABLES=//p')
+  name=$(cat "/proc/$2/comm")
+  if [ "$have" != "$4" ] || [ "$name" != connroute ]; then
+    echo "FAIL: $1 started with GLIBC_TUNABLES='$3' runs as '$name' with '$have', not as 'connroute' with '$4'" >&2
+    failures=$((failures + 1))
+  fi
+}
+python3 "$examples/../bench/app/gen-scenario.py" 1 300 1 > "$work/big.json"
+mkfifo "$work/out"
 for given in "" glibc.malloc.arena_max=2; do
-  : > "$work/live.err"
   if [ -n "$given" ]; then
-    GLIBC_TUNABLES=$given "$connroute" live --netns-dir "$work/netns" 2> "$work/live.err" &
+    GLIBC_TUNABLES=$given "$connroute" run "$work/big.json" > "$work/out" &
   else
-    env -u GLIBC_TUNABLES "$connroute" live --netns-dir "$work/netns" 2> "$work/live.err" &
+    env -u GLIBC_TUNABLES "$connroute" run "$work/big.json" > "$work/out" &
   fi
   pid=$!
-  for _ in $(seq 500); do [ -s "$work/live.err" ] && break; sleep 0.01; done
-  have=$(tr '\0' '\n' < "/proc/$pid/environ" | sed -n 's/^GLIBC_TUNABLES=//p')
-  name=$(cat "/proc/$pid/comm")
-  kill -TERM "$pid"
+  exec 7< "$work/out"
+  read -r -n 1 -u 7  # the play is over and its output on the way
+  check_running run "$pid" "$given" "$(want_tunables "$given")"
+  cat <&7 > /dev/null
+  exec 7<&-
   wait "$pid"
-  if [ "$have" != "$(want_tunables "$given")" ]; then
-    echo "FAIL: live started with GLIBC_TUNABLES='$given' runs with '$have', not '$(want_tunables "$given")'" >&2
-    failures=$((failures + 1))
-  fi
-  if [ "$name" != connroute ]; then
-    echo "FAIL: live runs as '$name', not 'connroute' (what ps and pgrep look for)" >&2
-    failures=$((failures + 1))
-  fi
 done
+: > "$work/live.err"
+env -u GLIBC_TUNABLES "$connroute" live --netns-dir "$work/netns" 2> "$work/live.err" &
+pid=$!
+for _ in $(seq 500); do [ -s "$work/live.err" ] && break; sleep 0.01; done
+check_running live "$pid" "" ""
+kill -TERM "$pid"
+wait "$pid"
 exec 9>>"$work/t/writer.lock"
 flock -x 9
 expect 2 "another connroute is writing these tables" -- "$connroute" run --tables "$work/t" "$work/ok.json"
