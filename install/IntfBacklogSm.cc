@@ -283,8 +283,13 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    Rib::IpRibRouteOrqTable* queryTable = (v4 ? route4OrmoConfig_ : route6OrmoConfig_).get();
 
    const ConnectedRouteProperty installed = installedProperty(prefix);
-   // Taken before any table write: the set lives in the store's map.
-   const auto [newIntfId, candidate] = candidateOf(intfBacklog_->intfIdsByPrefix(prefix));
+   // One lookup finds the candidates and where the owner is recorded. The
+   // record stays where it is until the owner is written: only the store's
+   // own mutators move it, and the tables, counts and via sets written
+   // before that notify nobody.
+   PrefixRecord* record = intfBacklog_->prefixRecord(prefix);
+   const auto [newIntfId, candidate] =
+         candidateOf(record && record->listed ? &record->candidates : nullptr);
    if (candidate == installed) {
       return false;
    }
@@ -306,10 +311,10 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
       const IntfNumber owner = keyStatusFor(af).incIntfVskRefcount(newIntfId);
       if (vrfScaleToggle().enabled()) {
          ormoRouteConfigAdd(owner, newIntfId, queryTable, prefix, candidate.viaSetKey(),
-                            candidate.routeType());
+                            candidate.routeType(), record);
       } else {
          routeConfigAdd(owner, newIntfId, routeConfig, prefix, candidate.viaSetKey(),
-                        candidate.routeType());
+                        candidate.routeType(), record);
       }
    }
    return false;
@@ -352,8 +357,11 @@ IntfNumber IntfBacklogSm::ownerNumberOf(const Ovel::IntfId& intfId) {
    return intfBacklog_ ? intfBacklog_->intfNumbers().numberOf(intfId) : PrefixRecord::kNoOwner;
 }
 
-void IntfBacklogSm::recordOwner(const Ovel::IpGenPrefix& prefix, IntfNumber owner) {
-   if (intfBacklog_) {
+void IntfBacklogSm::recordOwner(const Ovel::IpGenPrefix& prefix, IntfNumber owner,
+                                PrefixRecord* record) {
+   if (record) {
+      intfBacklog_->installedOwnerIs(*record, owner);
+   } else if (intfBacklog_) {
       intfBacklog_->installedOwnerIs(prefix, owner);
    }
 }

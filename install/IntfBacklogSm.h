@@ -118,15 +118,18 @@ class IntfBacklogSm final : public Vok::Entity {
    // The installed owner, kept in the store beside the prefix's candidates
    // as the interface's number; an installer without a store keeps none.
    IntfNumber ownerNumberOf(const Ovel::IntfId& intfId);
-   void recordOwner(const Ovel::IpGenPrefix& prefix, IntfNumber owner);
-   // The drain knows the owner's number already: these skip the lookup by
-   // name that the public writers make.
+   // `record` is the prefix's record in the store when the caller found it
+   // already, or null.
+   void recordOwner(const Ovel::IpGenPrefix& prefix, IntfNumber owner, PrefixRecord* record);
+   // The drain knows the owner's number and the prefix's record already:
+   // these skip the lookups that the public writers make.
    void routeConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
                        const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
-                       Fib::RouteType routeType);
+                       Fib::RouteType routeType, PrefixRecord* record);
    void ormoRouteConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId,
                            Rib::IpRibRouteOrqTable* queryTable, const Ovel::IpGenPrefix& prefix,
-                           Rib::ViaSetKey viaSetKey, Fib::RouteType routeType);
+                           Rib::ViaSetKey viaSetKey, Fib::RouteType routeType,
+                           PrefixRecord* record);
    void forgetOwner(const Ovel::IpGenPrefix& prefix);
    // The drain's view of the store's backlog (see handleBacklog).
    bool pending(const IntfIdAndPrefix& key, bool value) const;

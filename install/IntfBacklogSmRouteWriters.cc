@@ -20,19 +20,20 @@ Rib::Route connectedRoute(const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSet
 void IntfBacklogSm::doRouteConfigAdd(const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
                                      const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
                                      Fib::RouteType routeType) {
-   routeConfigAdd(ownerNumberOf(intfId), intfId, routeConfig, prefix, viaSetKey, routeType);
+   routeConfigAdd(ownerNumberOf(intfId), intfId, routeConfig, prefix, viaSetKey, routeType, nullptr);
 }
 
 void IntfBacklogSm::routeConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId,
                                    Rib::RouteConfig* routeConfig, const Ovel::IpGenPrefix& prefix,
-                                   Rib::ViaSetKey viaSetKey, Fib::RouteType routeType) {
+                                   Rib::ViaSetKey viaSetKey, Fib::RouteType routeType,
+                                   PrefixRecord* record) {
    Vok::ValidPtr<Rib::RouteConfig> table(routeConfig);
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
              "intf=" << intfId << " prefix=" << prefix << " viaSetKeyId " << viaSetKey);
    ZIPMARK(1, "doRouteConfigAdd", Zipmark::text("vrf=", vrfName_.str()),
            Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
-   recordOwner(prefix, owner);
+   recordOwner(prefix, owner, record);
    table->routeAdd(connectedRoute(prefix, viaSetKey, routeType));
 }
 
@@ -51,20 +52,21 @@ void IntfBacklogSm::doOrmoRouteConfigAdd(const Ovel::IntfId& intfId,
                                          Rib::IpRibRouteOrqTable* queryTable,
                                          const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
                                          Fib::RouteType routeType) {
-   ormoRouteConfigAdd(ownerNumberOf(intfId), intfId, queryTable, prefix, viaSetKey, routeType);
+   ormoRouteConfigAdd(ownerNumberOf(intfId), intfId, queryTable, prefix, viaSetKey, routeType,
+                      nullptr);
 }
 
 void IntfBacklogSm::ormoRouteConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId,
                                        Rib::IpRibRouteOrqTable* queryTable,
                                        const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
-                                       Fib::RouteType routeType) {
+                                       Fib::RouteType routeType, PrefixRecord* record) {
    Vok::ValidPtr<Rib::IpRibRouteOrqTable> table(queryTable);
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
              "intf=" << intfId << " prefix=" << prefix << " viaSetKeyId " << viaSetKey);
    ZIPMARK(1, "doOrmoRouteConfigAdd", Zipmark::text("vrf=", vrfName_.str()),
            Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
-   recordOwner(prefix, owner);
+   recordOwner(prefix, owner, record);
    Rib::IpRibRouteOrq row;
    row.keyIs(Rib::OrqKey{vrfId_, prefix});
    row.set(vrfId_, prefix, Rib::RoutingProtocol::connected, MetricPref{0, 0}, viaSetKey,

@@ -135,8 +135,11 @@ void IntfBacklog::dropIfUnneeded(const Ovel::IpGenPrefix& prefix, const PrefixRe
 }
 
 void IntfBacklog::installedOwnerIs(const Ovel::IpGenPrefix& prefix, IntfNumber owner) {
+   installedOwnerIs(*prefixes_.tryEmplace(prefix).first, owner);
+}
+
+void IntfBacklog::installedOwnerIs(PrefixRecord& record, IntfNumber owner) {
    VOK_ASSERT(owner != PrefixRecord::kNoOwner, "owner != PrefixRecord::kNoOwner");
-   PrefixRecord& record = *prefixes_.tryEmplace(prefix).first;
    owners_ += record.installedOwner == PrefixRecord::kNoOwner;
    record.installedOwner = owner;
 }

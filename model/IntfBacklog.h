@@ -88,6 +88,11 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
       return record ? record->installedOwner : PrefixRecord::kNoOwner;
    }
    void installedOwnerIs(const Ovel::IpGenPrefix& prefix, IntfNumber owner);
+   // The prefix's record, or null: the drain reads the candidates and
+   // records the owner through one lookup. Valid until the store's own
+   // mutators next run.
+   PrefixRecord* prefixRecord(const Ovel::IpGenPrefix& prefix) { return prefixes_.lookup(prefix); }
+   void installedOwnerIs(PrefixRecord& record, IntfNumber owner);
    void installedOwnerDel(Ovel::IpGenPrefix prefix);
    void installedOwnerDelAll();
    std::size_t installedOwnerCount() const noexcept { return owners_; }
