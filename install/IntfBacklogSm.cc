@@ -288,8 +288,7 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    // own mutators move it, and the tables, counts and via sets written
    // before that notify nobody.
    PrefixRecord* record = intfBacklog_->prefixRecord(prefix);
-   const auto [newIntfId, candidate] =
-         candidateOf(record && record->listed ? &record->candidates : nullptr);
+   const auto [newIntfId, candidate] = candidateOf(record ? record->listedCandidates() : nullptr);
    if (candidate == installed) {
       return false;
    }

@@ -72,7 +72,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    // The prefix's set, or null; valid until the store changes.
    const IntfIdSet* intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const {
       const PrefixRecord* record = prefixes_.lookup(prefix);
-      return record && record->listed ? &record->candidates : nullptr;
+      return record ? record->listedCandidates() : nullptr;
    }
    // Stores `set` as the prefix's candidates; watchers hear of it unless the
    // prefix already had these very entries.

@@ -26,6 +26,8 @@ struct PrefixRecord {
    bool listed = false;
 
    bool needed() const noexcept { return listed || installedOwner != kNoOwner; }
+   // The candidate set while the record is listed as one, or null.
+   const IntfIdSet* listedCandidates() const noexcept { return listed ? &candidates : nullptr; }
 };
 
 using PrefixRecords = Vok::HashMap<Ovel::IpGenPrefix, PrefixRecord>;
