@@ -195,6 +195,7 @@ void IntfBacklogSm::handleBacklog() {
    Vok::ActivityManager& clock = backlogClock_->manager();
    backlogClock_->nextTimeIs(Vok::never);
    const Vok::Seconds start = clock.now();
+   reserveRouteTables();
 
    // The store's own backlog is walked: its iterators survive the removals
    // below, and its order is a function of the keys alone. Pending work is
@@ -239,6 +240,22 @@ void IntfBacklogSm::handleBacklog() {
       scheduleBacklog();
    } else {
       store.backlogEmptyInc(1);
+   }
+}
+
+// Once drained, a family's route table holds a route for every prefix
+// with candidates: the table takes its room for them at once, which saves
+// the growths on the way (each moving the rows again) when a start-up or a
+// flood fills it.
+void IntfBacklogSm::reserveRouteTables() {
+   if (vrfScaleToggle().enabled()) {
+      return;  // the query tables serve every VRF: no one VRF knows their size
+   }
+   if (route4Config_) {
+      route4Config_->reserveRoutes(intfBacklog_->listedCount(Ovel::AddressFamily::ipv4));
+   }
+   if (route6Config_) {
+      route6Config_->reserveRoutes(intfBacklog_->listedCount(Ovel::AddressFamily::ipv6));
    }
 }
 

@@ -97,7 +97,7 @@ void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, IntfIdSet s
       return;
    }
    record.candidates = std::move(set);
-   list(record);
+   list(prefix, record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
 
@@ -109,6 +109,7 @@ void IntfBacklog::intfIdsByPrefixDel(Ovel::IpGenPrefix prefix) {
    record->listed = false;
    record->candidates.clear();
    --listed_;
+   --listedByFamily_[familyIndex(prefix)];
    dropIfUnneeded(prefix, *record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
@@ -119,12 +120,13 @@ void IntfBacklog::intfIdsByPrefixDelAll() {
    }
 }
 
-bool IntfBacklog::list(PrefixRecord& record) {
+bool IntfBacklog::list(const Ovel::IpGenPrefix& prefix, PrefixRecord& record) {
    if (record.listed) {
       return false;
    }
    record.listed = true;
    ++listed_;
+   ++listedByFamily_[familyIndex(prefix)];
    return true;
 }
 
@@ -178,7 +180,7 @@ void IntfBacklog::addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::I
       return;
    }
    PrefixRecord* record = prefixes_.tryEmplace(prefix).first;
-   if (list(*record)) {
+   if (list(prefix, *record)) {
       // Watchers hear of the new prefix while its set is still empty.
       notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
       record = prefixes_.lookup(prefix);  // watchers may have changed the map

@@ -33,9 +33,23 @@ class IntfBacklogNotifiee : public Vok::ReactorBase {
    virtual void onIntfViaSetKeyStatus6() {}
 };
 
+// The backlog keeps its entries in the order of their prefixes' hashes,
+// which is the order the store's records and the route tables keep their
+// rows in: a drain then sweeps all three front to back, where memory is
+// read ahead, instead of visiting them at random. Entries of one prefix
+// follow each other, by their bytes.
+struct BacklogKeyTraits {
+   static std::uint32_t hash(const IntfIdAndPrefix& key) noexcept {
+      return Vok::KeyTraits<Ovel::IpGenPrefix>::hash(key.genPrefix());
+   }
+   static std::strong_ordering tieBreak(const IntfIdAndPrefix& a, const IntfIdAndPrefix& b) noexcept {
+      return Vok::KeyTraits<IntfIdAndPrefix>::tieBreak(a, b);
+   }
+};
+
 class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
  public:
-   using Backlog = Vok::HashMap<IntfIdAndPrefix, bool>;
+   using Backlog = Vok::HashMap<IntfIdAndPrefix, bool, BacklogKeyTraits>;
    using IntfIdsByPrefix = ConnectedRoute::IntfIdsByPrefix;
 
    IntfBacklog(std::string name, L3::VrfName vrfName)
@@ -73,6 +87,11 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    const IntfIdSet* intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const {
       const PrefixRecord* record = prefixes_.lookup(prefix);
       return record ? record->listedCandidates() : nullptr;
+   }
+   // How many prefixes of the family (IPv4 or IPv6) have candidates: the
+   // routes the family's table holds once the backlog is drained.
+   std::size_t listedCount(Ovel::AddressFamily af) const noexcept {
+      return listedByFamily_[familyIndex(af)];
    }
    // Stores `set` as the prefix's candidates; watchers hear of it unless the
    // prefix already had these very entries.
@@ -121,13 +140,21 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    Backlog backlog_;
    std::size_t falseEntries_ = 0;  // only the generic setter stores false
    std::uint32_t backlogEmpty_ = 0;
-   // Lists the record as a candidate set; false if it already was.
-   bool list(PrefixRecord& record);
+   // Lists the prefix's record as a candidate set; false if it already was.
+   bool list(const Ovel::IpGenPrefix& prefix, PrefixRecord& record);
+   // Only IPv4 and IPv6 prefixes are stored: IPv4 counts at 0, IPv6 at 1.
+   static std::size_t familyIndex(Ovel::AddressFamily af) noexcept {
+      return af == Ovel::AddressFamily::ipv6;
+   }
+   static std::size_t familyIndex(const Ovel::IpGenPrefix& prefix) noexcept {
+      return familyIndex(prefix.af());
+   }
    // Drops a record nobody needs any more.
    void dropIfUnneeded(const Ovel::IpGenPrefix& prefix, const PrefixRecord& record);
 
    PrefixRecords prefixes_;
    std::size_t listed_ = 0;  // records holding a candidate set
+   std::size_t listedByFamily_[2] = {0, 0};
    std::size_t owners_ = 0;  // records holding an installed owner
    std::shared_ptr<IntfNumbers> intfNumbers_ = std::make_shared<IntfNumbers>();
    Vok::Ptr<IntfViaSetKeyStatus> status4_;

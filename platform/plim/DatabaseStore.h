@@ -102,6 +102,11 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       changes_.clear();
    }
 
+   void reserve(std::size_t rows) override {
+      if (db_->writable()) {
+         cache_.reserve(rows);
+      }
+   }
    std::size_t size() const override {
       if (db_->writable()) {
          return cache_.size();

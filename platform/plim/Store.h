@@ -20,6 +20,9 @@ class Store {
    virtual bool rowDel(const K& key) = 0;
    virtual void rowDelAll() = 0;
    virtual std::size_t size() const = 0;
+   // A hint that the store is about to hold about `rows` rows: a store in
+   // memory takes its room for them at once instead of growing row by row.
+   virtual void reserve(std::size_t /*rows*/) {}
    // Visits rows in the store's deterministic order; the visitor may delete
    // the row it is given.
    virtual void forEach(const std::function<void(const K&, const V&)>& visit) const = 0;
@@ -33,6 +36,7 @@ class MemoryStore final : public Store<K, V> {
    bool rowDel(const K& key) override { return rows_.erase(key); }
    void rowDelAll() override { rows_.clear(); }
    std::size_t size() const override { return rows_.size(); }
+   void reserve(std::size_t rows) override { rows_.reserve(rows); }
    void forEach(const std::function<void(const K&, const V&)>& visit) const override {
       for (auto it = rows_.begin(); it != rows_.end(); ++it) {
          visit(it->first, it->second);

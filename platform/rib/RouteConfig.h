@@ -27,6 +27,8 @@ class RouteConfig final : public ::Plim::Table {
    // The row of `prefix`, or null. Raises CorruptionDetectedException when
    // the table is corrupt.
    const Route* route(const Ovel::IpGenPrefix& prefix) const;
+   // A hint that the table is about to hold about `routes` routes.
+   void reserveRoutes(std::size_t routes) { rows().routes->reserve(routes); }
    std::size_t routeCount() const;
    void forEachRoute(const std::function<void(const Route&)>& visit) const;
 

@@ -43,6 +43,9 @@ class HashMap {
    // hashes that alike are a skewed key set, which more parts would not
    // spread, and the directory stays at most 2^kMaxDepth entries (768 KB).
    static constexpr unsigned kMaxDepth = 16;
+   // A promised size (reserve) splits parts down to at most this many
+   // entries each, leaving them room to grow before their own split.
+   static constexpr std::size_t kReservedPart = PartSize / 4 * 3;
 
    // The parts in hash order, and the directory from the top `depth` bits
    // of a hash to the part holding it: its table, for lookups, and its
@@ -160,6 +163,8 @@ class HashMap {
    void swap(HashMap& other) noexcept {
       single_.swap(other.single_);
       std::swap(parts_, other.parts_);
+      std::swap(reservedDepth_, other.reservedDepth_);
+      std::swap(reservedPerPart_, other.reservedPerPart_);
       ++layout_;
       ++other.layout_;
    }
@@ -193,8 +198,13 @@ class HashMap {
       const std::uint32_t hash = Traits::hash(key);
       // Only a new key splits: `key` may refer into the map itself.
       Table& table = tableFor(hash);
-      if (table.size() >= PartSize && !table.lookupHashed(key, hash) && split(hash)) {
+      const bool full = table.size() >= PartSize;
+      if ((full || table.sharedHashBits() < reservedDepth_) && !table.lookupHashed(key, hash) &&
+          split(hash, full)) {
          return tryEmplace(key, std::forward<Args>(args)...);  // once more, in its half
+      }
+      if (table.size() < reservedPerPart_) {
+         table.reserve(reservedPerPart_);  // the part's share of a promised size
       }
       auto result = table.tryEmplaceHashed(hash, key, std::forward<Args>(args)...);
       if (result.second && parts_) {
@@ -221,13 +231,40 @@ class HashMap {
          parts_.reset();  // an emptied map gives its memory back
          ++layout_;
       }
+      if (empty()) {
+         forgetReservation();
+      }
       return true;
    }
 
    void clear() {
       single_.clear();
       parts_.reset();
+      forgetReservation();
       ++layout_;
+   }
+
+   // Prepares for about `entries` entries in all, so that a map filled from
+   // empty (or grown by much) takes its slots once instead of growing step
+   // by step: parts split down to the size that many entries give them, and
+   // a part takes its share of slots the next time an entry enters it.
+   // Nothing moves here; each insertion prepares only the part it enters,
+   // so no operation costs more than a part or two however large the
+   // promise. The promise is the latest one given, and an emptied map
+   // forgets it. Entries spread over the parts by their hashes, so a part's
+   // share is an estimate: a part that gets more grows as usual.
+   void reserve(std::size_t entries) {
+      unsigned depth = 0;
+      while ((entries >> depth) > kReservedPart && depth < kMaxDepth) {
+         ++depth;
+      }
+      reservedDepth_ = depth;
+      // A table reserved for n entries takes slots for them at 64 % load;
+      // a share takes them at about 71 %, the middle of the 64 to 80 % a
+      // growing table swings through, so a filled map costs what a grown
+      // one does. Hashes spread a part's count by a few percent, well
+      // within the 12 % left before such a part would grow.
+      reservedPerPart_ = (entries >> depth) / 10 * 9;
    }
 
    // The farthest any entry sits from its home slot: the cost of the
@@ -258,19 +295,26 @@ class HashMap {
       return parts_ ? *parts_->directory[hash >> (32 - parts_->depth)] : single_;
    }
 
-   // Splits the table holding `hash` in two by its next hash bit, unless
-   // its keys are too alike to spread. One half may stay empty (keys that
-   // share the next bit), and the full half splits again on the next
-   // insert. Entries move once the halves and the directory are allocated.
-   bool split(std::uint32_t hash) {
+   // Splits the table holding `hash` in two by its next hash bit. A full
+   // table stays whole when its keys are too alike to spread; a promised
+   // size splits down to its depth whatever the keys. One half may stay
+   // empty (keys that share the next bit), and the full half splits again
+   // on the next insert. Entries move once the halves and the directory
+   // are allocated.
+   bool split(std::uint32_t hash, bool full) {
       Table& whole = tableFor(hash);
       const std::uint32_t part = parts_ ? partOf(hash) : 0;
       const unsigned depth = whole.sharedHashBits();
-      // The table is in hash order: its first and last keys share the bits
-      // every key shares.
-      const auto [firstHash, lastHash] = whole.hashRange();
-      if (depth >= kMaxDepth || std::countl_zero(firstHash ^ lastHash) >= int{kMaxDepth}) {
+      if (depth >= kMaxDepth) {
          return false;
+      }
+      if (full) {
+         // The table is in hash order: its first and last keys share the
+         // bits every key shares.
+         const auto [firstHash, lastHash] = whole.hashRange();
+         if (std::countl_zero(firstHash ^ lastHash) >= int{kMaxDepth}) {
+            return false;
+         }
       }
       const std::uint32_t upperBit = 0x80000000u >> depth;
       std::size_t inUpper = 0;
@@ -281,8 +325,10 @@ class HashMap {
       auto upper = std::make_unique<Table>();
       lower->sharedHashBitsIs(depth + 1);
       upper->sharedHashBitsIs(depth + 1);
-      lower->reserve(whole.size() - inUpper);
-      upper->reserve(inUpper);
+      // Halves that a promised size splits no further take their share now.
+      const std::size_t share = depth + 1 >= reservedDepth_ ? reservedPerPart_ : 0;
+      lower->reserve(std::max(whole.size() - inUpper, share));
+      upper->reserve(std::max(inUpper, share));
       // Where the directory gets one level finer, each entry covers half of
       // what the entry it comes from covered.
       const unsigned oldDepth = parts_ ? parts_->depth : 0;
@@ -363,9 +409,16 @@ class HashMap {
    iterator after(std::uint32_t hash, const K& key) { return after(this, hash, key); }
    const_iterator after(std::uint32_t hash, const K& key) const { return after(this, hash, key); }
 
+   void forgetReservation() noexcept {
+      reservedDepth_ = 0;
+      reservedPerPart_ = 0;
+   }
+
    Table single_;                     // the whole map, until it splits
    std::unique_ptr<Parts> parts_;     // after: the parts, by the top hash bits
    std::uint32_t layout_ = 0;         // counts splits and emptyings, for iterators
+   unsigned reservedDepth_ = 0;       // the promised size (reserve): parts this deep,
+   std::size_t reservedPerPart_ = 0;  // each with slots for this many entries
 };
 
 }  // namespace Vok
