@@ -135,6 +135,8 @@ class OrderedTable {
       std::swap(length_, other.length_);
       std::swap(size_, other.size_);
       std::swap(shift_, other.shift_);
+      std::swap(last_, other.last_);
+      std::swap(lastHash_, other.lastHash_);
    }
 
    std::size_t size() const noexcept { return size_; }
@@ -166,10 +168,7 @@ class OrderedTable {
    // The hashes of the first and last entries; the table must not be empty.
    std::pair<std::uint32_t, std::uint32_t> hashRange() const {
       VOK_ASSERT(size_ != 0, "hashRange of an empty table");
-      std::size_t last = length_;
-      while (!usedAt(--last)) {
-      }
-      return {hashAt(firstUsedFrom(0)), hashAt(last)};
+      return {hashAt(firstUsedFrom(0)), lastHash_};
    }
 
    iterator begin() { return iterator(this, firstUsedFrom(0)); }
@@ -311,6 +310,9 @@ private:
    }
 
    std::size_t findSlot(const K& key, std::uint32_t hash) const {
+      if (ordersLast(hash)) {
+         return npos;
+      }
       const Slot* all = slots();
       for (std::size_t i = home(hash); i < length_ && all[i].used; ++i) {
          if (all[i].hash == hash && entryAt(i).first == key) {
@@ -375,10 +377,25 @@ private:
    // limit grows tables long before they are full.
    static constexpr std::size_t kLongProbe = 128;
 
+   // Is an entry of `hash` ordered after every entry present? A table
+   // filled in its own order (a copy, a drain in hash order) asks this of
+   // every key, and is answered from the table itself, without a probe.
+   bool ordersLast(std::uint32_t hash) const noexcept { return size_ == 0 || hash > lastHash_; }
+
    template <class... Args>
    std::size_t insertSlot(const K& key, std::uint32_t hash, Args&&... args) {
       if (full()) {
          rehash(grownCapacity());
+      }
+      if (ordersLast(hash)) {
+         // Where inserting in sorted order puts it: at home, or right after
+         // the last entry, whose run reaches any home before it.
+         const std::size_t slot = size_ == 0 ? home(hash) : std::max(home(hash), std::size_t{last_} + 1);
+         while (slot >= length_) {
+            extendTail();
+         }
+         build(slot, hash, key, std::forward<Args>(args)...);
+         return slot;
       }
       std::size_t slot, freeSlot;
       for (;;) {
@@ -399,12 +416,30 @@ private:
          extendTail();
       }
       shiftUp(slot, freeSlot);
+      if (last_ >= slot && last_ < freeSlot) {
+         ++last_;  // the last entry moved up with its run
+      }
+      build(slot, hash, key, std::forward<Args>(args)...);
+      return slot;
+   }
+
+   // Builds key -> V(args...) in the free slot `slot`.
+   template <class... Args>
+   void build(std::size_t slot, std::uint32_t hash, const K& key, Args&&... args) {
       std::construct_at(placeAt(slot), std::piecewise_construct, std::forward_as_tuple(key),
                         std::forward_as_tuple(std::forward<Args>(args)...));
       hashAt(slot) = hash;
       usedAt(slot) = 1;
+      noteIfLast(slot);
       ++size_;
-      return slot;
+   }
+
+   // Keeps last_ on the entry ordered last, given one just placed in `slot`.
+   void noteIfLast(std::size_t slot) noexcept {
+      if (size_ == 0 || slot > last_) {
+         last_ = static_cast<std::uint32_t>(slot);
+         lastHash_ = hashAt(slot);
+      }
    }
 
    void eraseSlot(std::size_t slot) {
@@ -418,6 +453,13 @@ private:
          ++end;
       }
       shiftDown(slot, end);
+      if (last_ > slot && last_ < end) {
+         --last_;  // moved down with its run
+      } else if (last_ == slot && size_ != 0) {
+         while (!usedAt(--last_)) {
+         }
+         lastHash_ = hashAt(last_);
+      }
    }
 
    // Moves the slots (hole, end) one place down, into the free slot `hole`.
@@ -518,6 +560,7 @@ private:
       std::construct_at(placeAt(slot), std::move(entry));
       hashAt(slot) = hash;
       usedAt(slot) = 1;
+      noteIfLast(slot);
       ++size_;
       return slot + 1;
    }
@@ -551,6 +594,10 @@ private:
    std::uint32_t length_ = 0;
    std::uint32_t size_ = 0;
    std::uint8_t shift_ = 0;  // hash bits shared by every key of this table
+   // While the table is not empty: the slot and hash of the entry ordered
+   // last.
+   std::uint32_t last_ = 0;
+   std::uint32_t lastHash_ = 0;
 };
 
 }  // namespace detail

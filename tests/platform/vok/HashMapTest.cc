@@ -156,6 +156,32 @@ TYPED_TEST(EveryHashMap, ProbesStayShortWhenEntriesLeaveInIterationOrder) {
    EXPECT_EQ(map.size(), 55'000u);
 }
 
+// A map filled in its own order appends each key after the last one, and
+// must find that last one again as entries leave from the end.
+TYPED_TEST(EveryHashMap, FilledInItsOwnOrderAndEmptiedFromTheEndKeepsEveryOtherEntry) {
+   using Map = TypeParam;
+   std::vector<std::uint64_t> keys(3000);
+   for (std::size_t i = 0; i < keys.size(); ++i) {
+      keys[i] = i * 7919;
+   }
+   std::ranges::sort(keys, {}, [](std::uint64_t k) { return Vok::KeyTraits<std::uint64_t>::hash(k); });
+   Map map;
+   for (std::uint64_t k : keys) {
+      map.tryEmplace(k, int(k));
+   }
+   for (std::size_t left = keys.size(); left-- > 1;) {
+      ASSERT_TRUE(map.erase(keys[left]));
+      if (left % 100 == 0) {  // back in, after the new last entry, and out again
+         ASSERT_TRUE(map.tryEmplace(keys[left], 0).second);
+         ASSERT_TRUE(map.erase(keys[left]));
+      }
+      ASSERT_FALSE(map.contains(keys[left]));
+      ASSERT_NE(map.lookup(keys[left - 1]), nullptr);
+      ASSERT_EQ(*map.lookup(keys[left / 2]), int(keys[left / 2]));
+   }
+   EXPECT_EQ(order(map), std::vector<std::uint64_t>{keys[0]});
+}
+
 TYPED_TEST(EveryHashMap, IteratorOnARemovedEntryCannotBeDereferenced) {
    using Map = TypeParam;
    Map map;
@@ -174,6 +200,9 @@ TYPED_TEST(EveryHashMap, AgreesWithAReferenceMapUnderRandomOperations) {
       Map map;
       std::map<std::uint64_t, int> reference;
       for (int step = 0; step < 20000; ++step) {
+         if (step % 1000 == 0) {
+            map.reserve(rng() % 6000);  // a promise, kept or not, changes no entry
+         }
          std::uint64_t key = rng() % 3000;
          switch (rng() % 4) {
             case 0:
@@ -203,6 +232,11 @@ TYPED_TEST(EveryHashMap, AgreesWithAReferenceMapUnderRandomOperations) {
          contents[k] = v;
       }
       EXPECT_EQ(contents, reference);
+      Map fresh;
+      for (const auto& [k, v] : reference) {
+         fresh.tryEmplace(k, v);
+      }
+      EXPECT_EQ(order(map), order(fresh));
    }
 }
 
@@ -339,6 +373,47 @@ TEST(HashMap, PartsStaySmallAsTheMapGrowsAndSkewedKeysStayInOnePart) {
       EXPECT_GE(parts, row.atLeast);
       EXPECT_LE(parts, row.atMost);
    }
+}
+
+// Filled in its own order, a map crowds its newest keys into one end of a
+// part, and lookups there walk ever longer runs of slots, unless it was
+// told its size: each part then spans the hashes it will hold from its
+// first entry on.
+TEST(HashMap, AMapToldItsSizeFillsInItsOwnOrderWithShortProbes) {
+   std::vector<std::uint64_t> keys(20000);
+   for (std::size_t i = 0; i < keys.size(); ++i) {
+      keys[i] = i * 7919;
+   }
+   Map unordered;
+   for (std::uint64_t k : keys) {
+      unordered.tryEmplace(k, int(k));
+   }
+   std::ranges::sort(keys, {}, [](std::uint64_t k) { return Vok::KeyTraits<std::uint64_t>::hash(k); });
+   Map map;
+   map.reserve(keys.size());
+   std::size_t longest = 0;
+   for (std::size_t i = 0; i < keys.size(); ++i) {
+      map.tryEmplace(keys[i], int(keys[i]));
+      if (i % 500 == 0) {
+         longest = std::max(longest, map.longestProbe());
+      }
+   }
+   EXPECT_EQ(order(map), order(unordered));
+   EXPECT_LE(longest, 32u);  // several hundred slots when not told
+}
+
+TEST(HashMap, AnEmptiedMapForgetsTheSizeItWasTold) {
+   Map map;
+   map.reserve(100000);
+   map.tryEmplace(1, 1);
+   EXPECT_GT(map.parts(), 1u);  // split down to the promised size's parts
+   map.erase(1);
+   map.tryEmplace(2, 2);
+   EXPECT_EQ(map.parts(), 1u);
+   map.reserve(100000);
+   map.clear();
+   map.tryEmplace(3, 3);
+   EXPECT_EQ(map.parts(), 1u);
 }
 
 TEST(HashMap, AnIteratorMovesOnAcrossASplitAndCannotReachAnEntryErasedMeanwhile) {
