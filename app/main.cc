@@ -186,8 +186,9 @@ int main(int argc, char** argv) {
    live->add_option("--vrf-ids", liveOptions.vrfIdsFile, "VRF identifiers, one 'name id' a line");
    live->add_option("--netns-dir", liveOptions.netnsDir, "where named namespaces are")
          ->capture_default_str();
-   live->add_flag("--once", liveOptions.once, "dump the tables once every VRF is ready, then stop");
-   live->add_flag("--json", liveOptions.json, "the --once dump as JSON");
+   auto* once = live->add_flag("--once", liveOptions.once,
+                               "dump the tables once every VRF is ready, then stop");
+   live->add_flag("--json", liveOptions.json, "the --once dump as JSON")->needs(once);
    live->add_option("--rcvbuf", liveOptions.receiveBuffer,
                     "bytes each namespace's rtnetlink socket may queue; when a flood overflows it, "
                     "the namespace is read again")
@@ -202,7 +203,13 @@ int main(int argc, char** argv) {
       app.parse(argc, argv);
    } catch (const CLI::ParseError& e) {
       if (e.get_exit_code() == 0) {
-         return app.exit(e);  // --help, --version
+         const int status = app.exit(e);  // --help, --version
+         std::cout.flush();
+         if (!std::cout) {
+            std::cerr << "connroute: cannot write the output: " << std::strerror(errno) << "\n";
+            return 1;
+         }
+         return status;
       }
       std::cerr << "connroute: " << e.what() << " (connroute --help lists the commands)\n";
       return 2;

@@ -1,5 +1,6 @@
 #include "app/live/LiveAgent.h"
 
+#include <linux/capability.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/signalfd.h>
@@ -11,6 +12,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <set>
@@ -59,6 +61,31 @@ std::pair<dev_t, ino_t> identityOf(const fs::path& file) {
    return ::stat(file.c_str(), &st) == 0 ? std::pair{st.st_dev, st.st_ino} : std::pair<dev_t, ino_t>{};
 }
 
+// Every named namespace is entered with setns, which takes CAP_SYS_ADMIN:
+// without it the agent would serve the default namespace alone and report
+// every other one as not served, so it refuses to start instead.
+bool mayEnterNamespaces() {
+   std::ifstream status("/proc/self/status");
+   for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("CapEff:")) {
+         const std::uint64_t effective = std::stoull(line.substr(7), nullptr, 16);
+         return (effective >> CAP_SYS_ADMIN & 1) != 0;
+      }
+   }
+   return false;
+}
+
+void checkBeforeStart(const LiveOptions& options) {
+   std::error_code error;
+   if (std::filesystem::exists(options.netnsDir, error) &&
+       !std::filesystem::is_directory(options.netnsDir, error)) {
+      throw LiveError("--netns-dir: " + options.netnsDir + " is not a directory");
+   }
+   if (!mayEnterNamespaces()) {
+      throw LiveError("entering the host's network namespaces needs CAP_SYS_ADMIN: run it as root");
+   }
+}
+
 class LiveLoop {
  public:
    explicit LiveLoop(const LiveOptions& options);
@@ -88,6 +115,7 @@ class LiveLoop {
 };
 
 LiveLoop::LiveLoop(const LiveOptions& options) : options_(options) {
+   checkBeforeStart(options);
    bool restart = false;
    if (!options.tablesDir.empty()) {
       try {
@@ -299,7 +327,10 @@ int LiveLoop::run() {
       if (stopping_) {
          publish(StopStep{});
          std::cerr << "connroute: stopped\n";
-         return std::cout ? 0 : 1;
+         if (!std::cout) {
+            throw OutputError(std::string("cannot write the output: ") + std::strerror(errno));
+         }
+         return 0;
       }
       int timeout = -1;
       if (auto next = host_->secondsToNextClock()) {

@@ -75,10 +75,18 @@ std::shared_ptr<RowDatabase> RowDatabase::open(const std::string& dir, Access ac
       if (error) {
          throw DatabaseError(dir + ": cannot create the table directory: " + error.message());
       }
-   } else if (!fs::is_directory(dir, error)) {
-      throw DatabaseError(dir + ": no such table directory");
-   } else if (!fs::exists(fs::path(dir) / "data.mdb", error)) {
-      throw DatabaseError(dir + ": not a connroute table directory (no data.mdb)");
+   } else {
+      const bool isDirectory = fs::is_directory(dir, error);
+      const bool hasData = isDirectory && fs::exists(fs::path(dir) / "data.mdb", error);
+      if (error == std::errc::permission_denied) {
+         throw DatabaseError(dir + ": permission denied");
+      }
+      if (!isDirectory) {
+         throw DatabaseError(dir + ": no such table directory");
+      }
+      if (!hasData) {
+         throw DatabaseError(dir + ": not a connroute table directory (no data.mdb)");
+      }
    }
    std::shared_ptr<RowDatabase> db(new RowDatabase(dir, access));
    if (access == Access::readOnly && fs::file_size(fs::path(dir) / "data.mdb", error) == 0 && !error) {

@@ -51,6 +51,8 @@ expect 2 "bad.zm: not a fast-trace file" -- "$connroute" zmdecode "$work/bad.zm"
 # Output.
 expect 1 "cannot write the output" -- sh -c "'$connroute' run '$examples/two-vrfs.json' > /dev/full"
 expect 1 "cannot write the output" -- sh -c "'$connroute' check '$work/ok.json' > /dev/full"
+expect 1 "cannot write the output" -- sh -c "'$connroute' --version > /dev/full"
+expect 1 "cannot write the output" -- sh -c "'$connroute' --help > /dev/full"
 expect 0 "" -- "$connroute" --version
 expect 0 "" -- "$connroute" --help
 # Table directories: `show` of one that is missing, foreign or of another
@@ -68,6 +70,13 @@ expect 2 "no VRF 'blue'" -- "$connroute" show --tables "$work/t" routes --vrf bl
 expect 2 "--vrf is required" -- "$connroute" show --tables "$work/t" prefix 10.0.0.0/24
 expect 2 "'10.0.0.0' is not a prefix" -- "$connroute" show --tables "$work/t" prefix 10.0.0.0 --vrf red
 expect 2 "--af: 5 not in {4,6}" -- "$connroute" show --tables "$work/t" routes --af 5
+expect 1 "cannot write the output" -- sh -c "'$connroute' show --tables '$work/t' routes > /dev/full"
+# A directory another user may not enter is reported as such, by a copy of
+# the program that user may run.
+mkdir -p "$work/user" && chmod 755 "$work" "$work/user" && cp "$connroute" "$work/user/connroute"
+mkdir -p "$work/private" && cp -r "$work/t" "$work/private/t" && chmod 700 "$work/private"
+expect 2 "private/t: permission denied" -- \
+  setpriv --reuid=65534 --regid=65534 --clear-groups "$work/user/connroute" show --tables "$work/private/t" routes
 # The live agent's inputs, refused before it touches the host.
 printf 'red 7\nblue x\n' > "$work/bad.ids"
 printf 'default 3\n' > "$work/default.ids"
@@ -75,6 +84,9 @@ expect 2 "cannot read the VRF identifiers" -- "$connroute" live --once --vrf-ids
 expect 2 "bad.ids:2: expected 'name id'" -- "$connroute" live --once --vrf-ids "$work/bad.ids"
 expect 2 "identifier 0 is the default VRF's" -- "$connroute" live --once --vrf-ids "$work/default.ids"
 expect 2 "--rcvbuf: Value 1 not in range" -- "$connroute" live --once --rcvbuf 1
+expect 2 "--json requires --once" -- "$connroute" live --json
+expect 2 "--netns-dir: $work/ok.json is not a directory" -- "$connroute" live --once --netns-dir "$work/ok.json"
+expect 2 "needs CAP_SYS_ADMIN: run it as root" -- setpriv --bounding-set=-sys_admin "$connroute" live --once
 # A file of the netns directory that is no namespace is given up, not waited for.
 mkdir -p "$work/netns" && touch "$work/netns/stale"
 expect 0 "namespace 'stale' is not served" -- "$connroute" live --once --netns-dir "$work/netns"
