@@ -109,6 +109,7 @@ class LiveLoop {
    std::map<std::string, Served> served_;  // by namespace name, "" the default one
    std::map<std::string, int> retries_;     // namespaces not yet enterable
    std::set<std::string> unservable_;       // files that are no namespace
+   std::set<std::string> badNames_;         // names no VRF can have: reported once
    std::set<std::string> announcedReady_;
    bool verified_ = false;
    bool stopping_ = false;
@@ -167,7 +168,7 @@ LiveLoop::LiveLoop(const LiveOptions& options) : options_(options) {
 }
 
 void LiveLoop::serve(const std::string& netns) {
-   if (served_.contains(netns) || unservable_.contains(netns)) {
+   if (served_.contains(netns) || unservable_.contains(netns) || badNames_.contains(netns)) {
       return;
    }
    const std::string name = netns.empty() ? "default" : netns;
@@ -179,6 +180,7 @@ void LiveLoop::serve(const std::string& netns) {
       }
    } catch (const std::exception& e) {
       std::cerr << "connroute: namespace '" << netns << "' is not served: " << e.what() << '\n';
+      badNames_.insert(netns);
       return;
    }
    const Vrf::VrfIdMap::VrfId id(vrfIds_->idFor(name));
@@ -249,6 +251,8 @@ void LiveLoop::rescanNamespaces() {
    for (const auto& entry : fs::directory_iterator(options_.netnsDir, error)) {
       present.insert(entry.path().filename().string());
    }
+   // A file made anew under a name no VRF can have is reported anew.
+   std::erase_if(badNames_, [&](const std::string& netns) { return !present.contains(netns); });
    std::vector<std::string> gone;
    for (const auto& [netns, served] : served_) {
       if (!netns.empty() && (!present.contains(netns) ||
