@@ -111,8 +111,8 @@ class JsonWriter final : public DumpWriter {
    }
    void vrf(const VrfHeader& h, const Section<RouteRow>& routes4, const Section<RouteRow>& routes6,
             const Section<ViaRow>& vias4, const Section<ViaRow>& vias6) override {
-      out_ << (firstVrf_ ? "\n" : ",\n") << "        {\n          \"name\": " << jsonScalar(h.name)
-           << ",\n          \"id\": " << h.id << ",\n          \"v4Ready\": " << jsonFlag(h.v4Ready)
+      out_ << (firstVrf_ ? "\n" : ",\n") << "        {\n          \"vrf\": " << jsonText(vrfJson(h.name, h.id))
+           << ",\n          \"v4Ready\": " << jsonFlag(h.v4Ready)
            << ",\n          \"v6Ready\": " << jsonFlag(h.v6Ready) << ",\n";
       firstVrf_ = false;
       const std::string indent(10, ' ');

@@ -30,6 +30,12 @@ inline std::string jsonFlag(const std::optional<bool>& value) {
    return value ? jsonScalar(*value) : "null";
 }
 
+// How every JSON output names a VRF: {"id": N, "name": NAME}, the name
+// null when the VRF has none (no container of the agent serves it).
+inline nlohmann::json vrfJson(const std::string& name, std::uint32_t id) {
+   return {{"name", name.empty() ? nlohmann::json() : nlohmann::json(name)}, {"id", id}};
+}
+
 inline nlohmann::json routeJson(const RouteRow& r) {
    return {{"prefix", r.prefix},         {"type", r.type},         {"viaSet", r.viaSet},
            {"owner", r.owner},           {"protocol", r.protocol}, {"metric", r.metric},

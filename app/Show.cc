@@ -19,17 +19,14 @@ namespace {
 
 using Vrfs = std::map<std::uint32_t, TableReader::Vrf>;
 
-std::string vrfName(const TableReader::Vrf& vrf) { return vrf.status ? vrf.status->name : ""; }
+std::string vrfName(const TableReader::Vrf& vrf) { return vrf.name; }
 
 std::string vrfTitle(const TableReader::Vrf& vrf) {
    const std::string name = vrfName(vrf);
    return "VRF " + (name.empty() ? "?" : name) + " (id " + std::to_string(vrf.id) + ")";
 }
 
-nlohmann::json vrfJson(const TableReader::Vrf& vrf) {
-   const std::string name = vrfName(vrf);
-   return {{"name", name.empty() ? nlohmann::json() : nlohmann::json(name)}, {"id", vrf.id}};
-}
+nlohmann::json vrfJson(const TableReader::Vrf& vrf) { return App::vrfJson(vrf.name, vrf.id); }
 
 std::string fixed(double value, const char* format = "%.6f") {
    char text[64];

@@ -87,6 +87,7 @@ void TablePublisher::publish(const RootSm* root, double now) {
          if (it == published_.end()) {
             it = published_.try_emplace(vrfId).first;
             watch(*container, it->second);
+            put(*db_, rowsOf(*db_, kVrfNameKind), vrfKey(vrfId), container->vrfName().str());
          }
          Published& published = it->second;
          published.turn = turn_;

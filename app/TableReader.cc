@@ -78,6 +78,7 @@ std::map<std::uint32_t, TableReader::Vrf> TableReader::vrfs() const {
                                      std::uint32_t(b[2]) << 8 | b[3];
             vrfs[id].id = id;
             vrfs[id].status = parseVrfStatus(text(v));
+            vrfs[id].name = vrfs[id].status->name;
          }
       } catch (...) {
          mdb_cursor_close(cursor);
@@ -86,6 +87,11 @@ std::map<std::uint32_t, TableReader::Vrf> TableReader::vrfs() const {
       mdb_cursor_close(cursor);
       if (rc != MDB_NOTFOUND) {
          db_->fail(rc, "list the VRFs");
+      }
+   }
+   for (auto& [id, vrf] : vrfs) {
+      if (vrf.name.empty()) {
+         vrf.name = published(kVrfNameKind, vrfKey(id)).value_or("");
       }
    }
    return vrfs;

@@ -28,6 +28,7 @@ class TableReader {
    struct Vrf {
       std::uint32_t id = 0;
       std::optional<VrfStatusRow> status;  // nothing: no container of the agent serves it
+      std::string name;  // the name it is, or was last, served under; "" if never
    };
    // Every VRF that has tables or a published status, by identifier.
    std::map<std::uint32_t, Vrf> vrfs() const;

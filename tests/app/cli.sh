@@ -71,6 +71,21 @@ expect 2 "--vrf is required" -- "$connroute" show --tables "$work/t" prefix 10.0
 expect 2 "'10.0.0.0' is not a prefix" -- "$connroute" show --tables "$work/t" prefix 10.0.0.0 --vrf red
 expect 2 "--af: 5 not in {4,6}" -- "$connroute" show --tables "$work/t" routes --af 5
 expect 1 "cannot write the output" -- sh -c "'$connroute' show --tables '$work/t' routes > /dev/full"
+# A VRF keeps its name in the directory once the agent has stopped, and
+# every JSON output names it the same way.
+printf '%s\n' '{"steps": [{"vrfIdMap": {"set": {"default": 0, "red": 1}}},' \
+  '{"vrfLocal": {"vrf": "red", "netns": "ns-red", "state": "active"}},' \
+  '{"kernel": {"netns": "ns-red", "up": ["Et1"]}},' \
+  '{"ipv4": {"vrf": "red", "intf": "Et1", "active": "10.0.0.3/24"}},' \
+  '{"start": {}}, {"run": "idle"}, {"dump": "served"}, {"stop": {}}]}' > "$work/stops.json"
+"$connroute" run --json --tables "$work/stopped" "$work/stops.json" > "$work/stops.out"
+expect 0 "" -- "$connroute" show --tables "$work/stopped" routes --vrf red
+"$connroute" show --tables "$work/stopped" routes --vrf red --json > "$work/stopped.json"
+if ! grep -q '"vrf": {"id":1,"name":"red"}' "$work/stops.out" ||
+   ! grep -q '"vrf": {"id":1,"name":"red"}' "$work/stopped.json"; then
+  echo "FAIL: run --json and show --json name VRF red differently: $(grep -h '"vrf"' "$work/stops.out" "$work/stopped.json")" >&2
+  failures=$((failures + 1))
+fi
 # A directory another user may not enter is reported as such, by a copy of
 # the program that user may run.
 mkdir -p "$work/user" && chmod 755 "$work" "$work/user" && cp "$connroute" "$work/user/connroute"

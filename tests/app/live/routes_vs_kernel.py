@@ -36,7 +36,7 @@ def engine_routes(path, vrf):
         doc = json.load(f)
     vrfs = doc["dumps"][-1]["vrfs"] if "dumps" in doc else doc["vrfs"]
     for entry in vrfs:
-        name = entry["vrf"]["name"] if "vrf" in entry else entry["name"]
+        name = entry["vrf"]["name"]
         if name == vrf:
             return entry.get("ipv4Routes", []) + entry.get("ipv6Routes", [])
     return []
