@@ -101,6 +101,11 @@ void TablePublisher::publish(const RootSm* root, double now) {
    for (auto it = published_.begin(); it != published_.end();) {
       if (it->second.turn != turn_) {
          forget(it->first);
+         if (root) {
+            // Gone while the agent runs: the VRF is no more. When the agent
+            // stops, every VRF keeps its name for the rows it leaves.
+            del(*db_, rowsOf(*db_, kVrfNameKind), vrfKey(it->first));
+         }
          it = published_.erase(it);
       } else {
          ++it;

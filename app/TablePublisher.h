@@ -26,8 +26,9 @@ namespace App {
 inline constexpr std::string_view kVrfStatusKind = "vrfStatus";    // key: VRF id (big-endian)
 inline constexpr std::string_view kCandidatesKind = "candidates";  // key: VRF id + prefix
 inline constexpr std::string_view kAgentKind = "agent";            // key: "agent"
-// The name each VRF identifier was last served under: kept when its
-// container goes (and across runs), so that the rows it leaves keep a name.
+// The name each VRF identifier is served under: kept when the agent stops
+// (and across runs), so that the rows it leaves keep a name; removed with a
+// VRF that goes while the agent runs.
 inline constexpr std::string_view kVrfNameKind = "vrfName";        // key: VRF id (big-endian)
 
 class TablePublisher {
