@@ -20,6 +20,14 @@ bool usable6(const Linux::AddrRecord& addr) {
           !(addr.flags & (IFA_F_TENTATIVE | IFA_F_DADFAILED));
 }
 
+// The address as the engine is to see it. The kernel makes neither a
+// subnet nor a broadcast route for a subnet whose network lies in 0.0.0.0/8
+// (`10.12.1.1/4`, any `/0`), only the address's local route: as a /32, the
+// address gives the engine that one receive route and nothing else.
+Ovel::IpAddrWithMask engineAddress(Ovel::IpAddrWithMask addr) {
+   return (addr.subnet().value() >> 24) == 0 ? Ovel::IpAddrWithMask(addr.addr(), 32) : addr;
+}
+
 }  // namespace
 
 NamespaceFeed::NamespaceFeed(std::string netns, L3::VrfName vrf, Vrf::VrfIdMap::VrfId vrfId,
@@ -143,7 +151,8 @@ void NamespaceFeed::onAddr(const Linux::AddrRecord& record) {
    if (record.family == AF_INET) {
       std::uint32_t be = 0;
       std::memcpy(&be, record.addr.data(), 4);
-      const Ovel::IpAddrWithMask addr(Ovel::IpAddr(ntohl(be)), std::uint8_t(record.prefixLen));
+      const Ovel::IpAddrWithMask addr =
+            engineAddress(Ovel::IpAddrWithMask(Ovel::IpAddr(ntohl(be)), std::uint8_t(record.prefixLen)));
       if (record.removed) {
          link.delV4(addr);
       } else {

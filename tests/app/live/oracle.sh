@@ -48,6 +48,8 @@ n "$A" addr add 10.70.0.0/16 dev a0           # the subnet's own network address
 n "$A" addr add 10.1.0.2/24 dev a1            # one prefix on two interfaces
 n "$A" addr add 10.4.0.0/31 dev a1
 n "$A" addr add 10.5.0.1/32 dev a1
+n "$A" addr add 10.12.1.1/4 dev a1            # a subnet in 0.0.0.0/8: a local route only
+n "$A" addr add 10.13.0.1/0 dev a2            # and so is /0's
 n "$A" addr add 192.168.3.5/30 dev a2
 n "$A" addr add 10.8.0.1/24 dev a3            # a3 stays down
 n "$A" addr add 2001:db8:a::1/64 dev a0 nodad
