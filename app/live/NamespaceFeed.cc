@@ -12,12 +12,14 @@ namespace App {
 
 namespace {
 
-// A global address whose duplicate address detection is over: the kernel
-// installs its local route only then.
+// An address of global or site scope (the deprecated fec0::/10 still gets
+// its routes from the kernel) whose duplicate address detection is over,
+// or optimistic: the kernel installs an address's local route only then.
 bool usable6(const Linux::AddrRecord& addr) {
    const bool linkLocal = addr.addr[0] == 0xfe && (addr.addr[1] & 0xc0) == 0x80;
-   return !linkLocal && addr.scope == RT_SCOPE_UNIVERSE &&
-          !(addr.flags & (IFA_F_TENTATIVE | IFA_F_DADFAILED));
+   const bool routedScope = addr.scope == RT_SCOPE_UNIVERSE || addr.scope == RT_SCOPE_SITE;
+   const bool tentative = (addr.flags & IFA_F_TENTATIVE) && !(addr.flags & IFA_F_OPTIMISTIC);
+   return !linkLocal && routedScope && !tentative && !(addr.flags & IFA_F_DADFAILED);
 }
 
 // The address as the engine is to see it. The kernel makes neither a

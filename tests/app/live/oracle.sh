@@ -56,6 +56,10 @@ n "$A" addr add 2001:db8:a::1/64 dev a0 nodad
 n "$A" addr add 2001:db8:b::/127 dev a0 nodad
 n "$A" addr add 2001:db8:c::1/128 dev a0 nodad
 n "$A" addr add 2001:db8:a::2/64 dev a1 nodad
+n "$A" addr add fec0:0:0:1::1/64 dev a1 nodad    # site-local: routed by the kernel
+ip netns exec "$A" sysctl -qw net.ipv6.conf.a2.optimistic_dad=1
+n "$A" addr add 2001:db8:d::1/64 dev a2 optimistic  # routed before its DAD is over
+n "$A" addr add 2001:db8:e::1/64 dev a3 nodad   # on the down link, like 10.8.0.1
 n "$B" addr add 172.16.1.1/20 dev b0
 n "$B" addr add 2001:db8:f::1/64 dev b0 nodad
 n "$B" link add b8 type veth peer name b9
@@ -77,7 +81,7 @@ if ! "$connroute" live --once --json > "$work/once.json" 2> "$work/once.err"; th
   echo "live --once failed: $(cat "$work/once.err")" >&2
   exit 1
 fi
-check "$work/once.json" "$A" 10.8.0.1 || failures=$((failures + 1))
+check "$work/once.json" "$A" 10.8.0.1,2001:db8:e::1 || failures=$((failures + 1))
 check "$work/once.json" "$B" || failures=$((failures + 1))
 check "$work/once.json" "$C" || failures=$((failures + 1))
 
@@ -101,7 +105,7 @@ settled() {
     sleep 0.2
   done
 }
-declare -A down=(["$A"]=10.8.0.1)
+declare -A down=(["$A"]=10.8.0.1,2001:db8:e::1)
 settled "$A" "$B" "$C"
 
 n "$A" addr del 10.1.0.1/24 dev a0            # the primary: 10.1.0.9 is promoted

@@ -73,7 +73,7 @@ def main():
                 continue  # the kernel's /128 prefix route: deliberate
             k_subnet.add(str(net))
         elif kind == "local":
-            if net.version == 4 and str(net.network_address) in down:
+            if str(net.network_address) in down:
                 continue  # kept by the kernel on a down link: deliberate
             k_local.add(str(net))
         elif kind == "broadcast":
