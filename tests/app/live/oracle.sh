@@ -60,6 +60,10 @@ n "$A" addr add fec0:0:0:1::1/64 dev a1 nodad    # site-local: routed by the ker
 ip netns exec "$A" sysctl -qw net.ipv6.conf.a2.optimistic_dad=1
 n "$A" addr add 2001:db8:d::1/64 dev a2 optimistic  # routed before its DAD is over
 n "$A" addr add 2001:db8:e::1/64 dev a3 nodad   # on the down link, like 10.8.0.1
+n "$A" addr add 10.6.0.255/24 dev a4          # its subnet's broadcast address: local and broadcast
+n "$A" addr add 10.7.0.3/30 dev a4            # the same in a /30
+n "$A" addr add 10.9.1.1/24 brd 10.9.1.77 dev a4  # an explicit broadcast address
+n "$A" addr add 10.1.0.255/32 dev a4          # another link's subnet broadcast address
 n "$B" addr add 172.16.1.1/20 dev b0
 n "$B" addr add 2001:db8:f::1/64 dev b0 nodad
 n "$B" link add b8 type veth peer name b9

@@ -82,6 +82,24 @@ def main():
     e_subnet = by_type.get(SUBNET, set())
     e_receive = by_type.get(RECEIVE, set()) | by_type.get(FULL_LENGTH, set())
     e_broadcast = by_type.get(BROADCAST, set()) | by_type.get(DIRECTED_BROADCAST, set())
+
+    problems = []
+    # One address with both a local and a broadcast route in the kernel (an
+    # address equal to its subnet's broadcast address, or to another link's):
+    # the RIB holds one route per prefix, receive or broadcast: deliberate.
+    dual = k_local & k_broadcast
+    for p in sorted(dual - e_receive - e_broadcast):
+        problems.append(f"{vrf}: the kernel has a local and a broadcast route {p}, connroute neither")
+    k_local, k_broadcast = k_local - dual, k_broadcast - dual
+    e_receive, e_broadcast = e_receive - dual, e_broadcast - dual
+    # A broadcast route that is no kernel subnet's all-ones address was
+    # configured explicitly (`brd ADDR`): the engine knows the subnet's only.
+    all_ones = set()
+    for prefix in k_subnet:
+        net = ipaddress.ip_network(prefix)
+        if net.version == 4 and net.prefixlen <= 30:
+            all_ones.add(f"{net.broadcast_address}/32")
+    k_broadcast &= all_ones
     # The network address of every IPv4 subnet of length 30 or less: the
     # engine's receive route the kernel no longer has.
     network_addresses = set()
@@ -90,7 +108,6 @@ def main():
         if net.version == 4 and net.prefixlen <= 30:
             network_addresses.add(f"{net.network_address}/32")
 
-    problems = []
     for what, engine_side, kernel_side in (
             ("attached-subnet route", e_subnet, k_subnet),
             ("receive route", e_receive, k_local),
