@@ -16,6 +16,7 @@
 #include <iostream>
 #include <map>
 #include <set>
+#include <stdexcept>
 
 #include "app/Host.h"
 #include "app/Player.h"
@@ -174,6 +175,9 @@ void LiveLoop::serve(const std::string& netns) {
    const std::string name = netns.empty() ? "default" : netns;
    std::optional<L3::VrfName> vrf;
    try {
+      if (!netns.empty() && name == "default") {
+         throw std::invalid_argument("'default' is the host's own namespace's VRF");
+      }
       vrf = L3::VrfName(name);
       if (!netns.empty()) {
          (void)Ovel::NamespaceName(netns);

@@ -146,6 +146,7 @@ done
 # A namespace whose name no VRF can have is reported once, however often
 # the directory changes after it.
 mkdir -p "$work/netns2" && long=$(printf 'n%.0s' $(seq 120)) && touch "$work/netns2/$long"
+touch "$work/netns2/default"  # named like the host's own namespace's VRF
 : > "$work/live2.err"
 "$connroute" live --netns-dir "$work/netns2" 2> "$work/live2.err" &
 pid=$!
@@ -155,6 +156,7 @@ for _ in $(seq 500); do grep -q "'other' is not served" "$work/live2.err" && bre
 kill -TERM "$pid"
 wait "$pid"
 if [ "$(grep -c "'$long' is not served: VrfName::bytes > 100" "$work/live2.err")" != 1 ] ||
+   [ "$(grep -c "'default' is not served: 'default' is the host's own" "$work/live2.err")" != 1 ] ||
    ! grep -q "'other' is not served" "$work/live2.err"; then
   echo "FAIL: a name no VRF can have is not reported exactly once: $(cat "$work/live2.err")" >&2
   failures=$((failures + 1))
