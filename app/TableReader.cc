@@ -1,5 +1,7 @@
 #include "app/TableReader.h"
 
+#include <set>
+
 #include <algorithm>
 #include <cstring>
 
@@ -58,9 +60,13 @@ std::optional<std::string> TableReader::published(std::string_view kind, std::st
 
 std::map<std::uint32_t, TableReader::Vrf> TableReader::vrfs() const {
    std::map<std::uint32_t, Vrf> vrfs;
+   std::set<std::uint32_t> withRows;
    for (const auto& [path, number] : tables_) {
       if (auto parsed = parseVrfTablePath(path)) {
          vrfs[parsed->vrfId].id = parsed->vrfId;
+         if (db_->tableHasRows(path)) {
+            withRows.insert(parsed->vrfId);
+         }
       }
    }
    if (const auto dbi = db_->rowsOf(kVrfStatusKind)) {
@@ -94,6 +100,12 @@ std::map<std::uint32_t, TableReader::Vrf> TableReader::vrfs() const {
          vrf.name = published(kVrfNameKind, vrfKey(id)).value_or("");
       }
    }
+   // Tables once written and emptied since, of a VRF nobody names: nothing
+   // to show, as after a cold start.
+   std::erase_if(vrfs, [&](const auto& entry) {
+      const Vrf& vrf = entry.second;
+      return !vrf.status && vrf.name.empty() && !withRows.contains(vrf.id);
+   });
    return vrfs;
 }
 

@@ -30,7 +30,7 @@ class TableReader {
       std::optional<VrfStatusRow> status;  // nothing: no container of the agent serves it
       std::string name;  // the name it is, or was last, served under; "" if never
    };
-   // Every VRF that has tables or a published status, by identifier.
+   // Every VRF that has rows, a published status or a name, by identifier.
    std::map<std::uint32_t, Vrf> vrfs() const;
    // "running" or "stopped" and the agent's time, or nothing before its first turn.
    std::optional<std::pair<std::string, double>> agent() const;

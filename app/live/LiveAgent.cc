@@ -20,6 +20,9 @@
 
 #include "app/Host.h"
 #include "app/Player.h"
+#include "app/PublishedRows.h"
+#include "app/TablePublisher.h"
+#include "app/TableRows.h"
 #include "app/live/NamespaceFeed.h"
 #include "app/live/VrfIds.h"
 #include "platform/kordb/EntityManager.h"
@@ -100,6 +103,7 @@ class LiveLoop {
    void pump(Served& served);
    void afterTurns();
    bool everythingReady() const;
+   void clearUnservedTables();
 
    LiveOptions options_;
    std::shared_ptr<Plim::RowDatabase> tables_;
@@ -303,6 +307,26 @@ bool LiveLoop::everythingReady() const {
    return true;
 }
 
+// What an earlier run left for VRFs that no namespace serves now (one
+// deleted while the agent was down): a cold start would have none of it.
+void LiveLoop::clearUnservedTables() {
+   if (!tables_) {
+      return;
+   }
+   std::set<std::uint32_t> servedIds;
+   for (const auto& [netns, served] : served_) {
+      servedIds.insert(served.feed->vrfId().value());
+   }
+   for (const auto& [path, number] : tables_->tables()) {
+      const auto parsed = parseVrfTablePath(path);
+      if (parsed && !servedIds.contains(parsed->vrfId)) {
+         tables_->clearTable(path);
+         tables_->delRange(*tables_->rowsOf(kVrfNameKind), vrfKey(parsed->vrfId));
+      }
+   }
+   tables_->commit();
+}
+
 void LiveLoop::afterTurns() {
    if (!verified_) {
       bool synced = true;
@@ -312,6 +336,7 @@ void LiveLoop::afterTurns() {
       if (synced && retries_.empty()) {
          verified_ = true;
          publish(VerificationStep{true});  // every namespace's first dump is in
+         clearUnservedTables();
       }
    }
    for (const std::string& name : host_->readyVrfs()) {

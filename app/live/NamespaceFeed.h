@@ -45,6 +45,7 @@ class NamespaceFeed final : public Linux::RtnlListener {
    // Withdraws every interface: the namespace is gone.
    void withdrawAll();
    const L3::VrfName& vrf() const noexcept { return vrf_; }
+   Vrf::VrfIdMap::VrfId vrfId() const noexcept { return vrfId_; }
 
    void onLink(const Linux::LinkRecord& link) override;
    void onAddr(const Linux::AddrRecord& addr) override;

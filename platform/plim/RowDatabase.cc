@@ -301,6 +301,53 @@ void RowDatabase::commit() {
    }
 }
 
+namespace {
+
+// Big-endian, as the stores key their rows: a table's rows sit together.
+std::string numberPrefix(std::uint32_t number) {
+   return {char(number >> 24), char(number >> 16), char(number >> 8), char(number)};
+}
+
+}  // namespace
+
+void RowDatabase::clearTable(const std::string& path) {
+   const auto number = tableNumbers_.find(path);
+   if (number == tableNumbers_.end()) {
+      return;
+   }
+   for (const auto& [name, dbi] : databases_) {
+      if (name.starts_with("rows:")) {
+         delRange(dbi, numberPrefix(number->second));
+      }
+   }
+}
+
+bool RowDatabase::tableHasRows(const std::string& path) {
+   const auto number = tableNumbers_.find(path);
+   if (number == tableNumbers_.end()) {
+      return false;
+   }
+   const std::string prefix = numberPrefix(number->second);
+   for (const auto& [name, dbi] : databases_) {
+      if (!name.starts_with("rows:")) {
+         continue;
+      }
+      MDB_cursor* cursor = nullptr;
+      check(mdb_cursor_open(txn(), dbi, &cursor), "open a cursor");
+      MDB_val k = bytesOf(prefix), v;
+      const int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+      const bool found = rc == MDB_SUCCESS && textOf(k).starts_with(prefix);
+      mdb_cursor_close(cursor);
+      if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
+         fail(rc, "look for a table's rows");
+      }
+      if (found) {
+         return true;
+      }
+   }
+   return false;
+}
+
 void RowDatabase::delRange(MDB_dbi dbi, std::string_view prefix) {
    MDB_cursor* cursor = nullptr;
    check(mdb_cursor_open(txn(), dbi, &cursor), "open a cursor");

@@ -80,6 +80,12 @@ class RowDatabase {
 
    // Removes every row of `dbi` whose key starts with `prefix`.
    void delRange(MDB_dbi dbi, std::string_view prefix);
+   // Removes every row of the table at `path`, of whatever kind; the table
+   // keeps its number (numbers are never given twice). Only for a table no
+   // store of this process holds: a store would not see its rows go.
+   void clearTable(const std::string& path);
+   // Does the table at `path` hold a row?
+   bool tableHasRows(const std::string& path);
 
    // Raises the error LMDB reported for `what`: corruption as
    // Belm::CorruptionDetectedException, anything else as DatabaseError. A

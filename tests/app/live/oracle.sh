@@ -157,11 +157,17 @@ fi
 
 # 3. A hitless restart over the tables the agent left, with a receive
 # buffer so small that a flood overflows it: the agent reads the namespace
-# again and loses nothing.
+# again and loses nothing. A namespace deleted while the agent was down
+# leaves nothing behind, as after a cold start.
+ip netns del "$C"
 "$connroute" live --tables "$work/tables" --rcvbuf 4096 2> "$work/small.err" &
 agent=$!
 settled "$A" "$B"
 grep -q "hitless restart" "$work/small.err" || { echo "the rerun was no hitless restart" >&2; failures=$((failures + 1)); }
+if "$connroute" show --tables "$work/tables" summary | grep -q -e "$C" -e "^ *? "; then
+  echo "the tables of $C, deleted while the agent was down, are still there: $("$connroute" show --tables "$work/tables" summary)" >&2
+  failures=$((failures + 1))
+fi
 for i in $(seq 0 4999); do echo "addr add 10.201.$((i / 250)).$((i % 250 + 1))/32 dev b9"; done > "$work/flood.batch"
 ip -n "$A" -batch "$work/flood.batch"
 settled "$A"
