@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets into build-fuzz/ (clang's libFuzzer, with
-# AddressSanitizer and UBSan). Usage: fuzz/build.sh [value|scenario]...
+# AddressSanitizer and UBSan). Usage: fuzz/build.sh [value|scenario|rtnl]...
 set -euo pipefail
 cd "$(dirname "$0")/.."
 mkdir -p build-fuzz
@@ -8,12 +8,14 @@ flags=(-std=c++20 -g -O1 -Wall -Wextra -Werror -fsanitize=fuzzer,address,undefin
        -fno-sanitize-recover=all -I.)
 platform=$(find platform -name '*.cc' | sort)
 targets=("$@")
-[ ${#targets[@]} -eq 0 ] && targets=(value scenario)
+[ ${#targets[@]} -eq 0 ] && targets=(value scenario rtnl)
 for target in "${targets[@]}"; do
   case $target in
     value) clang++-14 "${flags[@]}" fuzz/ValueParseFuzz.cc $platform -o build-fuzz/value_parse_fuzz ;;
     scenario) clang++-14 "${flags[@]}" fuzz/ScenarioFuzz.cc app/Scenario.cc app/ScenarioDocument.cc \
                 $platform -o build-fuzz/scenario_fuzz ;;
-    *) echo "unknown target '$target' (value, scenario)" >&2; exit 2 ;;
+    rtnl) clang++-14 "${flags[@]}" fuzz/RtnlFuzz.cc platform/linux/RtnlMessages.cc -lmnl \
+            -o build-fuzz/rtnl_fuzz ;;
+    *) echo "unknown target '$target' (value, scenario, rtnl)" >&2; exit 2 ;;
   esac
 done

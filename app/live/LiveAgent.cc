@@ -58,6 +58,7 @@ struct Served {
    std::unique_ptr<NamespaceFeed> feed;
    std::unique_ptr<Linux::RtnlSocket> socket;
    std::pair<dev_t, ino_t> identity{};
+   std::uint64_t malformedReported = 0;  // of the socket's malformed messages
 };
 
 std::pair<dev_t, ino_t> identityOf(const fs::path& file) {
@@ -286,6 +287,11 @@ void LiveLoop::pump(Served& served) {
    // Every message of one read is one turn: a flood commits once per bite,
    // not once per address.
    host_->batch([&] { served.socket->receive(); });
+   if (const std::uint64_t malformed = served.socket->malformedCount(); malformed != served.malformedReported) {
+      std::cerr << "connroute: VRF " << served.feed->vrf().str() << ": "
+                << malformed - served.malformedReported << " malformed rtnetlink messages skipped\n";
+      served.malformedReported = malformed;
+   }
    if (served.feed->wantsDump() && !served.socket->dumping()) {
       std::cerr << "connroute: VRF " << served.feed->vrf().str()
                 << ": kernel messages were lost, reading the namespace again\n";

@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <libmnl/libmnl.h>
-#include <linux/if.h>
-#include <linux/if_addr.h>
 #include <linux/netconf.h>
 #include <linux/rtnetlink.h>
 #include <sched.h>
@@ -172,11 +170,8 @@ bool RtnlSocket::read(mnl_socket* socket, int maxReads, bool dump) {
          }
          throw NetlinkError(errnoText("cannot read an rtnetlink socket"));
       }
-      int left = static_cast<int>(n);
-      for (auto* message = reinterpret_cast<const nlmsghdr*>(buffer_.data());
-           mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
-         dispatch(message, dump);
-      }
+      forEachMessage(buffer_.data(), static_cast<std::size_t>(n),
+                     [&](const nlmsghdr* message) { dispatch(message, dump); });
    }
    return true;
 }
@@ -196,110 +191,32 @@ void RtnlSocket::deliver(const Record& record) {
          record);
 }
 
-namespace {
-
-struct Attributes {
-   std::array<const nlattr*, 64> at{};
-};
-
-int collect(const nlattr* attr, void* data) {
-   auto& attributes = *static_cast<Attributes*>(data);
-   const int type = mnl_attr_get_type(attr);
-   if (type >= 0 && type < int(attributes.at.size())) {
-      attributes.at[std::size_t(type)] = attr;
-   }
-   return MNL_CB_OK;
-}
-
-}  // namespace
-
 void RtnlSocket::dispatch(const nlmsghdr* message, bool dump) {
    if (message->nlmsg_flags & NLM_F_DUMP_INTR) {
       interrupted_ = true;
    }
-   // Events wait while a dump runs; a dump's own records go straight on.
-   auto hand = [&](const Record& record) {
-      if (!dump && dumping()) {
-         heldBack_.push_back(record);
-      } else {
-         deliver(record);
+   const bool answersPart = dump && waiting_ && message->nlmsg_seq == seq_;
+   const Message read = readMessage(message);
+   if (std::holds_alternative<Malformed>(read)) {
+      ++malformed_;
+   } else if (std::holds_alternative<PartDone>(read)) {
+      if (answersPart) {
+         requestNextPart();
       }
-   };
-   switch (message->nlmsg_type) {
-      case NLMSG_DONE:
-      case NLMSG_ERROR:
-         // The end of a part (an error answers a part the kernel cannot
-         // dump, e.g. netconf on an old kernel: nothing to read there).
-         if (dump && waiting_ && message->nlmsg_seq == seq_) {
-            requestNextPart();
-         }
-         return;
-      case RTM_NEWLINK:
-      case RTM_DELLINK: {
-         const auto* body = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
-         if (body->ifi_family != AF_UNSPEC) {
-            return;  // a bridge's view of a port (AF_BRIDGE), not the link coming or going
-         }
-         Attributes attributes;
-         mnl_attr_parse(message, sizeof(*body), collect, &attributes);
-         LinkRecord link;
-         link.ifindex = body->ifi_index;
-         link.up = body->ifi_flags & IFF_UP;
-         link.loopback = body->ifi_flags & IFF_LOOPBACK;
-         link.removed = message->nlmsg_type == RTM_DELLINK;
-         if (const nlattr* name = attributes.at[IFLA_IFNAME]) {
-            link.name = mnl_attr_get_str(name);
-         }
-         hand(link);
-         return;
+   } else if (const auto* error = std::get_if<ErrorReply>(&read)) {
+      if (answersPart) {
+         // A part the kernel cannot dump (netconf on an old kernel) has
+         // nothing to read; any other failure fails the dump, which is then
+         // read again.
+         interrupted_ = interrupted_ || (error->error != 0 && error->error != -EOPNOTSUPP);
+         requestNextPart();
       }
-      case RTM_NEWADDR:
-      case RTM_DELADDR: {
-         const auto* body = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(message));
-         Attributes attributes;
-         mnl_attr_parse(message, sizeof(*body), collect, &attributes);
-         AddrRecord addr;
-         addr.family = body->ifa_family;
-         addr.ifindex = int(body->ifa_index);
-         addr.prefixLen = body->ifa_prefixlen;
-         addr.flags = body->ifa_flags;
-         addr.scope = body->ifa_scope;
-         addr.removed = message->nlmsg_type == RTM_DELADDR;
-         if (const nlattr* flags = attributes.at[IFA_FLAGS]) {
-            addr.flags = mnl_attr_get_u32(flags);
-         }
-         // IPv4's own address is IFA_LOCAL (IFA_ADDRESS is the peer's on a
-         // point-to-point link); IPv6 has IFA_ADDRESS only.
-         const nlattr* value = attributes.at[IFA_LOCAL] ? attributes.at[IFA_LOCAL] : attributes.at[IFA_ADDRESS];
-         const std::size_t size = addr.family == AF_INET ? 4 : addr.family == AF_INET6 ? 16 : 0;
-         if (!value || size == 0 || mnl_attr_get_payload_len(value) != size) {
-            return;
-         }
-         std::memcpy(addr.addr.data(), mnl_attr_get_payload(value), size);
-         hand(addr);
-         return;
-      }
-      case RTM_NEWNETCONF: {
-         const auto* body = static_cast<const netconfmsg*>(mnl_nlmsg_get_payload(message));
-         if (body->ncm_family != AF_INET) {
-            return;
-         }
-         Attributes attributes;
-         // netconfmsg is padded to 4 bytes in the message.
-         mnl_attr_parse(message, NLMSG_ALIGN(sizeof(*body)), collect, &attributes);
-         const nlattr* index = attributes.at[NETCONFA_IFINDEX];
-         const nlattr* bc = attributes.at[NETCONFA_BC_FORWARDING];
-         if (!index || !bc) {
-            return;
-         }
-         const int ifindex = static_cast<int>(mnl_attr_get_u32(index));
-         if (ifindex > 0) {  // not "all" or "default"
-            hand(NetconfRecord{ifindex, mnl_attr_get_u32(bc) != 0});
-         }
-         return;
-      }
-      default:
-         return;
+   } else if (const auto* link = std::get_if<LinkRecord>(&read)) {
+      hand(*link, dump);
+   } else if (const auto* addr = std::get_if<AddrRecord>(&read)) {
+      hand(*addr, dump);
+   } else if (const auto* netconf = std::get_if<NetconfRecord>(&read)) {
+      hand(*netconf, dump);
    }
 }
 

@@ -26,33 +26,12 @@
 #include <variant>
 #include <vector>
 
+#include "platform/linux/RtnlMessages.h"
+
 struct mnl_socket;
 struct nlmsghdr;
 
 namespace Linux {
-
-struct LinkRecord {
-   int ifindex = 0;
-   std::string name;
-   bool up = false;  // administratively (IFF_UP)
-   bool loopback = false;
-   bool removed = false;
-};
-
-struct AddrRecord {
-   int family = 0;  // AF_INET or AF_INET6
-   int ifindex = 0;
-   std::array<std::uint8_t, 16> addr{};
-   int prefixLen = 0;
-   std::uint32_t flags = 0;  // IFA_F_*
-   int scope = 0;
-   bool removed = false;
-};
-
-struct NetconfRecord {
-   int ifindex = 0;
-   bool bcForwarding = false;
-};
 
 class RtnlListener {
  public:
@@ -95,6 +74,8 @@ class RtnlSocket {
    // `maxReads` socket reads of them (a flood is taken in bounded bites, so
    // that clocks still run between them); true if more may be waiting.
    bool receive(int maxReads = 64);
+   // Messages that failed their checks (RtnlMessages.h), skipped so far.
+   std::uint64_t malformedCount() const noexcept { return malformed_; }
 
  private:
    using Record = std::variant<LinkRecord, AddrRecord, NetconfRecord>;
@@ -103,6 +84,15 @@ class RtnlSocket {
    void requestNextPart();
    void dispatch(const nlmsghdr* message, bool dump);
    void deliver(const Record& record);
+   // Events wait while a dump runs; a dump's own records go straight on.
+   template <class R>
+   void hand(const R& record, bool dump) {
+      if (!dump && dumping()) {
+         heldBack_.emplace_back(std::in_place_type<R>, record);
+      } else {
+         deliver(Record(std::in_place_type<R>, record));
+      }
+   }
 
    RtnlListener& listener_;
    mnl_socket* events_ = nullptr;
@@ -112,7 +102,8 @@ class RtnlSocket {
    std::vector<std::pair<int, int>> parts_;  // (message type, family) of the dump
    std::size_t next_ = 0;
    bool waiting_ = false;     // a part's answer is still arriving
-   bool interrupted_ = false; // the kernel flagged the dump as inconsistent
+   bool interrupted_ = false; // the kernel flagged the dump as inconsistent, or a part failed
+   std::uint64_t malformed_ = 0;
    std::uint32_t seq_ = 0;
 };
 
