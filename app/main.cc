@@ -108,163 +108,203 @@ void keepStandardDescriptorsOpen() {
    }
 }
 
+// The command line: every command, its options, and where they land.
+struct CommandLine {
+   CLI::App app{
+         "connroute: the connected-route engine of a routing agent, on an in-process platform.\n"
+         "Plays a scenario of interface, VRF, kernel and RIB state (docs/scenario.md) and prints\n"
+         "the routes, vias, via sets and readiness marks the engine writes."};
+
+   CLI::App* run = nullptr;
+   std::string scenario, trace, fastTrace, tablesDir;
+   bool json = false;
+   CLI::Option* traceOption = nullptr;
+   CLI::Option* fastTraceOption = nullptr;
+
+   CLI::App* check = nullptr;
+   std::string checkPath;
+
+   CLI::App* show = nullptr;
+   App::ShowRequest showRequest;
+   std::vector<std::pair<CLI::App*, App::ShowRequest::What>> showCommands;
+
+   CLI::App* live = nullptr;
+   App::LiveOptions liveOptions;
+
+   CLI::App* decode = nullptr;
+   std::string zmPath;
+};
+
+void addRunAndCheck(CommandLine& line) {
+   line.run = line.app.add_subcommand("run", "play a scenario (the bundled example when none is given)");
+   line.run->add_option("scenario", line.scenario, "scenario file (JSON with comments)");
+   line.run->add_flag("--json", line.json, "print the dumps as one JSON document");
+   line.run->add_option("--tables", line.tablesDir,
+                        "keep the RIB's tables in this table directory (created if absent), where "
+                        "`connroute show` reads them; rows an earlier run left are the new run's "
+                        "stale rows");
+   line.traceOption = line.run->add_option(
+         "--trace", line.trace,
+         "text trace to stderr, e.g. 'IntfBacklogSm/8,ConnectedRoute/0-7' or '*/0-9' "
+         "(replaces CONNROUTE_TRACE)");
+   line.fastTraceOption = line.run->add_option(
+         "--fast-trace", line.fastTrace,
+         "fast-trace levels to record, e.g. '1' (replaces CONNROUTE_FASTTRACE); the file is "
+         "ZMFILE or ConnectedRoute-<pid>.zm");
+   line.check = line.app.add_subcommand("check", "validate a scenario and play it without printing");
+   line.check->add_option("scenario", line.checkPath, "scenario file")->required();
+}
+
+void addShow(CommandLine& line) {
+   App::ShowRequest& request = line.showRequest;
+   line.show = line.app.add_subcommand(
+         "show", "print what a table directory holds (read while an agent writes it)");
+   line.show->add_option("--tables", request.dir, "the table directory `run --tables` writes")
+         ->required();
+   line.show->add_flag("--json", request.json, "print one JSON document");
+   line.show->require_subcommand(1);
+   auto add = [&](const char* name, const char* what, App::ShowRequest::What kind) {
+      CLI::App* command = line.show->add_subcommand(name, what);
+      command->add_flag("--json", request.json, "print one JSON document");
+      line.showCommands.emplace_back(command, kind);
+      return command;
+   };
+   auto addVrf = [&](CLI::App* command) {
+      return command->add_option("--vrf", request.vrf, "a VRF's name or identifier");
+   };
+   using What = App::ShowRequest::What;
+   CLI::App* routes = add("routes", "the routes of every VRF, with owners", What::routes);
+   CLI::App* vias = add("vias", "the vias of every VRF", What::vias);
+   for (CLI::App* command : {routes, vias}) {
+      addVrf(command);
+      command->add_option("--af", request.family, "one address family: 4 or 6")
+            ->check(CLI::IsMember({4, 6}));
+   }
+   add("viasets", "the shared via sets", What::viaSets);
+   addVrf(add("ready", "every VRF's readiness", What::ready));
+   CLI::App* prefix = add("prefix", "one prefix: its route, owner and every candidate interface",
+                          What::prefix);
+   prefix->add_option("prefix", request.prefix, "e.g. 10.1.0.0/24")->required();
+   addVrf(prefix)->required();
+   addVrf(add("summary", "per VRF: routes, vias, backlog, drains so far, longest slice",
+              What::summary));
+}
+
+void addLiveAndDecode(CommandLine& line) {
+   App::LiveOptions& options = line.liveOptions;
+   line.live = line.app.add_subcommand(
+         "live", "run the engine on this Linux host: namespaces are VRFs, fed by rtnetlink");
+   line.live->add_option("--tables", options.tablesDir,
+                         "keep the RIB's tables in this table directory (a restart over it is hitless)");
+   line.live->add_option("--vrf-ids", options.vrfIdsFile, "VRF identifiers, one 'name id' a line");
+   line.live->add_option("--netns-dir", options.netnsDir, "where named namespaces are")
+         ->capture_default_str();
+   auto* once = line.live->add_flag("--once", options.once,
+                                    "dump the tables once every VRF is ready, then stop");
+   line.live->add_flag("--json", options.json, "the --once dump as JSON")->needs(once);
+   line.live->add_option("--rcvbuf", options.receiveBuffer,
+                         "bytes each namespace's rtnetlink socket may queue; when a flood overflows "
+                         "it, the namespace is read again")
+         ->capture_default_str()
+         ->check(CLI::Range(4096, 1 << 30));
+   line.decode = line.app.add_subcommand("zmdecode", "print a fast-trace file as text");
+   line.decode->add_option("file", line.zmPath, "fast-trace file")->required();
+}
+
+int show(CommandLine& line) {
+   for (const auto& [command, what] : line.showCommands) {
+      if (*command) {
+         line.showRequest.what = what;
+      }
+   }
+   App::show(line.showRequest, std::cout);
+   flushOrFail(std::cout);
+   return 0;
+}
+
+// run and check: the trace settings first, then the play.
+int play(const CommandLine& line) {
+   checkEnvironment(line.traceOption->count() > 0, line.fastTraceOption->count() > 0);
+   if (line.traceOption->count() > 0) {
+      try {
+         Vok::traceConfigIs(line.trace);
+      } catch (const std::invalid_argument& e) {
+         throw UsageError(std::string("--trace: ") + e.what());
+      }
+   }
+   if (line.fastTraceOption->count() > 0) {
+      try {
+         Zipmark::levelsIs(line.fastTrace);
+      } catch (const std::invalid_argument& e) {
+         throw UsageError(std::string("--fast-trace: ") + e.what());
+      }
+   }
+   if (*line.check) {
+      return runScenario(line.checkPath, false, true, {});
+   }
+   return runScenario(line.scenario, line.json, false, line.tablesDir);
+}
+
+int execute(CommandLine& line, char** argv) {
+   if (line.app.get_subcommands().empty()) {
+      throw UsageError("a command is required: run, check, live, show or zmdecode (connroute --help)");
+   }
+   if (*line.run || *line.check) {
+      // A play builds every table at once on virtual time, so only its
+      // throughput counts. The live agent keeps 4 KiB pages: the first
+      // touch of a huge page inside a drain slice lengthens the slice by
+      // milliseconds, and the event loop's latency is its promise. A
+      // `show` or a decode is over before huge pages would pay.
+      Linux::restartWithHeapHugePages(argv);
+   }
+   if (*line.decode) {
+      return decodeFastTrace(line.zmPath);
+   }
+   if (*line.live) {
+      checkEnvironment(false, false);
+      return App::runLive(line.liveOptions);
+   }
+   if (*line.show) {
+      return show(line);
+   }
+   return play(line);
+}
+
+// --help and --version print and exit 0, unless their output is lost;
+// anything else is a usage error.
+int parseFailed(const CommandLine& line, const CLI::ParseError& e) {
+   if (e.get_exit_code() != 0) {
+      std::cerr << "connroute: " << e.what() << " (connroute --help lists the commands)\n";
+      return 2;
+   }
+   const int status = line.app.exit(e);
+   std::cout.flush();
+   if (!std::cout) {
+      std::cerr << "connroute: cannot write the output: " << std::strerror(errno) << "\n";
+      return 1;
+   }
+   return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
    keepStandardDescriptorsOpen();
    // A closed pipe is a write error to report, not a signal to die of.
    std::signal(SIGPIPE, SIG_IGN);
-   CLI::App app{
-         "connroute: the connected-route engine of a routing agent, on an in-process platform.\n"
-         "Plays a scenario of interface, VRF, kernel and RIB state (docs/scenario.md) and prints\n"
-         "the routes, vias, via sets and readiness marks the engine writes."};
-   app.set_version_flag("--version", "connroute " CONNROUTE_VERSION);
-   app.require_subcommand(0, 1);
-
-   std::string scenario, trace, fastTrace, tablesDir;
-   bool json = false;
-   auto* run = app.add_subcommand("run", "play a scenario (the bundled example when none is given)");
-   run->add_option("scenario", scenario, "scenario file (JSON with comments)");
-   run->add_flag("--json", json, "print the dumps as one JSON document");
-   run->add_option("--tables", tablesDir,
-                   "keep the RIB's tables in this table directory (created if absent), where "
-                   "`connroute show` reads them; rows an earlier run left are the new run's "
-                   "stale rows");
-   auto* traceOption = run->add_option(
-         "--trace", trace,
-         "text trace to stderr, e.g. 'IntfBacklogSm/8,ConnectedRoute/0-7' or '*/0-9' "
-         "(replaces CONNROUTE_TRACE)");
-   auto* fastTraceOption = run->add_option(
-         "--fast-trace", fastTrace,
-         "fast-trace levels to record, e.g. '1' (replaces CONNROUTE_FASTTRACE); the file is "
-         "ZMFILE or ConnectedRoute-<pid>.zm");
-
-   std::string checkPath;
-   auto* check = app.add_subcommand("check", "validate a scenario and play it without printing");
-   check->add_option("scenario", checkPath, "scenario file")->required();
-
-   App::ShowRequest showRequest;
-   auto* showCommand = app.add_subcommand(
-         "show", "print what a table directory holds (read while an agent writes it)");
-   showCommand->add_option("--tables", showRequest.dir, "the table directory `run --tables` writes")
-         ->required();
-   showCommand->add_flag("--json", showRequest.json, "print one JSON document");
-   showCommand->require_subcommand(1);
-   auto addVrfOption = [&](CLI::App* command, bool required) {
-      auto* option = command->add_option("--vrf", showRequest.vrf, "a VRF's name or identifier");
-      if (required) {
-         option->required();
-      }
-   };
-   auto* showRoutes = showCommand->add_subcommand("routes", "the routes of every VRF, with owners");
-   addVrfOption(showRoutes, false);
-   auto* showVias = showCommand->add_subcommand("vias", "the vias of every VRF");
-   addVrfOption(showVias, false);
-   for (auto* command : {showRoutes, showVias}) {
-      command->add_option("--af", showRequest.family, "one address family: 4 or 6")
-            ->check(CLI::IsMember({4, 6}));
-   }
-   auto* showViaSets = showCommand->add_subcommand("viasets", "the shared via sets");
-   auto* showReady = showCommand->add_subcommand("ready", "every VRF's readiness");
-   addVrfOption(showReady, false);
-   auto* showPrefix = showCommand->add_subcommand(
-         "prefix", "one prefix: its route, owner and every candidate interface");
-   showPrefix->add_option("prefix", showRequest.prefix, "e.g. 10.1.0.0/24")->required();
-   addVrfOption(showPrefix, true);
-   auto* showSummary = showCommand->add_subcommand(
-         "summary", "per VRF: routes, vias, backlog, drains so far, longest slice");
-   addVrfOption(showSummary, false);
-   for (auto* command : {showRoutes, showVias, showViaSets, showReady, showPrefix, showSummary}) {
-      command->add_flag("--json", showRequest.json, "print one JSON document");
-   }
-
-   App::LiveOptions liveOptions;
-   auto* live = app.add_subcommand(
-         "live", "run the engine on this Linux host: namespaces are VRFs, fed by rtnetlink");
-   live->add_option("--tables", liveOptions.tablesDir,
-                    "keep the RIB's tables in this table directory (a restart over it is hitless)");
-   live->add_option("--vrf-ids", liveOptions.vrfIdsFile, "VRF identifiers, one 'name id' a line");
-   live->add_option("--netns-dir", liveOptions.netnsDir, "where named namespaces are")
-         ->capture_default_str();
-   auto* once = live->add_flag("--once", liveOptions.once,
-                               "dump the tables once every VRF is ready, then stop");
-   live->add_flag("--json", liveOptions.json, "the --once dump as JSON")->needs(once);
-   live->add_option("--rcvbuf", liveOptions.receiveBuffer,
-                    "bytes each namespace's rtnetlink socket may queue; when a flood overflows it, "
-                    "the namespace is read again")
-         ->capture_default_str()
-         ->check(CLI::Range(4096, 1 << 30));
-
-   std::string zmPath;
-   auto* decode = app.add_subcommand("zmdecode", "print a fast-trace file as text");
-   decode->add_option("file", zmPath, "fast-trace file")->required();
-
+   CommandLine line;
+   line.app.set_version_flag("--version", "connroute " CONNROUTE_VERSION);
+   line.app.require_subcommand(0, 1);
+   addRunAndCheck(line);
+   addShow(line);
+   addLiveAndDecode(line);
    try {
-      app.parse(argc, argv);
+      line.app.parse(argc, argv);
    } catch (const CLI::ParseError& e) {
-      if (e.get_exit_code() == 0) {
-         const int status = app.exit(e);  // --help, --version
-         std::cout.flush();
-         if (!std::cout) {
-            std::cerr << "connroute: cannot write the output: " << std::strerror(errno) << "\n";
-            return 1;
-         }
-         return status;
-      }
-      std::cerr << "connroute: " << e.what() << " (connroute --help lists the commands)\n";
-      return 2;
+      return parseFailed(line, e);
    }
    try {
-      if (app.get_subcommands().empty()) {
-         throw UsageError("a command is required: run, check, live, show or zmdecode (connroute --help)");
-      }
-      if (*run || *check) {
-         // A play builds every table at once on virtual time, so only its
-         // throughput counts. The live agent keeps 4 KiB pages: the first
-         // touch of a huge page inside a drain slice lengthens the slice by
-         // milliseconds, and the event loop's latency is its promise. A
-         // `show` or a decode is over before huge pages would pay.
-         Linux::restartWithHeapHugePages(argv);
-      }
-      if (*decode) {
-         return decodeFastTrace(zmPath);
-      }
-      if (*live) {
-         checkEnvironment(false, false);
-         return App::runLive(liveOptions);
-      }
-      if (*showCommand) {
-         using What = App::ShowRequest::What;
-         for (auto [command, what] : {std::pair{showRoutes, What::routes}, {showVias, What::vias},
-                                      {showViaSets, What::viaSets}, {showReady, What::ready},
-                                      {showPrefix, What::prefix}, {showSummary, What::summary}}) {
-            if (*command) {
-               showRequest.what = what;
-            }
-         }
-         App::show(showRequest, std::cout);
-         flushOrFail(std::cout);
-         return 0;
-      }
-      checkEnvironment(traceOption->count() > 0, fastTraceOption->count() > 0);
-      if (traceOption->count() > 0) {
-         try {
-            Vok::traceConfigIs(trace);
-         } catch (const std::invalid_argument& e) {
-            throw UsageError(std::string("--trace: ") + e.what());
-         }
-      }
-      if (fastTraceOption->count() > 0) {
-         try {
-            Zipmark::levelsIs(fastTrace);
-         } catch (const std::invalid_argument& e) {
-            throw UsageError(std::string("--fast-trace: ") + e.what());
-         }
-      }
-      if (*check) {
-         return runScenario(checkPath, false, true, {});
-      }
-      return runScenario(scenario, json, false, tablesDir);
+      return execute(line, argv);
    } catch (const UsageError& e) {
       std::cerr << "connroute: " << e.what() << "\n";
       return 2;
