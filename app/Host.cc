@@ -75,6 +75,23 @@ bool Host::drained() const {
    return true;
 }
 
+Host::Totals Host::totals() const {
+   Totals totals;
+   if (!root_) {
+      return totals;
+   }
+   for (const auto& [name, container] : root_->containerSm()) {
+      ++totals.vrfs;
+      for (const auto& table : {container->route4Config(), container->route6Config()}) {
+         totals.routes += table ? table->routeCount() : 0;
+      }
+      if (container->intfBacklogSm()) {
+         totals.backlog += container->intfBacklogSm()->pendingCount();
+      }
+   }
+   return totals;
+}
+
 Host::~Host() {
    am_.turnEndHandlerIs(nullptr);
    root_ = nullptr;

@@ -48,6 +48,14 @@ class Host {
    // drained its backlog.
    std::vector<std::string> readyVrfs() const;
    bool drained() const;
+   // Over every VRF the engine serves: how many, their routes (both
+   // families), and the backlog entries still to drain.
+   struct Totals {
+      std::size_t vrfs = 0;
+      std::size_t routes = 0;
+      std::size_t backlog = 0;
+   };
+   Totals totals() const;
 
  private:
    void apply(const VrfIdMapStep& s);

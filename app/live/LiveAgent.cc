@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstring>
@@ -24,8 +25,10 @@
 #include "app/TablePublisher.h"
 #include "app/TableRows.h"
 #include "app/live/NamespaceFeed.h"
+#include "app/live/ServiceNotifier.h"
 #include "app/live/VrfIds.h"
 #include "platform/kordb/EntityManager.h"
+#include "platform/linux/Fd.h"
 
 namespace App {
 
@@ -33,18 +36,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Closes a descriptor when it goes.
-struct Fd {
-   explicit Fd(int fd = -1) : fd(fd) {}
-   ~Fd() {
-      if (fd >= 0) {
-         ::close(fd);
-      }
-   }
-   Fd(const Fd&) = delete;
-   Fd& operator=(const Fd&) = delete;
-   int fd;
-};
+using Linux::Fd;
 
 // Tags of the descriptors in the epoll set that are not sockets (those
 // carry their Served's address, never this small).
@@ -105,6 +97,8 @@ class LiveLoop {
    void afterTurns();
    bool everythingReady() const;
    void clearUnservedTables();
+   void tellServiceManager();
+   int epollTimeout() const;
 
    LiveOptions options_;
    std::shared_ptr<Plim::RowDatabase> tables_;
@@ -117,6 +111,7 @@ class LiveLoop {
    std::set<std::string> unservable_;       // files that are no namespace
    std::set<std::string> badNames_;         // names no VRF can have: reported once
    std::set<std::string> announcedReady_;
+   ServiceNotifier notifier_;
    bool verified_ = false;
    bool stopping_ = false;
 };
@@ -352,9 +347,40 @@ void LiveLoop::afterTurns() {
    }
 }
 
+double monotonicSeconds() {
+   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+void LiveLoop::tellServiceManager() {
+   const Host::Totals totals = host_->totals();
+   const std::size_t ready = host_->readyVrfs().size();
+   notifier_.statusIs("VRFs served " + std::to_string(totals.vrfs) + ", ready " + std::to_string(ready) +
+                            ", routes " + std::to_string(totals.routes) + ", backlog " +
+                            std::to_string(totals.backlog),
+                      monotonicSeconds());
+   if (everythingReady()) {
+      notifier_.ready();
+   }
+}
+
+// Until the next clock, the next message to the service manager, or the
+// next try of a namespace not yet enterable, whichever comes first.
+int LiveLoop::epollTimeout() const {
+   std::optional<double> next = host_->secondsToNextClock();
+   if (const auto message = notifier_.secondsToNextMessage(monotonicSeconds())) {
+      next = next ? std::min(*next, *message) : *message;
+   }
+   int timeout = next ? static_cast<int>(std::ceil(std::min(*next, 3600.0) * 1e3)) : -1;
+   if (!retries_.empty() && (timeout < 0 || timeout > 20)) {
+      timeout = 20;
+   }
+   return timeout;
+}
+
 int LiveLoop::run() {
    for (;;) {
       afterTurns();
+      tellServiceManager();
       if (options_.once && everythingReady()) {
          auto writer = options_.json ? jsonDumpWriter(std::cout) : textDumpWriter(std::cout);
          writer->scenarioBegin("live", "every VRF ready");
@@ -364,6 +390,7 @@ int LiveLoop::run() {
          stopping_ = true;
       }
       if (stopping_) {
+         notifier_.stopping();
          publish(StopStep{});
          std::cerr << "connroute: stopped\n";
          if (!std::cout) {
@@ -371,15 +398,8 @@ int LiveLoop::run() {
          }
          return 0;
       }
-      int timeout = -1;
-      if (auto next = host_->secondsToNextClock()) {
-         timeout = static_cast<int>(std::ceil(std::min(*next, 3600.0) * 1e3));
-      }
-      if (!retries_.empty() && (timeout < 0 || timeout > 20)) {
-         timeout = 20;
-      }
       epoll_event events[16];
-      const int n = ::epoll_wait(epoll_.fd, events, 16, timeout);
+      const int n = ::epoll_wait(epoll_.fd, events, 16, epollTimeout());
       if (n < 0 && errno != EINTR) {
          throw LiveError(std::string("epoll: ") + std::strerror(errno));
       }
@@ -405,6 +425,7 @@ int LiveLoop::run() {
          rescanNamespaces();
       }
       host_->runDueClocks();
+      notifier_.tick(monotonicSeconds());
    }
 }
 
