@@ -4,6 +4,7 @@
 // family's, a link name a link can have); reading past a message's end is
 // caught by the sanitizers, anything else that goes wrong aborts.
 #include <linux/if.h>
+#include <linux/netconf.h>
 #include <sys/socket.h>
 
 #include <cstdint>
@@ -29,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             std::abort();
          }
       } else if (const auto* netconf = std::get_if<Linux::NetconfRecord>(&read)) {
-         if (netconf->ifindex <= 0) {
+         if (netconf->ifindex <= 0 && netconf->ifindex != NETCONFA_IFINDEX_ALL) {
             std::abort();
          }
       }

@@ -98,6 +98,7 @@ class LiveLoop {
    bool everythingReady() const;
    void clearUnservedTables();
    void tellServiceManager();
+   void readSettingsWhenDue();
    int epollTimeout() const;
 
    LiveOptions options_;
@@ -112,6 +113,7 @@ class LiveLoop {
    std::set<std::string> badNames_;         // names no VRF can have: reported once
    std::set<std::string> announcedReady_;
    ServiceNotifier notifier_;
+   double nextSettingsRead_ = 0;  // monotonic seconds
    bool verified_ = false;
    bool stopping_ = false;
 };
@@ -363,13 +365,33 @@ void LiveLoop::tellServiceManager() {
    }
 }
 
-// Until the next clock, the next message to the service manager, or the
-// next try of a namespace not yet enterable, whichever comes first.
+// The kernel announces no change of bc_forwarding, so every namespace's
+// settings are read again this often: a change reaches the routes within
+// about a second.
+constexpr double kSettingsPeriod = 1.0;
+
+void LiveLoop::readSettingsWhenDue() {
+   const double now = monotonicSeconds();
+   if (now < nextSettingsRead_) {
+      return;
+   }
+   for (auto& [netns, served] : served_) {
+      served.socket->refreshSettings();
+   }
+   nextSettingsRead_ = now + kSettingsPeriod;
+}
+
+// Until the next clock, the next message to the service manager, the next
+// read of the settings, or the next try of a namespace not yet enterable,
+// whichever comes first.
 int LiveLoop::epollTimeout() const {
+   const double now = monotonicSeconds();
    std::optional<double> next = host_->secondsToNextClock();
-   if (const auto message = notifier_.secondsToNextMessage(monotonicSeconds())) {
+   if (const auto message = notifier_.secondsToNextMessage(now)) {
       next = next ? std::min(*next, *message) : *message;
    }
+   const double settings = std::max(nextSettingsRead_ - now, 0.0);
+   next = next ? std::min(*next, settings) : settings;
    int timeout = next ? static_cast<int>(std::ceil(std::min(*next, 3600.0) * 1e3)) : -1;
    if (!retries_.empty() && (timeout < 0 || timeout > 20)) {
       timeout = 20;
@@ -426,6 +448,7 @@ int LiveLoop::run() {
       }
       host_->runDueClocks();
       notifier_.tick(monotonicSeconds());
+      readSettingsWhenDue();
    }
 }
 

@@ -1,6 +1,7 @@
 #include "app/live/NamespaceFeed.h"
 
 #include <linux/if_addr.h>
+#include <linux/netconf.h>
 #include <linux/rtnetlink.h>
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -178,8 +179,25 @@ void NamespaceFeed::onAddr(const Linux::AddrRecord& record) {
    }
 }
 
+// The kernel forwards a directed broadcast only when bc_forwarding is on
+// for the link and for "all" alike.
 void NamespaceFeed::onNetconf(const Linux::NetconfRecord& netconf) {
+   if (netconf.ifindex == NETCONFA_IFINDEX_ALL) {
+      if (allBcForwarding_ == netconf.bcForwarding) {
+         return;
+      }
+      allBcForwarding_ = netconf.bcForwarding;
+      if (publishing()) {
+         for (auto& [ifindex, link] : links_) {
+            sync(link);
+         }
+      }
+      return;
+   }
    Link& link = linkAt(netconf.ifindex);
+   if (link.bcForwarding == netconf.bcForwarding) {
+      return;  // read again every second: most reads change nothing
+   }
    link.bcForwarding = netconf.bcForwarding;
    if (publishing()) {
       sync(link);
@@ -281,8 +299,9 @@ void NamespaceFeed::syncV4(Link& link) {
    if (active != link.active) {
       step.active = active;
    }
-   if (!link.hasV4 || link.bcForwarding != link.publishedBc) {
-      step.directedBroadcast = link.bcForwarding;
+   const bool directedBroadcast = link.bcForwarding && allBcForwarding_;
+   if (!link.hasV4 || directedBroadcast != link.publishedBc) {
+      step.directedBroadcast = directedBroadcast;
    }
    if (!link.hasV4 || step.active || step.directedBroadcast || !step.secondaries.empty() ||
        !step.removeSecondaries.empty()) {
@@ -290,7 +309,7 @@ void NamespaceFeed::syncV4(Link& link) {
    }
    link.hasV4 = true;
    link.active = active;
-   link.publishedBc = link.bcForwarding;
+   link.publishedBc = directedBroadcast;
 }
 
 void NamespaceFeed::syncV6(Link& link) {

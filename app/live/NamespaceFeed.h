@@ -115,6 +115,7 @@ class NamespaceFeed final : public Linux::RtnlListener {
    Publish publish_;
    std::map<int, Link> links_;  // by ifindex
    bool synced_ = false;
+   bool allBcForwarding_ = false;  // net.ipv4.conf.all.bc_forwarding
    bool dumping_ = false;
    bool wantsDump_ = true;
 };

@@ -140,8 +140,8 @@ Message readNetconf(const nlmsghdr* message) {
       return Unread{};  // another setting changed
    }
    const int ifindex = static_cast<int>(mnl_attr_get_u32(index));
-   if (ifindex <= 0) {
-      return Unread{};  // "all" or "default"
+   if (ifindex <= 0 && ifindex != NETCONFA_IFINDEX_ALL) {
+      return Unread{};  // "default", for links yet to come
    }
    return NetconfRecord{ifindex, mnl_attr_get_u32(bc) != 0};
 }

@@ -33,7 +33,7 @@ struct AddrRecord {
 };
 
 struct NetconfRecord {
-   int ifindex = 0;
+   int ifindex = 0;  // a link's, or NETCONFA_IFINDEX_ALL for the namespace's "all"
    bool bcForwarding = false;
 };
 

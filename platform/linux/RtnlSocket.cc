@@ -100,13 +100,37 @@ void RtnlSocket::dump() {
              {RTM_GETNETCONF, AF_INET}};
    next_ = 0;
    interrupted_ = false;
+   settingsOnly_ = false;
    heldBack_.clear();  // all older than what this dump will read
    if (!waiting_) {
       requestNextPart();
    }
 }
 
+void RtnlSocket::refreshSettings() {
+   if (dumping()) {
+      return;
+   }
+   parts_ = {{RTM_GETNETCONF, AF_INET}};
+   next_ = 0;
+   interrupted_ = false;
+   settingsOnly_ = true;
+   requestNextPart();
+}
+
 void RtnlSocket::requestNextPart() {
+   if (next_ == parts_.size() && settingsOnly_) {
+      // Nothing to reconcile: what was read came as events do, and an
+      // inconsistent read is corrected by the next one.
+      waiting_ = false;
+      settingsOnly_ = false;
+      std::vector<Record> held;
+      held.swap(heldBack_);
+      for (const Record& record : held) {
+         deliver(record);
+      }
+      return;
+   }
    if (next_ == parts_.size()) {
       waiting_ = false;
       if (interrupted_) {

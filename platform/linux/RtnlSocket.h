@@ -70,6 +70,10 @@ class RtnlSocket {
    // netconf, one after the other; onDumpDone() when the last is in.
    void dump();
    bool dumping() const noexcept { return next_ < parts_.size() || waiting_; }
+   // Reads the IPv4 settings again (netconf), unless a dump runs: the
+   // kernel announces no change of bc_forwarding, so it can only be read.
+   // The records come as events would; onDumpDone() is not called.
+   void refreshSettings();
    // Reads and dispatches the messages waiting on the socket, at most
    // `maxReads` socket reads of them (a flood is taken in bounded bites, so
    // that clocks still run between them); true if more may be waiting.
@@ -101,6 +105,7 @@ class RtnlSocket {
    std::vector<char> buffer_;
    std::vector<std::pair<int, int>> parts_;  // (message type, family) of the dump
    std::size_t next_ = 0;
+   bool settingsOnly_ = false;  // the dump running is refreshSettings()'s
    bool waiting_ = false;     // a part's answer is still arriving
    bool interrupted_ = false; // the kernel flagged the dump as inconsistent, or a part failed
    std::uint64_t malformed_ = 0;

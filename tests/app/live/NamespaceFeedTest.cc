@@ -7,6 +7,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <linux/if_addr.h>
+#include <linux/netconf.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
@@ -106,6 +107,8 @@ struct Kernel {
       bool bc = false;
    };
    std::map<int, Link> links;
+   // net.ipv4.conf.all.bc_forwarding: directed broadcast needs it and the link's.
+   bool allBc = false;
 
    static Linux::LinkRecord linkRecord(int ifindex, const Link& l, bool removed = false) {
       return Linux::LinkRecord{ifindex, l.name, l.up, ifindex == 1, removed};
@@ -175,6 +178,7 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
             }
             feed.onNetconf(Linux::NetconfRecord{i, l.bc});
          }
+         feed.onNetconf(Linux::NetconfRecord{NETCONFA_IFINDEX_ALL, kernel.allBc});
          feed.onDumpDone();
          lost = false;
       };
@@ -243,10 +247,15 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
                tell(Kernel::v6Record(ifindex, x, at->second, true));
                l.v6.erase(at);
             }
-         } else if (what < 88) {
+         } else if (what < 86) {
             l.bc = !l.bc;
             if (!lost) {
                feed.onNetconf(Linux::NetconfRecord{ifindex, l.bc});
+            }
+         } else if (what < 88) {
+            kernel.allBc = !kernel.allBc;
+            if (!lost) {
+               feed.onNetconf(Linux::NetconfRecord{NETCONFA_IFINDEX_ALL, kernel.allBc});
             }
          } else if (what < 92) {
             lost = true;  // the kernel drops messages from now on...
@@ -271,7 +280,7 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
             }
             if (!l.v4.empty()) {
                Platform::V4& s = expected.v4[intf];
-               s.bc = l.bc;
+               s.bc = l.bc && kernel.allBc;
                for (const auto& a : l.v4) {
                   if (!a.secondary && s.active.addr().isZero()) {
                      s.active = v4(a.addr, a.len);

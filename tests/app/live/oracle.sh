@@ -152,6 +152,26 @@ ip -n "$A" -batch "$work/add.batch"
 ip -n "$A" -batch "$work/del.batch"
 settled "$A"
 
+# bc_forwarding: a directed broadcast is forwarded only when it is on for
+# the link and for "all"; the kernel announces no change of it, so the
+# agent reads the settings every second. a0 has it on since the start.
+bc_type() { # NS PREFIX: the type of the engine's route for PREFIX in NS's VRF
+  "$connroute" show --tables "$work/tables" routes --vrf "$1" --json |
+    /usr/bin/python3 -c 'import json, sys
+d = json.load(sys.stdin)
+print(next((r["type"] for v in d["vrfs"] for r in v["ipv4Routes"] if r["prefix"] == sys.argv[1]), "none"))' "$2"
+}
+expect_type() { # NS PREFIX TYPE WHY: within 5 s
+  local deadline=$((SECONDS + 5)) type
+  while type=$(bc_type "$1" "$2"); [ "$type" != "$3" ] && [ $SECONDS -lt $deadline ]; do sleep 0.1; done
+  [ "$type" = "$3" ] || { echo "$4: $2 has type $type, not $3" >&2; failures=$((failures + 1)); }
+}
+expect_type "$A" 10.2.0.255/32 3 "bc_forwarding on for a0 only"
+ip netns exec "$A" sysctl -qw net.ipv4.conf.all.bc_forwarding=1
+expect_type "$A" 10.2.0.255/32 4 "bc_forwarding on for a0 and all"
+ip netns exec "$A" sysctl -qw net.ipv4.conf.a0.bc_forwarding=0
+expect_type "$A" 10.2.0.255/32 3 "bc_forwarding on for all only"
+
 kill "$agent"
 wait "$agent"
 status=$?

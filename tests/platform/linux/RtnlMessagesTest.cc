@@ -109,6 +109,7 @@ TEST(RtnlMessages, WellFormedMessagesGiveTheirRecords) {
    const auto setting = std::get<Linux::NetconfRecord>(netconf(3));
    EXPECT_EQ(setting.ifindex, 3);
    EXPECT_TRUE(setting.bcForwarding);
+   EXPECT_EQ(std::get<Linux::NetconfRecord>(netconf(NETCONFA_IFINDEX_ALL)).ifindex, NETCONFA_IFINDEX_ALL);
 
    Built done(NLMSG_DONE);
    EXPECT_TRUE(std::holds_alternative<Linux::PartDone>(Linux::readMessage(done.header())));
@@ -127,7 +128,7 @@ TEST(RtnlMessages, MessagesOfNoInterestAreUnread) {
           link([](Built& m) {
              static_cast<ifinfomsg*>(mnl_nlmsg_get_payload(m.header()))->ifi_family = AF_BRIDGE;
           })},
-         {"the 'all' setting", netconf(NETCONFA_IFINDEX_ALL)},
+         {"the setting for links yet to come", netconf(NETCONFA_IFINDEX_DEFAULT)},
          {"another setting changed", [] {
              Built m(RTM_NEWNETCONF);
              m.body<netconfmsg>()->ncm_family = AF_INET;
