@@ -69,165 +69,214 @@ Agent::StartupMode startupMode(const json& v) {
 
 bool flagTrue(Reader& r, const std::string& name) { return r.has(name) && r.get(name, boolean); }
 
-Action parseAction(const std::string& kind, const json& value, Reader& r) {
-   if (kind == "vrfIdMap") {
-      return vrfIdMapStep(r);
+Action parseVrfIdMap(const json& /*value*/, Reader& r) {
+   return vrfIdMapStep(r);
+}
+
+Action parseVrfLocal(const json& /*value*/, Reader& r) {
+   VrfLocalStep s;
+   s.vrf = r.get("vrf", vrfName);
+   s.remove = flagTrue(r, "remove");
+   s.state = r.maybe("state", vrfState);
+   s.netns = r.maybe("netns", netns);
+   if (s.remove == (s.state || s.netns)) {
+      r.fail(s.remove ? "'remove' takes no other field" : "expected 'state', 'netns' or 'remove'");
    }
-   if (kind == "vrfLocal") {
-      VrfLocalStep s;
-      s.vrf = r.get("vrf", vrfName);
-      s.remove = flagTrue(r, "remove");
-      s.state = r.maybe("state", vrfState);
-      s.netns = r.maybe("netns", netns);
-      if (s.remove == (s.state || s.netns)) {
-         r.fail(s.remove ? "'remove' takes no other field" : "expected 'state', 'netns' or 'remove'");
+   return s;
+}
+
+Action parseKernel(const json& /*value*/, Reader& r) {
+   KernelStep s;
+   s.netns = r.get("netns", netns);
+   auto devices = [](const json& v) { return list(v, device); };
+   s.up = r.maybe("up", devices).value_or(std::vector<std::string>{});
+   s.down = r.maybe("down", devices).value_or(std::vector<std::string>{});
+   return s;
+}
+
+Action parseInterface(const json& /*value*/, Reader& r) {
+   InterfaceStep s;
+   s.intf = r.get("intf", intfId);
+   s.remove = flagTrue(r, "remove");
+   s.device = r.maybe("device", device);
+   s.netns = r.maybe("netns", netns);
+   return s;
+}
+
+Action parseIpv4(const json& /*value*/, Reader& r) {
+   Ipv4Step s;
+   s.vrf = r.get("vrf", vrfName);
+   s.intf = r.get("intf", intfId);
+   s.remove = flagTrue(r, "removeInterface");
+   s.active = r.maybe("active", v4);
+   if (r.has("secondaries")) {
+      const json& secondaries = r.field("secondaries");
+      if (!secondaries.is_object()) {
+         r.fail("field 'secondaries': expected an object of addresses to true or false");
       }
-      return s;
-   }
-   if (kind == "kernel") {
-      KernelStep s;
-      s.netns = r.get("netns", netns);
-      auto devices = [](const json& v) { return list(v, device); };
-      s.up = r.maybe("up", devices).value_or(std::vector<std::string>{});
-      s.down = r.maybe("down", devices).value_or(std::vector<std::string>{});
-      return s;
-   }
-   if (kind == "interface") {
-      InterfaceStep s;
-      s.intf = r.get("intf", intfId);
-      s.remove = flagTrue(r, "remove");
-      s.device = r.maybe("device", device);
-      s.netns = r.maybe("netns", netns);
-      return s;
-   }
-   if (kind == "ipv4") {
-      Ipv4Step s;
-      s.vrf = r.get("vrf", vrfName);
-      s.intf = r.get("intf", intfId);
-      s.remove = flagTrue(r, "removeInterface");
-      s.active = r.maybe("active", v4);
-      if (r.has("secondaries")) {
-         const json& secondaries = r.field("secondaries");
-         if (!secondaries.is_object()) {
-            r.fail("field 'secondaries': expected an object of addresses to true or false");
+      for (const auto& [addr, active] : secondaries.items()) {
+         try {
+            s.secondaries.emplace(Ovel::IpAddrWithMask::parse(addr), boolean(active));
+         } catch (const std::exception& e) {
+            r.fail("field 'secondaries': " + std::string(e.what()));
          }
-         for (const auto& [addr, active] : secondaries.items()) {
-            try {
-               s.secondaries.emplace(Ovel::IpAddrWithMask::parse(addr), boolean(active));
-            } catch (const std::exception& e) {
-               r.fail("field 'secondaries': " + std::string(e.what()));
+      }
+   }
+   s.removeSecondaries = r.maybe("removeSecondaries", [](const json& v) { return list(v, v4); })
+                               .value_or(std::vector<Ovel::IpAddrWithMask>{});
+   s.directedBroadcast = r.maybe("directedBroadcast", boolean);
+   return s;
+}
+
+Action parseIpv6(const json& /*value*/, Reader& r) {
+   Ipv6Step s;
+   s.vrf = r.get("vrf", vrfName);
+   s.intf = r.get("intf", intfId);
+   s.remove = flagTrue(r, "removeInterface");
+   auto addrs = [](const json& v) { return list(v, v6); };
+   s.add = r.maybe("add", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
+   s.removeAddrs = r.maybe("remove", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
+   s.makeDefault = r.maybe("default", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
+   return s;
+}
+
+// ipv4Collection and ipv6Collection.
+Action parseCollection(int family, Reader& r) {
+   return CollectionStep{family, r.get("vrf", vrfName), r.get("present", boolean)};
+}
+
+Action parseRibAwaits(const json& /*value*/, Reader& r) {
+   auto names = [](const json& v) { return list(v, vrfName); };
+   return RibAwaitsStep{r.maybe("add", names).value_or(std::vector<L3::VrfName>{}),
+                        r.maybe("remove", names).value_or(std::vector<L3::VrfName>{})};
+}
+
+Action parseStart(const json& /*value*/, Reader& r) {
+   return StartStep{r.maybe("startupMode", startupMode).value_or(Agent::StartupMode::coldStart)};
+}
+
+Action parseStop(const json& /*value*/, Reader& /*r*/) {
+   return StopStep{};
+}
+
+Action parseStartReadyVerification(const json& value, Reader& /*r*/) {
+   return VerificationStep{boolean(value)};
+}
+
+Action parseToggle(const json& value, Reader& r) {
+   if (value.size() != 1) {
+      r.fail("expected one toggle, like {\"VrfScaleToggle\": true}");
+   }
+   const std::string name = value.begin().key();
+   if (!knownToggles().contains(name)) {
+      r.fail("unknown toggle '" + name + "' (" + knownTogglesText() + ")");
+   }
+   return ToggleStep{name, r.get(name, boolean)};
+}
+
+Action parseEnv(const json& /*value*/, Reader& r) {
+   EnvStep s;
+   for (const auto& [name, v] : r.object().items()) {
+      if (!kEnvironment.contains(name)) {
+         r.fail("unknown environment variable '" + name + "'");
+      }
+      r.field(name);
+      if (v.is_null()) {
+         s.values[name] = std::nullopt;
+      } else if (v.is_string()) {
+         s.values[name] = v.get<std::string>();
+      } else {
+         r.fail("variable '" + name + "': expected a string, or null to unset it");
+      }
+   }
+   return s;
+}
+
+Action parseAdvance(const json& value, Reader& /*r*/) {
+   return AdvanceStep{duration(value)};
+}
+
+Action parseRun(const json& value, Reader& r) {
+   if (value.is_string() && value.get<std::string>() == "idle") {
+      return RunStep{3600.0};
+   }
+   return RunStep{r.get("limit", duration)};
+}
+
+Action parseDump(const json& value, Reader& /*r*/) {
+   return DumpStep{text(value)};
+}
+
+Action parseStale(const json& /*value*/, Reader& r) {
+   StaleStep s;
+   s.vrfId = r.get("vrfId", vrfId);
+   auto prefixes = [](Ovel::AddressFamily family) {
+      return [family](const json& v) {
+         return list(v, [family](const json& p) {
+            const Ovel::IpGenPrefix prefix = Ovel::IpGenPrefix::parse(text(p));
+            if (prefix.af() != family) {
+               throw std::invalid_argument("'" + prefix.toString() + "' is not an " +
+                                           (family == Ovel::AddressFamily::ipv4 ? "IPv4" : "IPv6") +
+                                           " prefix");
             }
-         }
-      }
-      s.removeSecondaries = r.maybe("removeSecondaries", [](const json& v) { return list(v, v4); })
-                                  .value_or(std::vector<Ovel::IpAddrWithMask>{});
-      s.directedBroadcast = r.maybe("directedBroadcast", boolean);
-      return s;
-   }
-   if (kind == "ipv6") {
-      Ipv6Step s;
-      s.vrf = r.get("vrf", vrfName);
-      s.intf = r.get("intf", intfId);
-      s.remove = flagTrue(r, "removeInterface");
-      auto addrs = [](const json& v) { return list(v, v6); };
-      s.add = r.maybe("add", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
-      s.removeAddrs = r.maybe("remove", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
-      s.makeDefault = r.maybe("default", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
-      return s;
-   }
-   if (kind == "ipv4Collection" || kind == "ipv6Collection") {
-      return CollectionStep{kind == "ipv4Collection" ? 4 : 6, r.get("vrf", vrfName),
-                            r.get("present", boolean)};
-   }
-   if (kind == "ribAwaits") {
-      auto names = [](const json& v) { return list(v, vrfName); };
-      return RibAwaitsStep{r.maybe("add", names).value_or(std::vector<L3::VrfName>{}),
-                           r.maybe("remove", names).value_or(std::vector<L3::VrfName>{})};
-   }
-   if (kind == "start") {
-      return StartStep{r.maybe("startupMode", startupMode).value_or(Agent::StartupMode::coldStart)};
-   }
-   if (kind == "stop") {
-      return StopStep{};
-   }
-   if (kind == "startReadyVerification") {
-      return VerificationStep{boolean(value)};
-   }
-   if (kind == "toggle") {
-      if (value.size() != 1) {
-         r.fail("expected one toggle, like {\"VrfScaleToggle\": true}");
-      }
-      const std::string name = value.begin().key();
-      if (!knownToggles().contains(name)) {
-         r.fail("unknown toggle '" + name + "' (" + knownTogglesText() + ")");
-      }
-      return ToggleStep{name, r.get(name, boolean)};
-   }
-   if (kind == "env") {
-      EnvStep s;
-      for (const auto& [name, v] : r.object().items()) {
-         if (!kEnvironment.contains(name)) {
-            r.fail("unknown environment variable '" + name + "'");
-         }
-         r.field(name);
-         if (v.is_null()) {
-            s.values[name] = std::nullopt;
-         } else if (v.is_string()) {
-            s.values[name] = v.get<std::string>();
-         } else {
-            r.fail("variable '" + name + "': expected a string, or null to unset it");
-         }
-      }
-      return s;
-   }
-   if (kind == "advance") {
-      return AdvanceStep{duration(value)};
-   }
-   if (kind == "run") {
-      if (value.is_string() && value.get<std::string>() == "idle") {
-         return RunStep{3600.0};
-      }
-      return RunStep{r.get("limit", duration)};
-   }
-   if (kind == "dump") {
-      return DumpStep{text(value)};
-   }
-   if (kind == "stale") {
-      StaleStep s;
-      s.vrfId = r.get("vrfId", vrfId);
-      auto prefixes = [](Ovel::AddressFamily family) {
-         return [family](const json& v) {
-            return list(v, [family](const json& p) {
-               const Ovel::IpGenPrefix prefix = Ovel::IpGenPrefix::parse(text(p));
-               if (prefix.af() != family) {
-                  throw std::invalid_argument("'" + prefix.toString() + "' is not an " +
-                                              (family == Ovel::AddressFamily::ipv4 ? "IPv4" : "IPv6") +
-                                              " prefix");
-               }
-               return prefix.toString();
-            });
-         };
+            return prefix.toString();
+         });
       };
-      s.ipv4Routes = r.maybe("ipv4Routes", prefixes(Ovel::AddressFamily::ipv4))
-                           .value_or(std::vector<std::string>{});
-      s.ipv6Routes = r.maybe("ipv6Routes", prefixes(Ovel::AddressFamily::ipv6))
-                           .value_or(std::vector<std::string>{});
-      s.vias = r.maybe("vias", [](const json& v) { return list(v, intfId); })
-                     .value_or(std::vector<Ovel::IntfId>{});
-      s.viaSets = r.maybe("viaSets", [](const json& v) {
-                      if (!v.is_number_unsigned() || v.get<std::uint64_t>() > kMaxStaleViaSets) {
-                         throw std::invalid_argument("expected a count 0.." +
-                                                     std::to_string(kMaxStaleViaSets));
-                      }
-                      return v.get<std::size_t>();
-                   }).value_or(0);
-      s.protoVrfStatus = r.maybe("protoVrfStatus", [](const json& v) { return list(v, vrfName); })
-                               .value_or(std::vector<L3::VrfName>{});
-      return s;
+   };
+   s.ipv4Routes = r.maybe("ipv4Routes", prefixes(Ovel::AddressFamily::ipv4))
+                        .value_or(std::vector<std::string>{});
+   s.ipv6Routes = r.maybe("ipv6Routes", prefixes(Ovel::AddressFamily::ipv6))
+                        .value_or(std::vector<std::string>{});
+   s.vias = r.maybe("vias", [](const json& v) { return list(v, intfId); })
+                  .value_or(std::vector<Ovel::IntfId>{});
+   s.viaSets = r.maybe("viaSets", [](const json& v) {
+                   if (!v.is_number_unsigned() || v.get<std::uint64_t>() > kMaxStaleViaSets) {
+                      throw std::invalid_argument("expected a count 0.." +
+                                                  std::to_string(kMaxStaleViaSets));
+                   }
+                   return v.get<std::size_t>();
+                }).value_or(0);
+   s.protoVrfStatus = r.maybe("protoVrfStatus", [](const json& v) { return list(v, vrfName); })
+                            .value_or(std::vector<L3::VrfName>{});
+   return s;
+}
+
+using StepParser = Action (*)(const json& value, Reader& r);
+
+// Every step kind with its parser, in the order the documentation gives.
+const std::vector<std::pair<std::string_view, StepParser>>& stepParsers() {
+   static const std::vector<std::pair<std::string_view, StepParser>> parsers = {
+         {"vrfIdMap", parseVrfIdMap},
+         {"vrfLocal", parseVrfLocal},
+         {"kernel", parseKernel},
+         {"interface", parseInterface},
+         {"ipv4", parseIpv4},
+         {"ipv6", parseIpv6},
+         {"ipv4Collection", [](const json&, Reader& r) { return parseCollection(4, r); }},
+         {"ipv6Collection", [](const json&, Reader& r) { return parseCollection(6, r); }},
+         {"ribAwaits", parseRibAwaits},
+         {"start", parseStart},
+         {"stop", parseStop},
+         {"startReadyVerification", parseStartReadyVerification},
+         {"toggle", parseToggle},
+         {"env", parseEnv},
+         {"advance", parseAdvance},
+         {"run", parseRun},
+         {"dump", parseDump},
+         {"stale", parseStale},
+   };
+   return parsers;
+}
+
+Action parseAction(const std::string& kind, const json& value, Reader& r) {
+   std::string kinds;
+   for (const auto& [name, parse] : stepParsers()) {
+      if (name == kind) {
+         return parse(value, r);
+      }
+      kinds += (kinds.empty() ? "" : ", ") + std::string(name);
    }
-   r.fail("unknown step kind '" + kind +
-          "' (vrfIdMap, vrfLocal, kernel, interface, ipv4, ipv6, ipv4Collection, ipv6Collection, "
-          "ribAwaits, start, stop, startReadyVerification, toggle, env, advance, run, dump, stale)");
+   r.fail("unknown step kind '" + kind + "' (" + kinds + ")");
 }
 
 // Steps whose value is not an object of fields.
