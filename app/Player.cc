@@ -16,8 +16,10 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "app/Host.h"
+#include "platform/linux/Fd.h"
 #include "platform/trace/Zipmark.h"
 
 namespace App {
@@ -230,64 +232,69 @@ std::shared_ptr<Plim::RowDatabase> openTables(const std::string& dir) {
    return Plim::RowDatabase::open(dir, Plim::Access::write, Kordb::persistentLayout());
 }
 
-void play(const Scenario& scenario, OutputFormat format, int outputFd, const std::string& tablesDir) {
-   if (!tablesDir.empty()) {
-      try {
-         openTables(tablesDir);  // closed again at once: only the child writes
-      } catch (const Plim::DatabaseError& e) {
-         throw ScenarioError(std::string("--tables: ") + e.what());
-      } catch (const Belm::CorruptionDetectedException& e) {
-         throw ScenarioError("--tables: " + tablesDir + ": " + e.what());
-      }
+namespace {
+
+// Fails the play early, in the parent, when the table directory cannot be
+// opened: the child would only find out after the fork.
+void checkTables(const std::string& tablesDir) {
+   if (tablesDir.empty()) {
+      return;
    }
-   // A regular file takes the output as it is written; anything else (a
-   // pipe, a terminal) gets it from an unnamed temporary file once the play
-   // succeeded, so that a failed play prints nothing. Only a kill of this
-   // process itself can leave a partial dump in a file.
+   try {
+      openTables(tablesDir);  // closed again at once: only the child writes
+   } catch (const Plim::DatabaseError& e) {
+      throw ScenarioError(std::string("--tables: ") + e.what());
+   } catch (const Belm::CorruptionDetectedException& e) {
+      throw ScenarioError("--tables: " + tablesDir + ": " + e.what());
+   }
+}
+
+// Where the child writes. A regular file takes the output as it is
+// written (from where it ended); anything else (a pipe, a terminal) gets it
+// from an unnamed temporary file once the play succeeded, so that a failed
+// play prints nothing. Only a kill of this process itself can leave a
+// partial dump in a file.
+struct PlayOutput {
+   Linux::Fd fd;
+   std::optional<off_t> directStart;
+};
+
+PlayOutput playOutput(OutputFormat format, int outputFd) {
    std::cout.flush();
-   const std::optional<off_t> directStart =
-         format == OutputFormat::none ? std::nullopt : endOfRegularFile(outputFd);
-   const int output = directStart ? ::fcntl(outputFd, F_DUPFD_CLOEXEC, 0) : unnamedTemporaryFile();
-   if (output < 0) {
+   PlayOutput output;
+   output.directStart = format == OutputFormat::none ? std::nullopt : endOfRegularFile(outputFd);
+   output.fd.fd = output.directStart ? ::fcntl(outputFd, F_DUPFD_CLOEXEC, 0) : unnamedTemporaryFile();
+   if (output.fd.fd < 0) {
       throw OutputError(errnoText("cannot play the scenario: dup"));
    }
-   int errors[2];
-   if (::pipe2(errors, O_CLOEXEC) != 0) {
-      ::close(output);
-      throw OutputError(errnoText("cannot play the scenario: pipe"));
-   }
-   void* page = ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                       -1, 0);
-   if (page == MAP_FAILED) {
-      const std::string error = errnoText("cannot play the scenario: mmap");
-      for (int fd : {output, errors[0], errors[1]}) {
-         ::close(fd);
+   return output;
+}
+
+// The page the child records its progress in, shared with the parent.
+class SharedProgress {
+ public:
+   SharedProgress() {
+      page_ = ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+      if (page_ == MAP_FAILED) {
+         throw OutputError(errnoText("cannot play the scenario: mmap"));
       }
-      throw OutputError(error);
+      progress_ = new (page_) Progress;
    }
-   auto* progress = new (page) Progress;
-   // Pages the parent freed (the scenario document) would otherwise be
-   // copied into the child the first time it reuses them.
-   ::malloc_trim(0);
-   std::cerr.flush();
-   const pid_t parent = ::getpid();
-   const pid_t child = ::fork();
-   if (child < 0) {
-      const std::string error = errnoText("cannot play the scenario: fork");
-      for (int fd : {output, errors[0], errors[1]}) {
-         ::close(fd);
-      }
-      ::munmap(page, sizeof(Progress));
-      throw OutputError(error);
-   }
-   if (child == 0) {
-      ::close(errors[0]);
-      runChild(scenario, format, ::dup(output), errors[1], *progress, parent, tablesDir);
-   }
-   ::close(errors[1]);
+   ~SharedProgress() { ::munmap(page_, sizeof(Progress)); }
+   SharedProgress(const SharedProgress&) = delete;
+   SharedProgress& operator=(const SharedProgress&) = delete;
+   Progress& operator*() const noexcept { return *progress_; }
+
+ private:
+   void* page_ = nullptr;
+   Progress* progress_ = nullptr;
+};
+
+// Relays the child's standard error until it closes, keeping why it stopped.
+ErrorRelay relayErrors(const Linux::Fd& errors) {
    ErrorRelay relay;
    char buffer[4096];
-   for (ssize_t n; (n = ::read(errors[0], buffer, sizeof(buffer))) != 0;) {
+   for (ssize_t n; (n = ::read(errors.fd, buffer, sizeof(buffer))) != 0;) {
       if (n < 0) {
          if (errno == EINTR) {
             continue;
@@ -297,35 +304,33 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
       relay.feed(buffer, static_cast<std::size_t>(n));
    }
    relay.finish();
-   ::close(errors[0]);
+   return relay;
+}
+
+int waitFor(pid_t child) {
    int status = 0;
    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
    }
-   const std::size_t number = progress->step;
-   const bool finished = progress->finished;
-   ::munmap(page, sizeof(Progress));
-   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
-      try {
-         if (!directStart) {
-            copyFile(output, outputFd);
-         }
-      } catch (...) {
-         ::close(output);
-         throw;
-      }
-      ::close(output);
-      return;
-   }
-   ::close(output);
-   if (directStart) {  // cut back to where the file ended
-      const off_t start = directStart.value();
+   return status;
+}
+
+// A failed play leaves nothing of its output behind.
+void discard(const PlayOutput& output, int outputFd) {
+   if (output.directStart) {  // cut back to where the file ended
+      const off_t start = output.directStart.value();
       if (::ftruncate(outputFd, start) == 0) {
          ::lseek(outputFd, start, SEEK_SET);
       }
    }
+}
+
+// Why a play whose child did not succeed failed.
+[[noreturn]] void failed(const Scenario& scenario, int status, const std::string& reasonGiven,
+                         const Progress& progress) {
    if (WIFEXITED(status) && WEXITSTATUS(status) == kChildOutputFailed) {
-      throw OutputError(relay.reason());
+      throw OutputError(reasonGiven);
    }
+   const std::size_t number = progress.step;
    // The engine stops by a fatal assertion (an abort) or an uncaught error;
    // any other end (the OOM killer, a signal from outside) is not the
    // scenario's fault.
@@ -337,16 +342,54 @@ void play(const Scenario& scenario, OutputFormat format, int outputFd, const std
                                              : "exit status " + std::to_string(WEXITSTATUS(status))) +
                         (number > 0 ? " at step " + std::to_string(number) : std::string()));
    }
-   std::string reason = relay.reason();
+   std::string reason = reasonGiven;
    if (reason.empty()) {
       reason = WIFSIGNALED(status) ? "abort" : "exit status " + std::to_string(WEXITSTATUS(status));
    }
    const std::string where =
-         finished || number == 0
-               ? (finished ? "after the last step" : "before the first step")
+         progress.finished || number == 0
+               ? (progress.finished ? "after the last step" : "before the first step")
                : "step " + std::to_string(number) + " (" + scenario.steps[number - 1].kind + ")";
    throw ScenarioError(scenario.name + ": " + where + ": the engine stopped here: " + reason +
                        " (inputs the engine does not accept: docs/hazards.md)");
+}
+
+}  // namespace
+
+void play(const Scenario& scenario, OutputFormat format, int outputFd, const std::string& tablesDir) {
+   checkTables(tablesDir);
+   const PlayOutput output = playOutput(format, outputFd);
+   int errorPipe[2];
+   if (::pipe2(errorPipe, O_CLOEXEC) != 0) {
+      throw OutputError(errnoText("cannot play the scenario: pipe"));
+   }
+   Linux::Fd errors(errorPipe[0]);
+   Linux::Fd childErrors(errorPipe[1]);
+   const SharedProgress progress;
+   // Pages the parent freed (the scenario document) would otherwise be
+   // copied into the child the first time it reuses them.
+   ::malloc_trim(0);
+   std::cerr.flush();
+   const pid_t parent = ::getpid();
+   const pid_t child = ::fork();
+   if (child < 0) {
+      throw OutputError(errnoText("cannot play the scenario: fork"));
+   }
+   if (child == 0) {
+      ::close(errors.fd);
+      runChild(scenario, format, ::dup(output.fd.fd), childErrors.fd, *progress, parent, tablesDir);
+   }
+   childErrors.close();  // the relay ends when the child's copy goes
+   const ErrorRelay relay = relayErrors(errors);
+   const int status = waitFor(child);
+   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+      if (!output.directStart) {
+         copyFile(output.fd.fd, outputFd);
+      }
+      return;
+   }
+   discard(output, outputFd);
+   failed(scenario, status, relay.reason(), *progress);
 }
 
 }  // namespace App
