@@ -108,8 +108,7 @@ void IntfBacklog::intfIdsByPrefixDel(Ovel::IpGenPrefix prefix) {
    }
    record->listed = false;
    record->candidates.clear();
-   --listed_;
-   --listedByFamily_[familyIndex(prefix)];
+   --listed_[familyIndex(prefix)];
    dropIfUnneeded(prefix, *record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
@@ -125,8 +124,7 @@ bool IntfBacklog::list(const Ovel::IpGenPrefix& prefix, PrefixRecord& record) {
       return false;
    }
    record.listed = true;
-   ++listed_;
-   ++listedByFamily_[familyIndex(prefix)];
+   ++listed_[familyIndex(prefix)];
    return true;
 }
 

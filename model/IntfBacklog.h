@@ -91,7 +91,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    // How many prefixes of the family (IPv4 or IPv6) have candidates: the
    // routes the family's table holds once the backlog is drained.
    std::size_t listedCount(Ovel::AddressFamily af) const noexcept {
-      return listedByFamily_[familyIndex(af)];
+      return listed_[familyIndex(af)];
    }
    // Stores `set` as the prefix's candidates; watchers hear of it unless the
    // prefix already had these very entries.
@@ -153,8 +153,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    void dropIfUnneeded(const Ovel::IpGenPrefix& prefix, const PrefixRecord& record);
 
    PrefixRecords prefixes_;
-   std::size_t listed_ = 0;  // records holding a candidate set
-   std::size_t listedByFamily_[2] = {0, 0};
+   ListedCounts listed_{};  // records holding a candidate set, by family
    std::size_t owners_ = 0;  // records holding an installed owner
    std::shared_ptr<IntfNumbers> intfNumbers_ = std::make_shared<IntfNumbers>();
    Vok::Ptr<IntfViaSetKeyStatus> status4_;

@@ -8,6 +8,7 @@
 // set only while `listed` holds; IntfIdsByPrefix walks the listed ones.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <utility>
 
@@ -31,6 +32,9 @@ struct PrefixRecord {
 };
 
 using PrefixRecords = Vok::HashMap<Ovel::IpGenPrefix, PrefixRecord>;
+
+// How many records are listed as candidate sets: IPv4 ones, then IPv6.
+using ListedCounts = std::array<std::size_t, 2>;
 
 // The candidate sets of the listed records, in the map's order.
 class IntfIdsByPrefix {
@@ -69,17 +73,17 @@ class IntfIdsByPrefix {
       Inner inner_;
    };
 
-   IntfIdsByPrefix(const PrefixRecords& records, const std::size_t& listed)
+   IntfIdsByPrefix(const PrefixRecords& records, const ListedCounts& listed)
          : records_(records), listed_(listed) {}
 
    const_iterator begin() const { return const_iterator(records_.begin()); }
    const_iterator end() const { return const_iterator(); }
-   std::size_t size() const noexcept { return listed_; }
-   bool empty() const noexcept { return listed_ == 0; }
+   std::size_t size() const noexcept { return listed_[0] + listed_[1]; }
+   bool empty() const noexcept { return size() == 0; }
 
  private:
    const PrefixRecords& records_;
-   const std::size_t& listed_;
+   const ListedCounts& listed_;
 };
 
 }  // namespace Routing::ConnectedRoute

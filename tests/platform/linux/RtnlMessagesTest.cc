@@ -81,6 +81,15 @@ Linux::Message netconf(std::int32_t ifindex, const std::function<void(Built&)>& 
    return Linux::readMessage(message.header());
 }
 
+// An IPv4 setting of link 3 whose other attributes `put` writes.
+Linux::Message netconfWith(const std::function<void(nlmsghdr*)>& put) {
+   Built message(RTM_NEWNETCONF);
+   message.body<netconfmsg>()->ncm_family = AF_INET;
+   mnl_attr_put_u32(message.header(), NETCONFA_IFINDEX, 3);
+   put(message.header());
+   return Linux::readMessage(message.header());
+}
+
 // The last attribute put, to be made to lie about itself.
 nlattr* lastAttribute(Built& message, std::size_t size) {
    return reinterpret_cast<nlattr*>(static_cast<char*>(mnl_nlmsg_get_payload_tail(message.header())) -
@@ -129,13 +138,8 @@ TEST(RtnlMessages, MessagesOfNoInterestAreUnread) {
              static_cast<ifinfomsg*>(mnl_nlmsg_get_payload(m.header()))->ifi_family = AF_BRIDGE;
           })},
          {"the setting for links yet to come", netconf(NETCONFA_IFINDEX_DEFAULT)},
-         {"another setting changed", [] {
-             Built m(RTM_NEWNETCONF);
-             m.body<netconfmsg>()->ncm_family = AF_INET;
-             mnl_attr_put_u32(m.header(), NETCONFA_IFINDEX, 3);
-             mnl_attr_put_u32(m.header(), NETCONFA_FORWARDING, 1);
-             return Linux::readMessage(m.header());
-          }()},
+         {"another setting changed",
+          netconfWith([](nlmsghdr* h) { mnl_attr_put_u32(h, NETCONFA_FORWARDING, 1); })},
          {"a route", [] {
              Built m(RTM_NEWROUTE);
              m.body<rtmsg>();
@@ -196,13 +200,8 @@ TEST(RtnlMessages, MalformedMessagesAreNeverReadPastTheirEnd) {
              mnl_attr_put_strz(m.header(), IFLA_IFNAME, "a-name-of-twenty-bytes");
              return Linux::readMessage(m.header());
           }()},
-         {"a broadcast setting of 1 byte", [] {
-             Built m(RTM_NEWNETCONF);
-             m.body<netconfmsg>()->ncm_family = AF_INET;
-             mnl_attr_put_u32(m.header(), NETCONFA_IFINDEX, 3);
-             mnl_attr_put_u8(m.header(), NETCONFA_BC_FORWARDING, 1);
-             return Linux::readMessage(m.header());
-          }()},
+         {"a broadcast setting of 1 byte",
+          netconfWith([](nlmsghdr* h) { mnl_attr_put_u8(h, NETCONFA_BC_FORWARDING, 1); })},
          {"an error cut short", [] {
              Built m(NLMSG_ERROR);
              m.header()->nlmsg_len = MNL_NLMSG_HDRLEN + 2;
