@@ -26,15 +26,24 @@ Host::Host(RealTime, std::shared_ptr<Plim::RowDatabase> tables)
 }
 
 void Host::tablesIs(std::shared_ptr<Plim::RowDatabase> tables) {
+   tables_ = tables;
    if (tables) {
       publisher_ = std::make_unique<TablePublisher>(tables, shared_);
       am_.turnEndHandlerIs([this, tables] {
          publisher_->publish(root_.get(), clockTime());
          tables->commit();
+         turnEnded();
       });
       am_.turnEnded();
+   } else {
+      am_.turnEndHandlerIs([this] { turnEnded(); });
    }
    Vok::activityManagerIs(&am_);
+}
+
+void Host::turnEnded() {
+   ++turns_;
+   lastTurnAt_ = std::chrono::system_clock::now();
 }
 
 Vok::Seconds Host::clockTime() const { return virtualTime_ ? virtualTime_->peek() : time_->now(); }

@@ -3,12 +3,14 @@
 // runs. Scenario steps are applied to it one by one.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "app/Dump.h"
+#include "app/Metrics.h"
 #include "app/Scenario.h"
 #include "app/TablePublisher.h"
 #include "lifecycle/RootSm.h"
@@ -56,6 +58,9 @@ class Host {
       std::size_t backlog = 0;
    };
    Totals totals() const;
+   // What the engine holds now, as metrics (app/HostMetrics.cc): turns are
+   // those committed to the table directory, or without one those ended.
+   Metrics metrics() const;
 
  private:
    void apply(const VrfIdMapStep& s);
@@ -76,6 +81,7 @@ class Host {
    void apply(const StaleStep& s);
    void tablesIs(std::shared_ptr<Plim::RowDatabase> tables);
    void endTurn();
+   void turnEnded();
 
    class DumpWalk;
 
@@ -89,7 +95,10 @@ class Host {
    Agent::SharedState shared_;
    Vok::Ptr<Routing::ConnectedRoute::IvoState> ivo_;
    Vok::Ptr<Routing::ConnectedRoute::RootSm> root_;
+   std::shared_ptr<Plim::RowDatabase> tables_;
    std::unique_ptr<TablePublisher> publisher_;  // with a table directory only
+   std::uint64_t turns_ = 0;
+   std::chrono::system_clock::time_point lastTurnAt_;
    int batchDepth_ = 0;
 };
 

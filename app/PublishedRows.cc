@@ -109,4 +109,18 @@ VrfStatusRow parseVrfStatus(std::string_view value) {
                        number<std::uint64_t>(fields[6]), seconds(fields[7])};
 }
 
+std::string namespaceCountersValue(const NamespaceCounters& counters) {
+   return std::to_string(counters.messages) + '\t' + std::to_string(counters.eventsLost) + '\t' +
+          std::to_string(counters.resyncs);
+}
+
+NamespaceCounters parseNamespaceCounters(std::string_view netns, std::string_view value) {
+   const auto fields = split(value, '\t');
+   if (fields.size() != 3) {
+      throw std::invalid_argument("malformed published namespace counters");
+   }
+   return NamespaceCounters{std::string(netns), number<std::uint64_t>(fields[0]),
+                            number<std::uint64_t>(fields[1]), number<std::uint64_t>(fields[2])};
+}
+
 }  // namespace App

@@ -56,4 +56,17 @@ struct VrfStatusRow {
 std::string vrfStatusValue(const VrfStatusRow& row);
 VrfStatusRow parseVrfStatus(std::string_view value);
 
+// What the live agent read from one namespace's rtnetlink sockets.
+struct NamespaceCounters {
+   std::string netns;  // "default" for the agent's own namespace
+   std::uint64_t messages = 0;    // kernel messages read
+   std::uint64_t eventsLost = 0;  // times the kernel dropped events (ENOBUFS)
+   std::uint64_t resyncs = 0;     // the namespace read again after a loss
+   friend bool operator==(const NamespaceCounters&, const NamespaceCounters&) = default;
+};
+
+std::string namespaceCountersValue(const NamespaceCounters& counters);
+// Throws std::invalid_argument for a malformed value.
+NamespaceCounters parseNamespaceCounters(std::string_view netns, std::string_view value);
+
 }  // namespace App

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "app/Metrics.h"
 #include "app/RowJson.h"
 #include "app/TableReader.h"
 #include "app/TableRows.h"
@@ -40,16 +41,8 @@ Vrfs selected(const TableReader& reader, const ShowRequest& request) {
    if (!request.vrf) {
       return vrfs;
    }
-   const std::string& wanted = *request.vrf;
-   std::uint32_t id = 0;
-   const auto [end, error] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), id);
-   const bool numeric = error == std::errc() && end == wanted.data() + wanted.size();
-   for (const auto& [vrfId, vrf] : vrfs) {
-      if (vrfName(vrf) == wanted || (numeric && vrfId == id)) {
-         return Vrfs{{vrfId, vrf}};
-      }
-   }
-   throw ShowError("no VRF '" + wanted + "' in " + request.dir + " (connroute show summary lists them)");
+   const std::uint32_t id = requestedVrf(vrfs, request);
+   return Vrfs{{id, vrfs.at(id)}};
 }
 
 std::vector<int> families(const ShowRequest& request) {
@@ -243,6 +236,10 @@ void showSummary(const TableReader& reader, const ShowRequest& request, std::ost
    }
 }
 
+void showMetrics(const TableReader& reader, const ShowRequest&, std::ostream& out) {
+   writePrometheus(metricsOf(reader), out);
+}
+
 void showPrefix(const TableReader& reader, const ShowRequest& request, std::ostream& out) {
    if (!request.vrf) {
       throw ShowError("show prefix needs --vrf");
@@ -293,6 +290,20 @@ void showPrefix(const TableReader& reader, const ShowRequest& request, std::ostr
 
 }  // namespace
 
+std::uint32_t requestedVrf(const std::map<std::uint32_t, TableReader::Vrf>& vrfs,
+                           const ShowRequest& request) {
+   const std::string& wanted = *request.vrf;
+   std::uint32_t id = 0;
+   const auto [end, error] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), id);
+   const bool numeric = error == std::errc() && end == wanted.data() + wanted.size();
+   for (const auto& [vrfId, vrf] : vrfs) {
+      if (vrfName(vrf) == wanted || (numeric && vrfId == id)) {
+         return vrfId;
+      }
+   }
+   throw ShowError("no VRF '" + wanted + "' in " + request.dir + " (connroute show summary lists them)");
+}
+
 void show(const ShowRequest& request, std::ostream& out) {
    std::optional<TableReader> reader;
    try {
@@ -316,6 +327,10 @@ void show(const ShowRequest& request, std::ostream& out) {
             return showPrefix(*reader, request, out);
          case ShowRequest::What::summary:
             return showSummary(*reader, request, out);
+         case ShowRequest::What::metrics:
+            return showMetrics(*reader, request, out);
+         case ShowRequest::What::follow:
+            break;  // not a snapshot: follow()
       }
    } catch (const ShowError&) {
       throw;

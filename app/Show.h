@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "app/TableReader.h"
+
 namespace App {
 
 // A request that cannot be answered from the directory: an unknown VRF, a
@@ -18,15 +20,24 @@ class ShowError : public std::runtime_error {
 };
 
 struct ShowRequest {
-   enum class What { routes, vias, viaSets, ready, prefix, summary };
+   enum class What { routes, vias, viaSets, ready, prefix, summary, follow, metrics };
    std::string dir;
    What what = What::summary;
    std::optional<std::string> vrf;  // a name or an identifier; every VRF if absent
    int family = 0;                  // 4 or 6; both if 0
    std::string prefix;              // for What::prefix
+   std::optional<std::uint64_t> from;  // for What::follow: the first turn to report
    bool json = false;
 };
 
 void show(const ShowRequest& request, std::ostream& out);
+
+// The VRF `request.vrf` names (a name or an identifier) among `vrfs`;
+// throws ShowError if none.
+std::uint32_t requestedVrf(const std::map<std::uint32_t, TableReader::Vrf>& vrfs,
+                           const ShowRequest& request);
+
+// `show follow`: prints until SIGINT or SIGTERM, then returns.
+void follow(const ShowRequest& request, std::ostream& out);
 
 }  // namespace App

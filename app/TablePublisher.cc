@@ -54,7 +54,7 @@ std::string flag(const std::optional<bool>& value) { return value ? (*value ? "y
 TablePublisher::TablePublisher(std::shared_ptr<Plim::RowDatabase> db, const Agent::SharedState& shared)
       : db_(std::move(db)), shared_(shared) {
    // What an earlier run published describes that run's agent, not this one.
-   for (std::string_view kind : {kVrfStatusKind, kCandidatesKind, kAgentKind}) {
+   for (std::string_view kind : {kVrfStatusKind, kCandidatesKind, kAgentKind, kNetnsKind}) {
       db_->check(mdb_drop(db_->txn(), rowsOf(*db_, kind), 0), "clear what an earlier run published");
    }
 }
@@ -92,7 +92,7 @@ void TablePublisher::publish(const RootSm* root, double now) {
          Published& published = it->second;
          published.turn = turn_;
          publishCandidates(vrfId, *container, *published.watch);
-         if (VrfStatusRow status = statusRow(*root, *container); status != published.status) {
+         if (VrfStatusRow status = vrfStatusOf(*root, *container, shared_); status != published.status) {
             put(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId), vrfStatusValue(status));
             published.status = std::move(status);
          }
@@ -166,7 +166,16 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
    watch.changed.clear();
 }
 
-VrfStatusRow TablePublisher::statusRow(const RootSm& root, const ContainerSm& container) const {
+void publishNamespaceCounters(Plim::RowDatabase& db, const NamespaceCounters& counters) {
+   put(db, rowsOf(db, kNetnsKind), counters.netns, namespaceCountersValue(counters));
+}
+
+void withdrawNamespaceCounters(Plim::RowDatabase& db, const std::string& netns) {
+   del(db, rowsOf(db, kNetnsKind), netns);
+}
+
+VrfStatusRow vrfStatusOf(const RootSm& root, const ContainerSm& container,
+                         const Agent::SharedState& shared) {
    VrfStatusRow row;
    row.name = container.vrfName().str();
    if (root.allVrfReadyStatus()) {
@@ -175,7 +184,7 @@ VrfStatusRow TablePublisher::statusRow(const RootSm& root, const ContainerSm& co
          row.v6Ready = flag(record->v6ConnectedRoutesReady());
       }
    }
-   if (auto proto = shared_.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(row.name)) {
+   if (auto proto = shared.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(row.name)) {
       row.protoReady = flag(proto->ready());
       row.protoReadyTime = proto->readyTime();
    }

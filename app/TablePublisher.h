@@ -30,6 +30,8 @@ inline constexpr std::string_view kAgentKind = "agent";            // key: "agen
 // (and across runs), so that the rows it leaves keep a name; removed with a
 // VRF that goes while the agent runs.
 inline constexpr std::string_view kVrfNameKind = "vrfName";        // key: VRF id (big-endian)
+// The live agent's counters of each namespace it reads (NamespaceCounters).
+inline constexpr std::string_view kNetnsKind = "netns";            // key: the namespace's name
 
 class TablePublisher {
  public:
@@ -55,8 +57,6 @@ class TablePublisher {
    void forget(std::uint32_t vrfId);
    void publishCandidates(std::uint32_t vrfId, const Routing::ConnectedRoute::ContainerSm& container,
                           Watch& watch);
-   VrfStatusRow statusRow(const Routing::ConnectedRoute::RootSm& root,
-                          const Routing::ConnectedRoute::ContainerSm& container) const;
 
    std::shared_ptr<Plim::RowDatabase> db_;
    const Agent::SharedState& shared_;
@@ -64,5 +64,15 @@ class TablePublisher {
    std::string agentRow_;
    std::uint64_t turn_ = 0;
 };
+
+// A served VRF's status as published: readiness, backlog, drains.
+VrfStatusRow vrfStatusOf(const Routing::ConnectedRoute::RootSm& root,
+                         const Routing::ConnectedRoute::ContainerSm& container,
+                         const Agent::SharedState& shared);
+
+// The live agent's counters of a namespace it reads, written in the turn
+// being made; withdrawn when it reads the namespace no more.
+void publishNamespaceCounters(Plim::RowDatabase& db, const NamespaceCounters& counters);
+void withdrawNamespaceCounters(Plim::RowDatabase& db, const std::string& netns);
 
 }  // namespace App

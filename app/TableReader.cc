@@ -33,6 +33,27 @@ TableReader::TableReader(const std::string& dir)
         entityManager_(Vok::make<Kordb::EntityManager>()),
         tables_(db_->tables()) {
    entityManager_->rowDatabaseIs(db_);
+   for (const auto& [path, number] : tables_) {
+      paths_.emplace(number, path);
+   }
+}
+
+void TableReader::refresh() {
+   db_->refresh();
+   tables_ = db_->tables();
+   for (const auto& [path, number] : tables_) {
+      paths_.emplace(number, path);  // numbers are never given twice
+   }
+}
+
+void TableReader::forEachChange(
+      std::uint64_t first, std::uint64_t last,
+      const std::function<void(const Plim::LoggedChange&, const std::string& path)>& visit) const {
+   static const std::string unknown;
+   Plim::forEachLoggedChange(*db_, first, last, [&](const Plim::LoggedChange& change) {
+      auto path = paths_.find(change.table);
+      visit(change, path == paths_.end() ? unknown : path->second);
+   });
 }
 
 template <class Table>
@@ -222,6 +243,31 @@ TableReader::Owners TableReader::owners(std::uint32_t vrfId) const {
       db_->fail(rc, "read the owners");
    }
    return owners;
+}
+
+std::vector<NamespaceCounters> TableReader::namespaceCounters() const {
+   std::vector<NamespaceCounters> counters;
+   const auto dbi = db_->rowsOf(kNetnsKind);
+   if (!dbi) {
+      return counters;
+   }
+   MDB_cursor* cursor = nullptr;
+   db_->check(mdb_cursor_open(db_->txn(), *dbi, &cursor), "read the namespaces' counters");
+   MDB_val k, v;
+   int rc = mdb_cursor_get(cursor, &k, &v, MDB_FIRST);
+   try {
+      for (; rc == MDB_SUCCESS; rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
+         counters.push_back(parseNamespaceCounters(text(k), text(v)));
+      }
+   } catch (...) {
+      mdb_cursor_close(cursor);
+      throw;
+   }
+   mdb_cursor_close(cursor);
+   if (rc != MDB_NOTFOUND) {
+      db_->fail(rc, "read the namespaces' counters");
+   }
+   return counters;
 }
 
 std::optional<Candidates> TableReader::candidates(std::uint32_t vrfId,

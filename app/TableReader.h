@@ -4,6 +4,7 @@
 // snapshot, so it is consistent whatever the writer does meanwhile.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -60,6 +61,18 @@ class TableReader {
    Owners owners(std::uint32_t vrfId) const;
    std::optional<Candidates> candidates(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix) const;
 
+   // What the live agent read from each namespace, by name.
+   std::vector<NamespaceCounters> namespaceCounters() const;
+
+   // The change feed: where the log stands in this snapshot, and the
+   // changes of turns first..last with the path of each change's table.
+   Plim::Feed feed() const { return Plim::readFeed(*db_); }
+   void forEachChange(std::uint64_t first, std::uint64_t last,
+                      const std::function<void(const Plim::LoggedChange&, const std::string& path)>&
+                            visit) const;
+   // Moves to the latest committed state.
+   void refresh();
+
  private:
    template <class Table>
    Vok::Ptr<Table> table(const std::string& path, std::string_view type) const;
@@ -68,6 +81,7 @@ class TableReader {
    std::shared_ptr<Plim::RowDatabase> db_;
    Vok::Ptr<Kordb::EntityManager> entityManager_;
    std::map<std::string, std::uint32_t> tables_;
+   std::map<std::uint32_t, std::string> paths_;  // tables_ the other way round
 };
 
 }  // namespace App

@@ -188,6 +188,16 @@ void addShow(CommandLine& line) {
    addVrf(prefix)->required();
    addVrf(add("summary", "per VRF: routes, vias, backlog, drains so far, longest slice",
               What::summary));
+   add("metrics", "the agent's state in the Prometheus text format", What::metrics);
+   CLI::App* follow = add("follow",
+                          "the routes, then every change as the writer commits it, until "
+                          "interrupted (--json: JSON Lines)",
+                          What::follow);
+   addVrf(follow);
+   follow->add_option("--af", request.family, "one address family: 4 or 6")
+         ->check(CLI::IsMember({4, 6}));
+   follow->add_option("--from", request.from,
+                      "start with the changes of this turn instead of the routes");
 }
 
 void addLiveAndDecode(CommandLine& line) {
@@ -207,6 +217,12 @@ void addLiveAndDecode(CommandLine& line) {
                          "it, the namespace is read again")
          ->capture_default_str()
          ->check(CLI::Range(4096, 1 << 30));
+   line.live->add_option("--metrics-file", options.metricsFile,
+                         "keep Prometheus metrics in this file (node_exporter's textfile collector)");
+   line.live->add_option("--metrics-interval", options.metricsInterval,
+                         "seconds between rewrites of the metrics file")
+         ->capture_default_str()
+         ->check(CLI::Range(0.1, 86400.0));
    line.decode = line.app.add_subcommand("zmdecode", "print a fast-trace file as text");
    line.decode->add_option("file", line.zmPath, "fast-trace file")->required();
 }
@@ -217,7 +233,11 @@ int show(CommandLine& line) {
          line.showRequest.what = what;
       }
    }
-   App::show(line.showRequest, std::cout);
+   if (line.showRequest.what == App::ShowRequest::What::follow) {
+      App::follow(line.showRequest, std::cout);
+   } else {
+      App::show(line.showRequest, std::cout);
+   }
    flushOrFail(std::cout);
    return 0;
 }

@@ -17,6 +17,7 @@
 #include <iostream>
 #include <map>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include "app/Host.h"
@@ -24,6 +25,7 @@
 #include "app/PublishedRows.h"
 #include "app/TablePublisher.h"
 #include "app/TableRows.h"
+#include "app/live/MetricsFile.h"
 #include "app/live/NamespaceFeed.h"
 #include "app/live/ServiceNotifier.h"
 #include "app/live/VrfIds.h"
@@ -47,11 +49,22 @@ constexpr std::uint64_t kInotifyTag = 2;
 // namespace file's identity (a namespace deleted and made again under the
 // same name between two looks is another namespace).
 struct Served {
+   std::string netns;  // "" for the agent's own
    std::unique_ptr<NamespaceFeed> feed;
    std::unique_ptr<Linux::RtnlSocket> socket;
    std::pair<dev_t, ino_t> identity{};
    std::uint64_t malformedReported = 0;  // of the socket's malformed messages
 };
+
+// How metrics name a namespace: the agent's own is "default", a name no
+// named namespace may have (it is refused as a VRF's).
+std::string counterName(const std::string& netns) { return netns.empty() ? "default" : netns; }
+
+NamespaceCounters countersOf(const Served& served) {
+   const auto& counters = served.socket->counters();
+   return NamespaceCounters{counterName(served.netns), counters.messages, counters.eventsLost,
+                            counters.dumps > 0 ? counters.dumps - 1 : 0};
+}
 
 std::pair<dev_t, ino_t> identityOf(const fs::path& file) {
    struct stat st {};
@@ -99,6 +112,8 @@ class LiveLoop {
    void clearUnservedTables();
    void tellServiceManager();
    void readSettingsWhenDue();
+   void publishCounters(const Served& served);
+   std::string metricsText() const;
    int epollTimeout() const;
 
    LiveOptions options_;
@@ -113,12 +128,14 @@ class LiveLoop {
    std::set<std::string> badNames_;         // names no VRF can have: reported once
    std::set<std::string> announcedReady_;
    ServiceNotifier notifier_;
+   MetricsFile metrics_;
    double nextSettingsRead_ = 0;  // monotonic seconds
    bool verified_ = false;
    bool stopping_ = false;
 };
 
-LiveLoop::LiveLoop(const LiveOptions& options) : options_(options) {
+LiveLoop::LiveLoop(const LiveOptions& options)
+      : options_(options), metrics_(options.metricsFile, options.metricsInterval) {
    checkBeforeStart(options);
    bool restart = false;
    if (!options.tablesDir.empty()) {
@@ -191,6 +208,7 @@ void LiveLoop::serve(const std::string& netns) {
    }
    const Vrf::VrfIdMap::VrfId id(vrfIds_->idFor(name));
    Served served;
+   served.netns = netns;
    served.feed = std::make_unique<NamespaceFeed>(netns, *vrf, id, [this](Action a) { publish(std::move(a)); });
    try {
       served.socket = std::make_unique<Linux::RtnlSocket>(
@@ -240,6 +258,9 @@ void LiveLoop::unserve(const std::string& netns) {
       ::epoll_ctl(epoll_.fd, EPOLL_CTL_DEL, fd, nullptr);
    }
    it->second.feed->withdrawAll();
+   if (tables_) {
+      withdrawNamespaceCounters(*tables_, counterName(netns));  // in the turns below
+   }
    const L3::VrfName vrf = it->second.feed->vrf();
    served_.erase(it);
    publish(RibAwaitsStep{{}, {vrf}});
@@ -280,10 +301,30 @@ void LiveLoop::rescanNamespaces() {
    }
 }
 
+// In the turn the messages made, so that readers see them together.
+void LiveLoop::publishCounters(const Served& served) {
+   if (tables_) {
+      publishNamespaceCounters(*tables_, countersOf(served));
+   }
+}
+
+std::string LiveLoop::metricsText() const {
+   Metrics metrics = host_->metrics();
+   for (const auto& [netns, served] : served_) {
+      metrics.namespaces.push_back(countersOf(served));
+   }
+   std::ostringstream text;
+   writePrometheus(metrics, text);
+   return text.str();
+}
+
 void LiveLoop::pump(Served& served) {
    // Every message of one read is one turn: a flood commits once per bite,
    // not once per address.
-   host_->batch([&] { served.socket->receive(); });
+   host_->batch([&] {
+      served.socket->receive();
+      publishCounters(served);
+   });
    if (const std::uint64_t malformed = served.socket->malformedCount(); malformed != served.malformedReported) {
       std::cerr << "connroute: VRF " << served.feed->vrf().str() << ": "
                 << malformed - served.malformedReported << " malformed rtnetlink messages skipped\n";
@@ -390,6 +431,9 @@ int LiveLoop::epollTimeout() const {
    if (const auto message = notifier_.secondsToNextMessage(now)) {
       next = next ? std::min(*next, *message) : *message;
    }
+   if (const auto metrics = metrics_.secondsToNextWrite(now)) {
+      next = next ? std::min(*next, *metrics) : *metrics;
+   }
    const double settings = std::max(nextSettingsRead_ - now, 0.0);
    next = next ? std::min(*next, settings) : settings;
    int timeout = next ? static_cast<int>(std::ceil(std::min(*next, 3600.0) * 1e3)) : -1;
@@ -414,6 +458,7 @@ int LiveLoop::run() {
       if (stopping_) {
          notifier_.stopping();
          publish(StopStep{});
+         metrics_.write(metricsText());
          std::cerr << "connroute: stopped\n";
          if (!std::cout) {
             throw OutputError(std::string("cannot write the output: ") + std::strerror(errno));
@@ -449,6 +494,7 @@ int LiveLoop::run() {
       host_->runDueClocks();
       notifier_.tick(monotonicSeconds());
       readSettingsWhenDue();
+      metrics_.writeIfDue(monotonicSeconds(), [this] { return metricsText(); });
    }
 }
 

@@ -20,6 +20,8 @@ struct LiveOptions {
    bool once = false;               // dump once everything is ready, then stop
    bool json = false;               // the --once dump as JSON
    int receiveBuffer = 64 << 20;    // per namespace socket, bytes
+   std::string metricsFile;         // empty: none
+   double metricsInterval = 5;      // seconds between rewrites of it
 };
 
 // A bad option, file or directory: exit status 2.

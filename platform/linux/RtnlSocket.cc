@@ -96,6 +96,7 @@ int RtnlSocket::eventFd() const { return mnl_socket_get_fd(events_); }
 int RtnlSocket::dumpFd() const { return mnl_socket_get_fd(dumps_); }
 
 void RtnlSocket::dump() {
+   ++counters_.dumps;
    parts_ = {{RTM_GETLINK, AF_UNSPEC}, {RTM_GETADDR, AF_INET}, {RTM_GETADDR, AF_INET6},
              {RTM_GETNETCONF, AF_INET}};
    next_ = 0;
@@ -187,6 +188,7 @@ bool RtnlSocket::read(mnl_socket* socket, int maxReads, bool dump) {
          if (errno == ENOBUFS) {
             // Events were dropped: those held back no longer tell the whole
             // story, and a dump running now ends unpublished.
+            ++counters_.eventsLost;
             heldBack_.clear();
             interrupted_ = dumping();
             listener_.onOverflow();
@@ -216,6 +218,7 @@ void RtnlSocket::deliver(const Record& record) {
 }
 
 void RtnlSocket::dispatch(const nlmsghdr* message, bool dump) {
+   ++counters_.messages;
    if (message->nlmsg_flags & NLM_F_DUMP_INTR) {
       interrupted_ = true;
    }

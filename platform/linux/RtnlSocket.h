@@ -80,6 +80,13 @@ class RtnlSocket {
    bool receive(int maxReads = 64);
    // Messages that failed their checks (RtnlMessages.h), skipped so far.
    std::uint64_t malformedCount() const noexcept { return malformed_; }
+   // What the socket has done so far, for metrics.
+   struct Counters {
+      std::uint64_t messages = 0;    // read from the kernel, dumps' and events'
+      std::uint64_t eventsLost = 0;  // times the kernel dropped events (ENOBUFS)
+      std::uint64_t dumps = 0;       // full dumps asked for, the first included
+   };
+   const Counters& counters() const noexcept { return counters_; }
 
  private:
    using Record = std::variant<LinkRecord, AddrRecord, NetconfRecord>;
@@ -109,6 +116,7 @@ class RtnlSocket {
    bool waiting_ = false;     // a part's answer is still arriving
    bool interrupted_ = false; // the kernel flagged the dump as inconsistent, or a part failed
    std::uint64_t malformed_ = 0;
+   Counters counters_;
    std::uint32_t seq_ = 0;
 };
 

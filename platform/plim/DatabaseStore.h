@@ -98,6 +98,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    void rowDelAll() override {
       const auto prefix = numberBytes();
       db_->delRange(*rows_, std::string_view(prefix.data(), prefix.size()));
+      db_->changeLog().cleared(*number_, kind_);
       cache_.rowDelAll();
       changes_.clear();
    }
@@ -156,6 +157,8 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          return std::memcmp(&a.key, &b.key, sizeof(K)) < 0;
       });
       SortedWrites writes(*db_, *rows_);
+      ChangeLog& log = db_->changeLog();
+      log.beginTable(*number_, kind_, sizeof(K), sizeof(V));
       for (std::size_t i = 0; i < changes_.size(); ++i) {
          const Change& change = changes_[i];
          if (i + 1 < changes_.size() && std::memcmp(&change.key, &changes_[i + 1].key, sizeof(K)) == 0) {
@@ -163,12 +166,15 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          }
          KeyBytes bytes = keyBytes(change.key);
          MDB_val k{bytes.size(), bytes.data()};
-         if (change.written) {
-            writes.put(k, MDB_val{sizeof(V), const_cast<V*>(&change.row)});
-         } else {
-            writes.del(k);
+         if (!change.written) {
+            if (writes.del(k)) {
+               log.change(ChangeKind::removed, &change.key, nullptr);
+            }
+         } else if (auto what = writes.write(k, MDB_val{sizeof(V), const_cast<V*>(&change.row)})) {
+            log.change(*what, &change.key, &change.row);
          }
       }
+      log.endTable();
       changes_.clear();
       if (changes_.capacity() > kKeptChanges) {
          std::vector<Change>().swap(changes_);  // clear() keeps the capacity

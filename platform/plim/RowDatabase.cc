@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 #include "platform/belm/Exceptions.h"
@@ -38,18 +39,28 @@ std::string_view textOf(const MDB_val& value) {
 RowDatabase::RowDatabase(std::string dir, Access access) : dir_(std::move(dir)), access_(access) {}
 
 RowDatabase::~RowDatabase() {
-   if (txn_) {
-      if (writable()) {
-         mdb_txn_commit(txn_);  // what the last turn wrote is kept, as a crash would keep it
-      } else {
-         mdb_txn_abort(txn_);
+   if (txn_ && writable()) {
+      // What the last turn wrote is kept, as a crash would keep it, and
+      // logged as any turn is.
+      try {
+         const std::uint64_t seq = log_.commit(txn_);
+         if (mdb_txn_commit(std::exchange(txn_, nullptr)) == MDB_SUCCESS) {
+            announceTurn(seq);
+         }
+      } catch (const std::exception&) {
+         // fail() abandoned the turn: the directory keeps the turn before.
       }
+   }
+   if (txn_) {
+      mdb_txn_abort(txn_);
    }
    if (env_) {
       mdb_env_close(env_);
    }
-   if (writerLock_ >= 0) {
-      ::close(writerLock_);
+   for (int fd : {writerLock_, turns_}) {
+      if (fd >= 0) {
+         ::close(fd);
+      }
    }
 }
 
@@ -64,6 +75,18 @@ void RowDatabase::lockForWriting() {
    if (::flock(writerLock_, LOCK_EX | LOCK_NB) != 0) {
       throw DatabaseError(dir_ + ": another connroute is writing these tables");
    }
+   const std::string turns = dir_ + "/" + kTurnsFile;
+   turns_ = ::open(turns.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+   if (turns_ < 0) {
+      throw DatabaseError(turns + ": cannot open: " + std::strerror(errno));
+   }
+}
+
+// Wakes followers. A follower that misses the write (the file rewritten
+// while it was away) still reads the feed record on its next wake, so a
+// failure here loses nothing but latency.
+void RowDatabase::announceTurn(std::uint64_t seq) {
+   [[maybe_unused]] const ssize_t written = ::pwrite(turns_, &seq, sizeof seq, 0);
 }
 
 std::shared_ptr<RowDatabase> RowDatabase::open(const std::string& dir, Access access,
@@ -235,7 +258,7 @@ void RowDatabase::loadTables(MDB_txn* txn) {
    }
 }
 
-std::optional<MDB_dbi> RowDatabase::openDatabase(const std::string& name) {
+std::optional<MDB_dbi> RowDatabase::database(std::string_view name) {
    if (auto it = databases_.find(name); it != databases_.end()) {
       return it->second;
    }
@@ -243,13 +266,13 @@ std::optional<MDB_dbi> RowDatabase::openDatabase(const std::string& name) {
       return std::nullopt;
    }
    MDB_dbi dbi = 0;
-   check(mdb_dbi_open(txn(), name.c_str(), MDB_CREATE, &dbi), "create a database");
+   check(mdb_dbi_open(txn(), std::string(name).c_str(), MDB_CREATE, &dbi), "create a database");
    databases_.emplace(name, dbi);
    return dbi;
 }
 
 std::optional<MDB_dbi> RowDatabase::rowsOf(std::string_view kind) {
-   return openDatabase("rows:" + std::string(kind));
+   return database("rows:" + std::string(kind));
 }
 
 std::optional<std::uint32_t> RowDatabase::tableNumber(const std::string& path) {
@@ -293,12 +316,14 @@ void RowDatabase::commit() {
    if (!txn_) {
       return;
    }
+   const std::uint64_t seq = log_.commit(txn_);
    MDB_txn* txn = txn_;
    txn_ = nullptr;
    if (int rc = mdb_txn_commit(txn); rc != MDB_SUCCESS) {
       failed_ = true;  // the transaction is gone; handles it opened went with it
       fail(rc, "commit a turn's writes");
    }
+   announceTurn(seq);
 }
 
 namespace {
@@ -318,6 +343,7 @@ void RowDatabase::clearTable(const std::string& path) {
    for (const auto& [name, dbi] : databases_) {
       if (name.starts_with("rows:")) {
          delRange(dbi, numberPrefix(number->second));
+         log_.cleared(number->second, std::string_view(name).substr(5));
       }
    }
 }
@@ -389,6 +415,7 @@ void RowDatabase::fail(int rc, std::string_view what) {
       // now on, so the directory is written no more.
       mdb_txn_abort(txn_);
       txn_ = nullptr;
+      log_.abandon();
       failed_ = true;
    }
    if (rc == MDB_CORRUPTED || rc == MDB_PAGE_NOTFOUND || rc == MDB_INVALID) {

@@ -24,6 +24,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/plim/ChangeLog.h"
+
 namespace Plim {
 
 enum class Access { readOnly, write };
@@ -53,12 +55,21 @@ class RowDatabase {
    RowDatabase(const RowDatabase&) = delete;
    RowDatabase& operator=(const RowDatabase&) = delete;
 
+   // The file a writer rewrites after every commit, with the turn's
+   // sequence number: what a follower watches (inotify) to wake.
+   static constexpr const char* kTurnsFile = "turns";
+
    const std::string& dir() const noexcept { return dir_; }
    bool writable() const noexcept { return access_ == Access::write; }
 
    // The database holding rows of `kind` (created for writing if absent);
    // nullopt when a read-only directory has none.
    std::optional<MDB_dbi> rowsOf(std::string_view kind);
+   // The database `name` (created for writing if absent); nullopt when a
+   // read-only directory has none.
+   std::optional<MDB_dbi> database(std::string_view name);
+   // Where stores record what their turn changed (a writer's only).
+   ChangeLog& changeLog() noexcept { return log_; }
    // The number of the table at `path`, assigned on first use when writing;
    // nullopt when a read-only directory has no such table.
    std::optional<std::uint32_t> tableNumber(const std::string& path);
@@ -104,17 +115,19 @@ class RowDatabase {
    void verifyLayout(const std::string& layout);
    void loadTables(MDB_txn* txn);
    void openNewDatabases();
-   std::optional<MDB_dbi> openDatabase(const std::string& name);
+   void announceTurn(std::uint64_t seq);
 
    std::string dir_;
    Access access_;
    int writerLock_ = -1;  // held by the one writer of the directory
+   int turns_ = -1;       // kTurnsFile, for a writer
    MDB_env* env_ = nullptr;
    MDB_txn* txn_ = nullptr;  // this turn's writes, or the reader's snapshot
    bool failed_ = false;
    std::map<std::string, MDB_dbi, std::less<>> databases_;
    std::map<std::string, std::uint32_t, std::less<>> tableNumbers_;
    std::vector<PendingWrites*> pending_;
+   ChangeLog log_{*this};
 };
 
 }  // namespace Plim

@@ -10,6 +10,8 @@
 // first, since the failed transaction frees its cursors when abandoned.
 #pragma once
 
+#include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "platform/plim/RowDatabase.h"
@@ -28,12 +30,30 @@ class SortedWrites {
    void put(MDB_val key, MDB_val value, std::string_view what = "write a row") {
       check(mdb_cursor_put(cursor_, &key, &value, 0), what);
    }
-   // Removes the key's row, if there is one.
-   void del(MDB_val key, std::string_view what = "remove a row") {
+   // Writes the key's row unless it holds these bytes already; says which
+   // (nothing: unchanged). Finding the key first costs no more than the
+   // put's own search, which the found position then spares.
+   std::optional<ChangeKind> write(MDB_val key, MDB_val value, std::string_view what = "write a row") {
+      MDB_val found;
+      const int rc = mdb_cursor_get(cursor_, &key, &found, MDB_SET);
+      if (rc == MDB_NOTFOUND) {
+         put(key, value, what);
+         return ChangeKind::added;
+      }
+      check(rc, what);
+      if (found.mv_size == value.mv_size && std::memcmp(found.mv_data, value.mv_data, value.mv_size) == 0) {
+         return std::nullopt;
+      }
+      check(mdb_cursor_put(cursor_, &key, &value, MDB_CURRENT), what);
+      return ChangeKind::changed;
+   }
+   // Removes the key's row, if there is one; says whether there was.
+   bool del(MDB_val key, std::string_view what = "remove a row") {
       MDB_val found;
       const int rc = mdb_cursor_get(cursor_, &key, &found, MDB_SET);
       check(rc == MDB_SUCCESS ? mdb_cursor_del(cursor_, 0) : rc == MDB_NOTFOUND ? MDB_SUCCESS : rc,
             what);
+      return rc == MDB_SUCCESS;
    }
 
  private:

@@ -1,0 +1,163 @@
+// `connroute show follow`: a table directory's routes, then their changes
+// as the writer commits them, a line each, until SIGINT or SIGTERM.
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "app/Player.h"
+#include "app/RowJson.h"
+#include "app/Show.h"
+#include "app/TableFollower.h"
+#include "app/TableRows.h"
+#include "platform/belm/Exceptions.h"
+
+namespace App {
+
+namespace {
+
+// SIGINT and SIGTERM as a descriptor the follower polls: it ends between
+// two batches, never in the middle of a line.
+class StopSignals {
+ public:
+   StopSignals() {
+      sigemptyset(&signals_);
+      sigaddset(&signals_, SIGINT);
+      sigaddset(&signals_, SIGTERM);
+      sigprocmask(SIG_BLOCK, &signals_, &previous_);
+      fd_ = ::signalfd(-1, &signals_, SFD_CLOEXEC);
+      if (fd_ < 0) {
+         throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(errno));
+      }
+   }
+   ~StopSignals() {
+      ::close(fd_);
+      sigprocmask(SIG_SETMASK, &previous_, nullptr);
+   }
+   StopSignals(const StopSignals&) = delete;
+   StopSignals& operator=(const StopSignals&) = delete;
+   int fd() const { return fd_; }
+
+ private:
+   sigset_t signals_, previous_;
+   int fd_ = -1;
+};
+
+class FollowPrinter {
+ public:
+   FollowPrinter(const TableFollower& follower, std::ostream& out, bool json)
+         : follower_(follower), out_(out), json_(json) {}
+
+   void operator()(const FollowEvent& event) {
+      if (json_) {
+         printJson(event);
+      } else {
+         printText(event);
+      }
+   }
+
+ private:
+   std::string vrfName(std::uint32_t id) const {
+      auto vrf = follower_.vrfs().find(id);
+      return vrf == follower_.vrfs().end() ? std::string() : vrf->second.name;
+   }
+
+   void printJson(const FollowEvent& event) {
+      nlohmann::json line = {{"seq", event.seq}, {"event", toString(event.kind)}};
+      switch (event.kind) {
+         case FollowEvent::Kind::snapshot:
+            line["routes"] = event.count;
+            break;
+         case FollowEvent::Kind::resync:
+            line["why"] = event.why;
+            break;
+         default:
+            line["vrf"] = event.vrfId ? vrfJson(vrfName(*event.vrfId), *event.vrfId) : nlohmann::json();
+            line["af"] = event.family;
+            if (event.kind == FollowEvent::Kind::removed) {
+               line["prefix"] = event.route.prefix.toString();
+            } else if (event.kind != FollowEvent::Kind::cleared) {
+               nlohmann::json route = routeJson(routeRow(event.route, "-"));
+               route.erase("owner");  // owners are published beside the log, not in it
+               line["route"] = std::move(route);
+            }
+      }
+      out_ << jsonText(line) << '\n';
+   }
+
+   void printText(const FollowEvent& event) {
+      switch (event.kind) {
+         case FollowEvent::Kind::snapshot:
+            out_ << "snapshot at turn " << event.seq << ": " << event.count << " routes\n";
+            return;
+         case FollowEvent::Kind::resync:
+            out_ << "resync at turn " << event.seq << ": " << event.why << '\n';
+            return;
+         default:
+            break;
+      }
+      out_ << event.seq << ' ' << toString(event.kind) << " vrf ";
+      if (!event.vrfId) {
+         out_ << '*';
+      } else {
+         const std::string name = vrfName(*event.vrfId);
+         out_ << (name.empty() ? "?" : name) << " (id " << *event.vrfId << ')';
+      }
+      out_ << " ipv" << event.family;
+      if (event.kind == FollowEvent::Kind::cleared) {
+         out_ << '\n';
+         return;
+      }
+      const Routing::Rib::Route& r = event.route;
+      out_ << ' ' << r.prefix.toString();
+      if (event.kind != FollowEvent::Kind::removed) {
+         out_ << " type " << static_cast<unsigned>(r.routeType) << " viaSet " << r.viaSetKey.value()
+              << " protocol " << static_cast<unsigned>(r.routingProtocol) << " metric "
+              << r.metricPref.metric << " preference " << r.metricPref.preference << " fecIndex "
+              << r.fecIndex << " flags " << r.flags;
+      }
+      out_ << '\n';
+   }
+
+   const TableFollower& follower_;
+   std::ostream& out_;
+   bool json_;
+};
+
+}  // namespace
+
+void follow(const ShowRequest& request, std::ostream& out) {
+   StopSignals stop;
+   std::optional<TableFollower> follower;
+   FollowFilter filter{std::nullopt, request.family, request.from};
+   try {
+      follower.emplace(request.dir, filter);
+      if (request.vrf) {
+         follower->onlyVrf(requestedVrf(follower->vrfs(), request));
+      }
+   } catch (const Plim::DatabaseError& e) {
+      throw ShowError(e.what());
+   } catch (const Belm::CorruptionDetectedException& e) {
+      throw ShowError(request.dir + ": " + e.what());
+   }
+   FollowPrinter print(*follower, out, request.json);
+   try {
+      follower->run(std::ref(print), stop.fd(), [&] {
+         out.flush();
+         if (!out) {
+            throw OutputError(std::string("cannot write the output: ") + std::strerror(errno));
+         }
+      });
+   } catch (const OutputError&) {
+      throw;
+   } catch (const Plim::DatabaseError& e) {
+      throw ShowError(e.what());
+   } catch (const std::exception& e) {
+      // Corruption, or a published row this connroute cannot read.
+      throw ShowError(request.dir + ": " + e.what());
+   }
+}
+
+}  // namespace App

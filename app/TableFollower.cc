@@ -1,0 +1,235 @@
+#include "app/TableFollower.h"
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "app/TableRows.h"
+#include "platform/agent/SharedState.h"
+#include "platform/plim/RowDatabase.h"
+
+namespace App {
+
+namespace Rib = Routing::Rib;
+
+std::string_view toString(FollowEvent::Kind kind) {
+   switch (kind) {
+      case FollowEvent::Kind::snapshot:
+         return "snapshot";
+      case FollowEvent::Kind::route:
+         return "route";
+      case FollowEvent::Kind::added:
+         return "added";
+      case FollowEvent::Kind::changed:
+         return "changed";
+      case FollowEvent::Kind::removed:
+         return "removed";
+      case FollowEvent::Kind::cleared:
+         return "cleared";
+      case FollowEvent::Kind::resync:
+         return "resync";
+   }
+   return "unknown";
+}
+
+namespace {
+
+FollowEvent::Kind eventOf(Plim::ChangeKind what) {
+   switch (what) {
+      case Plim::ChangeKind::added:
+         return FollowEvent::Kind::added;
+      case Plim::ChangeKind::changed:
+         return FollowEvent::Kind::changed;
+      case Plim::ChangeKind::removed:
+         return FollowEvent::Kind::removed;
+      case Plim::ChangeKind::cleared:
+         break;
+   }
+   return FollowEvent::Kind::cleared;
+}
+
+template <class T>
+T decode(std::string_view bytes) {
+   T value{};
+   std::memcpy(&value, bytes.data(), sizeof value);  // the log's bytes are not aligned for T
+   return value;
+}
+
+}  // namespace
+
+TableFollower::TableFollower(const std::string& dir, FollowFilter filter)
+      : dir_(dir), reader_(dir), filter_(filter), vrfs_(reader_.vrfs()) {
+   inotify_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+   if (inotify_ < 0) {
+      throw Plim::DatabaseError(dir_ + ": cannot watch the table directory: " + std::strerror(errno));
+   }
+   watch();
+}
+
+TableFollower::~TableFollower() { ::close(inotify_); }
+
+// Watches the file the writer rewrites after each commit; until a writer
+// has created it, the directory, for its creation.
+void TableFollower::watch() {
+   const std::string turns = dir_ + "/" + Plim::RowDatabase::kTurnsFile;
+   watch_ = ::inotify_add_watch(inotify_, turns.c_str(), IN_MODIFY);
+   watchingFile_ = watch_ >= 0;
+   if (!watchingFile_) {
+      watch_ = ::inotify_add_watch(inotify_, dir_.c_str(), IN_CREATE);
+   }
+   if (watch_ < 0) {
+      throw Plim::DatabaseError(dir_ + ": cannot watch the table directory: " + std::strerror(errno));
+   }
+}
+
+bool TableFollower::wanted(std::optional<std::uint32_t> vrfId, int family) const {
+   return (filter_.family == 0 || filter_.family == family) &&
+          (!filter_.vrfId || !vrfId || *filter_.vrfId == *vrfId);
+}
+
+void TableFollower::snapshot(const Plim::Feed& feed, const Report& report) {
+   vrfs_ = reader_.vrfs();
+   std::vector<FollowEvent> rows;
+   for (const auto& [id, vrf] : vrfs_) {
+      for (int family : {4, 6}) {
+         if (!wanted(id, family)) {
+            continue;
+         }
+         for (const Rib::Route& route : reader_.routes(id, family)) {
+            rows.push_back(FollowEvent{FollowEvent::Kind::route, feed.seq, id, family, route, 0, {}});
+         }
+      }
+   }
+   report(FollowEvent{FollowEvent::Kind::snapshot, feed.seq, filter_.vrfId, filter_.family, {},
+                      rows.size(), {}});
+   for (const FollowEvent& row : rows) {
+      report(row);
+   }
+   writer_ = feed.writer;
+   next_ = feed.seq + 1;
+}
+
+void TableFollower::resync(const Plim::Feed& feed, const std::string& why, const Report& report) {
+   report(FollowEvent{FollowEvent::Kind::resync, feed.seq, {}, 0, {}, 0, why});
+   snapshot(feed, report);
+}
+
+void TableFollower::start(const Report& report) {
+   const Plim::Feed feed = reader_.feed();
+   if (!filter_.from) {
+      snapshot(feed, report);
+      return;
+   }
+   writer_ = feed.writer;
+   next_ = *filter_.from;
+   if (next_ < feed.logStart && next_ <= feed.seq) {
+      resync(feed,
+             "turn " + std::to_string(next_) + " is no longer in the log, which begins at turn " +
+                   std::to_string(feed.logStart),
+             report);
+   }
+}
+
+void TableFollower::reportChange(const Plim::LoggedChange& change, const std::string& path,
+                                 const Report& report) {
+   const bool query = path == Agent::kRouteQuery4Path || path == Agent::kRouteQuery6Path;
+   const std::optional<VrfTablePath> table = query ? std::nullopt : parseVrfTablePath(path);
+   if (!(query ? change.kind == "routeQuery" : table && table->routes && change.kind == "route")) {
+      return;  // vias and via sets: not followed
+   }
+   FollowEvent event{eventOf(change.what), change.seq, {}, 0, {}, 0, {}};
+   event.family = query ? (path == Agent::kRouteQuery4Path ? 4 : 6) : table->family;
+   const std::size_t keySize = query ? sizeof(Rib::OrqKey) : sizeof(Ovel::IpGenPrefix);
+   const std::size_t rowSize = query ? sizeof(Rib::IpRibRouteOrq) : sizeof(Rib::Route);
+   if (change.what != Plim::ChangeKind::cleared &&
+       (change.key.size() != keySize || (!change.row.empty() && change.row.size() != rowSize))) {
+      throw Plim::DatabaseError(dir_ + ": cannot read the change log: a change of turn " +
+                                std::to_string(change.seq) + " has rows of another size");
+   }
+   if (query) {
+      if (change.what != Plim::ChangeKind::cleared) {
+         const auto key = decode<Rib::OrqKey>(change.key);
+         event.vrfId = key.vrfId.value();
+         event.route.prefix = key.prefix;
+      }
+      if (!change.row.empty()) {
+         event.route = decode<Rib::IpRibRouteOrq>(change.row).route();
+      }
+   } else {
+      event.vrfId = table->vrfId;
+      if (change.what != Plim::ChangeKind::cleared) {
+         event.route.prefix = decode<Ovel::IpGenPrefix>(change.key);
+      }
+      if (!change.row.empty()) {
+         event.route = decode<Rib::Route>(change.row);
+      }
+   }
+   if (!wanted(event.vrfId, event.family)) {
+      return;
+   }
+   if (event.vrfId && !vrfs_.contains(*event.vrfId)) {
+      vrfs_ = reader_.vrfs();  // a VRF that came after the snapshot: its name
+   }
+   report(event);
+}
+
+void TableFollower::catchUp(const Report& report) {
+   reader_.refresh();
+   const Plim::Feed feed = reader_.feed();
+   if (feed.writer != writer_ && (writer_ != 0 || next_ < feed.logStart)) {
+      resync(feed, "another writer took over the tables (the agent restarted)", report);
+      return;
+   }
+   writer_ = feed.writer;
+   if (next_ > feed.seq) {
+      return;
+   }
+   if (next_ < feed.logStart) {
+      resync(feed,
+             "fell behind: turn " + std::to_string(next_) +
+                   " is no longer in the log, which begins at turn " + std::to_string(feed.logStart),
+             report);
+      return;
+   }
+   reader_.forEachChange(next_, feed.seq, [&](const Plim::LoggedChange& change, const std::string& path) {
+      reportChange(change, path, report);
+   });
+   next_ = feed.seq + 1;
+}
+
+void TableFollower::run(const Report& report, int stopFd, const std::function<void()>& batchDone) {
+   auto done = [&] {
+      if (batchDone) {
+         batchDone();
+      }
+   };
+   start(report);
+   catchUp(report);
+   done();
+   pollfd fds[2] = {{inotify_, POLLIN, 0}, {stopFd, POLLIN, 0}};
+   for (;;) {
+      if (::poll(fds, 2, -1) < 0) {
+         if (errno == EINTR) {
+            continue;
+         }
+         throw Plim::DatabaseError(dir_ + ": cannot wait for the writer: " + std::strerror(errno));
+      }
+      if (fds[1].revents != 0) {
+         return;
+      }
+      alignas(inotify_event) char events[4096];
+      while (::read(inotify_, events, sizeof events) > 0) {
+      }
+      if (!watchingFile_) {
+         ::inotify_rm_watch(inotify_, watch_);
+         watch();
+      }
+      catchUp(report);
+      done();
+   }
+}
+
+}  // namespace App
