@@ -27,12 +27,17 @@ class StopSignals {
       sigaddset(&signals_, SIGINT);
       sigaddset(&signals_, SIGTERM);
       sigprocmask(SIG_BLOCK, &signals_, &previous_);
-      fd_ = ::signalfd(-1, &signals_, SFD_CLOEXEC);
+      fd_ = ::signalfd(-1, &signals_, SFD_CLOEXEC | SFD_NONBLOCK);
       if (fd_ < 0) {
          throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(errno));
       }
    }
    ~StopSignals() {
+      // The signal that stopped the follower is taken here: unblocked, it
+      // would end the process before it says how it went.
+      signalfd_siginfo info;
+      while (::read(fd_, &info, sizeof info) == sizeof info) {
+      }
       ::close(fd_);
       sigprocmask(SIG_SETMASK, &previous_, nullptr);
    }
@@ -131,11 +136,10 @@ class FollowPrinter {
 void follow(const ShowRequest& request, std::ostream& out) {
    StopSignals stop;
    std::optional<TableFollower> follower;
-   FollowFilter filter{std::nullopt, request.family, request.from};
    try {
-      follower.emplace(request.dir, filter);
+      follower.emplace(request.dir, FollowFilter{request.vrf, request.family, request.from});
       if (request.vrf) {
-         follower->onlyVrf(requestedVrf(follower->vrfs(), request));
+         requestedVrf(follower->vrfs(), request);  // one the directory knows
       }
    } catch (const Plim::DatabaseError& e) {
       throw ShowError(e.what());

@@ -86,8 +86,14 @@ void TableFollower::watch() {
 }
 
 bool TableFollower::wanted(std::optional<std::uint32_t> vrfId, int family) const {
-   return (filter_.family == 0 || filter_.family == family) &&
-          (!filter_.vrfId || !vrfId || *filter_.vrfId == *vrfId);
+   if (filter_.family != 0 && filter_.family != family) {
+      return false;
+   }
+   if (!filter_.vrf || !vrfId) {
+      return true;
+   }
+   const auto vrf = vrfs_.find(*vrfId);
+   return *filter_.vrf == std::to_string(*vrfId) || (vrf != vrfs_.end() && vrf->second.name == *filter_.vrf);
 }
 
 void TableFollower::snapshot(const Plim::Feed& feed, const Report& report) {
@@ -103,8 +109,7 @@ void TableFollower::snapshot(const Plim::Feed& feed, const Report& report) {
          }
       }
    }
-   report(FollowEvent{FollowEvent::Kind::snapshot, feed.seq, filter_.vrfId, filter_.family, {},
-                      rows.size(), {}});
+   report(FollowEvent{FollowEvent::Kind::snapshot, feed.seq, {}, filter_.family, {}, rows.size(), {}});
    for (const FollowEvent& row : rows) {
       report(row);
    }
@@ -167,13 +172,12 @@ void TableFollower::reportChange(const Plim::LoggedChange& change, const std::st
          event.route = decode<Rib::Route>(change.row);
       }
    }
-   if (!wanted(event.vrfId, event.family)) {
-      return;
-   }
    if (event.vrfId && !vrfs_.contains(*event.vrfId)) {
       vrfs_ = reader_.vrfs();  // a VRF that came after the snapshot: its name
    }
-   report(event);
+   if (wanted(event.vrfId, event.family)) {
+      report(event);
+   }
 }
 
 void TableFollower::catchUp(const Report& report) {

@@ -38,7 +38,9 @@ struct FollowEvent {
 std::string_view toString(FollowEvent::Kind kind);
 
 struct FollowFilter {
-   std::optional<std::uint32_t> vrfId;  // every VRF if empty
+   // A VRF's name or identifier, every VRF if empty. By name, the VRF is
+   // whichever has that name now, across writers.
+   std::optional<std::string> vrf;
    int family = 0;                      // 4 or 6; both if 0
    // Start with the changes of this turn instead of a snapshot.
    std::optional<std::uint64_t> from;
@@ -53,9 +55,6 @@ class TableFollower {
    ~TableFollower();
    TableFollower(const TableFollower&) = delete;
    TableFollower& operator=(const TableFollower&) = delete;
-
-   // Only this VRF's routes (named after opening, from vrfs()).
-   void onlyVrf(std::uint32_t vrfId) { filter_.vrfId = vrfId; }
 
    // Reports until `stopFd` becomes readable; `batchDone` after each
    // batch of events (a snapshot, a wake's changes), e.g. to flush output.

@@ -7,6 +7,8 @@ packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libcli11-dev liblmdb-dev libmnl-dev iproute2 python3
+  # the tests that read what connroute writes with other tools
+  python3-lmdb python3-prometheus-client prometheus-node-exporter
 )
 
 missing=()
