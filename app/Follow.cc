@@ -10,7 +10,7 @@
 #include "app/Player.h"
 #include "app/RowJson.h"
 #include "app/Show.h"
-#include "app/TableFollower.h"
+#include "app/read/TableFollower.h"
 #include "app/TableRows.h"
 #include "platform/belm/Exceptions.h"
 

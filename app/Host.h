@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "app/Dump.h"
-#include "app/Metrics.h"
+#include "app/read/Metrics.h"
 #include "app/Scenario.h"
 #include "app/TablePublisher.h"
 #include "lifecycle/RootSm.h"

@@ -79,7 +79,7 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
    }
    std::vector<std::uint32_t> vrfIds;
    for (const std::string& path : shared_.entityManager->paths()) {
-      if (auto table = parseVrfTablePath(path)) {
+      if (auto table = Routing::Rib::parseVrfTablePath(path)) {
          vrfIds.push_back(table->vrfId);
       }
    }

@@ -5,9 +5,9 @@
 #include <cmath>
 #include <cstdio>
 
-#include "app/Metrics.h"
+#include "app/read/Metrics.h"
 #include "app/RowJson.h"
-#include "app/TableReader.h"
+#include "app/read/TableReader.h"
 #include "app/TableRows.h"
 #include "app/TextTable.h"
 #include "platform/belm/Exceptions.h"

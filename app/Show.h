@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "app/TableReader.h"
+#include "app/read/TableReader.h"
 
 namespace App {
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "app/PublishedRows.h"
+#include "app/read/PublishedRows.h"
 #include "platform/plim/SortedWrites.h"
 
 namespace App {

@@ -26,30 +26,4 @@ ViaSetRow viaSetRow(const Rib::Plim::ViaSet& v) {
                     static_cast<std::uint32_t>(v.via.rp), v.viaCount};
 }
 
-std::optional<VrfTablePath> parseVrfTablePath(std::string_view path) {
-   for (std::string_view head : {"routing/rib/routeConfig/ipv", "routing/rib/viaConfig/ipv"}) {
-      if (!path.starts_with(head)) {
-         continue;
-      }
-      VrfTablePath parsed{head.find("route") != std::string_view::npos, 0, 0};
-      path.remove_prefix(head.size());
-      if (path.size() < 2 || (path[0] != '4' && path[0] != '6') || path[1] != '/') {
-         return std::nullopt;
-      }
-      parsed.family = path[0] - '0';
-      path.remove_prefix(2);
-      constexpr std::string_view tail = "/connected";
-      if (!path.ends_with(tail)) {
-         return std::nullopt;
-      }
-      path.remove_suffix(tail.size());
-      auto [end, error] = std::from_chars(path.data(), path.data() + path.size(), parsed.vrfId);
-      if (error != std::errc() || end != path.data() + path.size()) {
-         return std::nullopt;
-      }
-      return parsed;
-   }
-   return std::nullopt;
-}
-
 }  // namespace App

@@ -1,6 +1,7 @@
 #include "lifecycle/ContainerSm.h"
 
 #include "install/IntfBacklogSmTrace.h"
+#include "platform/rib/TablePaths.h"
 #include "tracking/ConnectedRouteTrace.h"
 
 namespace Routing::ConnectedRoute {
@@ -60,18 +61,10 @@ void ContainerSm::teardown() noexcept {
    kernelIntfStatus_ = nullptr;
 }
 
-std::string ContainerSm::rib4Path(VrfId vrfId) {
-   return "routing/rib/routeConfig/ipv4/" + std::to_string(vrfId.value()) + "/connected";
-}
-std::string ContainerSm::rib6Path(VrfId vrfId) {
-   return "routing/rib/routeConfig/ipv6/" + std::to_string(vrfId.value()) + "/connected";
-}
-std::string ContainerSm::via4Path(VrfId vrfId) {
-   return "routing/rib/viaConfig/ipv4/" + std::to_string(vrfId.value()) + "/connected";
-}
-std::string ContainerSm::via6Path(VrfId vrfId) {
-   return "routing/rib/viaConfig/ipv6/" + std::to_string(vrfId.value()) + "/connected";
-}
+std::string ContainerSm::rib4Path(VrfId vrfId) { return Rib::routeTablePath(4, vrfId.value()); }
+std::string ContainerSm::rib6Path(VrfId vrfId) { return Rib::routeTablePath(6, vrfId.value()); }
+std::string ContainerSm::via4Path(VrfId vrfId) { return Rib::viaTablePath(4, vrfId.value()); }
+std::string ContainerSm::via6Path(VrfId vrfId) { return Rib::viaTablePath(6, vrfId.value()); }
 std::string ContainerSm::kniPath(const Ovel::NamespaceName& netNs) {
    return "kni/ns/" + netNs.str() + "/status";
 }

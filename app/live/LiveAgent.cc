@@ -22,7 +22,7 @@
 
 #include "app/Host.h"
 #include "app/Player.h"
-#include "app/PublishedRows.h"
+#include "app/read/PublishedRows.h"
 #include "app/TablePublisher.h"
 #include "app/TableRows.h"
 #include "app/live/MetricsFile.h"
@@ -362,7 +362,7 @@ void LiveLoop::clearUnservedTables() {
       servedIds.insert(served.feed->vrfId().value());
    }
    for (const auto& [path, number] : tables_->tables()) {
-      const auto parsed = parseVrfTablePath(path);
+      const auto parsed = Routing::Rib::parseVrfTablePath(path);
       if (parsed && !servedIds.contains(parsed->vrfId)) {
          tables_->clearTable(path);
          tables_->delRange(*tables_->rowsOf(kVrfNameKind), vrfKey(parsed->vrfId));

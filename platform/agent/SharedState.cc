@@ -15,7 +15,7 @@ SharedState::SharedState(std::shared_ptr<Plim::RowDatabase> rowDatabase) {
       std::tie(route4OrmoMount, route4OrmoConfig) = mountQuery(kRouteQuery4Path);
       std::tie(route6OrmoMount, route6OrmoConfig) = mountQuery(kRouteQuery6Path);
    }
-   viaSetMount = entityManager->mount("routing/rib/viaSetConfig", "Routing::Rib::ViaSetConfig",
+   viaSetMount = entityManager->mount(Routing::Rib::kViaSetPath, "Routing::Rib::ViaSetConfig",
                                       {{{"viaSet", 4096}}}, Kordb::MountMode::write);
    viaSetConfig = viaSetMount->entityAs<Routing::Rib::ViaSetConfig>();
 }

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "platform/rib/TablePaths.h"
 #include "platform/interface/IntfDirectories.h"
 #include "platform/ip/IpIntfStatus.h"
 #include "platform/ip/VrfStatusLocal.h"
@@ -22,8 +23,8 @@
 namespace Agent {
 
 // Where the query tables are mounted when they are kept in a row database.
-inline constexpr const char* kRouteQuery4Path = "routing/rib/routeQuery/ipv4";
-inline constexpr const char* kRouteQuery6Path = "routing/rib/routeQuery/ipv6";
+inline constexpr const char* kRouteQuery4Path = Routing::Rib::kRouteQuery4Path;
+inline constexpr const char* kRouteQuery6Path = Routing::Rib::kRouteQuery6Path;
 
 struct SharedState {
    // With a row database, the RIB's tables keep their rows in it: other

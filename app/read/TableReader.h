@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/PublishedRows.h"
+#include "app/read/PublishedRows.h"
 #include "platform/kordb/EntityManager.h"
 #include "platform/plim/RowDatabase.h"
 #include "platform/rib/Route.h"

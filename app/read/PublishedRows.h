@@ -5,12 +5,25 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/ovel/IpGenPrefix.h"
 #include "platform/vok/KeyTraits.h"
 
 namespace App {
+
+// Names of the published databases and the layout of their values
+// (tab-separated text, read back by `connroute show`).
+inline constexpr std::string_view kVrfStatusKind = "vrfStatus";    // key: VRF id (big-endian)
+inline constexpr std::string_view kCandidatesKind = "candidates";  // key: VRF id + prefix
+inline constexpr std::string_view kAgentKind = "agent";            // key: "agent"
+// The name each VRF identifier is served under: kept when the agent stops
+// (and across runs), so that the rows it leaves keep a name; removed with a
+// VRF that goes while the agent runs.
+inline constexpr std::string_view kVrfNameKind = "vrfName";        // key: VRF id (big-endian)
+// The live agent's counters of each namespace it reads (NamespaceCounters).
+inline constexpr std::string_view kNetnsKind = "netns";            // key: the namespace's name
 
 struct PrefixHash {
    std::size_t operator()(const Ovel::IpGenPrefix& prefix) const noexcept {

@@ -1,4 +1,4 @@
-#include "app/TableFollower.h"
+#include "app/read/TableFollower.h"
 
 #include <poll.h>
 #include <sys/inotify.h>
@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "app/TableRows.h"
-#include "platform/agent/SharedState.h"
 #include "platform/plim/RowDatabase.h"
+#include "platform/rib/IpRibRouteOrqTable.h"
+#include "platform/rib/TablePaths.h"
 
 namespace App {
 
@@ -140,13 +140,13 @@ void TableFollower::start(const Report& report) {
 
 void TableFollower::reportChange(const Plim::LoggedChange& change, const std::string& path,
                                  const Report& report) {
-   const bool query = path == Agent::kRouteQuery4Path || path == Agent::kRouteQuery6Path;
-   const std::optional<VrfTablePath> table = query ? std::nullopt : parseVrfTablePath(path);
+   const bool query = path == Rib::kRouteQuery4Path || path == Rib::kRouteQuery6Path;
+   const std::optional<Rib::VrfTablePath> table = query ? std::nullopt : Rib::parseVrfTablePath(path);
    if (!(query ? change.kind == "routeQuery" : table && table->routes && change.kind == "route")) {
       return;  // vias and via sets: not followed
    }
    FollowEvent event{eventOf(change.what), change.seq, {}, 0, {}, 0, {}};
-   event.family = query ? (path == Agent::kRouteQuery4Path ? 4 : 6) : table->family;
+   event.family = query ? (path == Rib::kRouteQuery4Path ? 4 : 6) : table->family;
    const std::size_t keySize = query ? sizeof(Rib::OrqKey) : sizeof(Ovel::IpGenPrefix);
    const std::size_t rowSize = query ? sizeof(Rib::IpRibRouteOrq) : sizeof(Rib::Route);
    if (change.what != Plim::ChangeKind::cleared &&

@@ -1,26 +1,21 @@
-#include "app/TableReader.h"
+#include "app/read/TableReader.h"
 
 #include <set>
 
 #include <algorithm>
 #include <cstring>
 
-#include "app/TablePublisher.h"
-#include "app/TableRows.h"
-#include "lifecycle/ContainerSm.h"
 #include "platform/rib/IpRibRouteOrqTable.h"
 #include "platform/rib/RouteConfig.h"
+#include "platform/rib/TablePaths.h"
 #include "platform/rib/ViaConfig.h"
 #include "platform/rib/ViaSetConfig.h"
 
 namespace App {
 
 namespace Rib = Routing::Rib;
-using Routing::ConnectedRoute::ContainerSm;
 
 namespace {
-
-constexpr const char* kViaSetPath = "routing/rib/viaSetConfig";
 
 std::string_view text(const MDB_val& value) {
    return {static_cast<const char*>(value.mv_data), value.mv_size};
@@ -83,7 +78,7 @@ std::map<std::uint32_t, TableReader::Vrf> TableReader::vrfs() const {
    std::map<std::uint32_t, Vrf> vrfs;
    std::set<std::uint32_t> withRows;
    for (const auto& [path, number] : tables_) {
-      if (auto parsed = parseVrfTablePath(path)) {
+      if (auto parsed = Rib::parseVrfTablePath(path)) {
          vrfs[parsed->vrfId].id = parsed->vrfId;
          if (db_->tableHasRows(path)) {
             withRows.insert(parsed->vrfId);
@@ -145,14 +140,13 @@ std::optional<std::pair<std::string, double>> TableReader::agent() const {
 std::vector<Rib::Route> TableReader::routes(std::uint32_t vrfId, int family) const {
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
    std::vector<Rib::Route> routes;
-   if (auto config = table<Rib::RouteConfig>(family == 4 ? ContainerSm::rib4Path(id)
-                                                         : ContainerSm::rib6Path(id),
+   if (auto config = table<Rib::RouteConfig>(Rib::routeTablePath(family, vrfId),
                                              "Routing::Rib::RouteConfig")) {
       routes.reserve(config->routeCount());
       config->forEachRoute([&](const Rib::Route& r) { routes.push_back(r); });
    }
    if (auto query = table<Rib::IpRibRouteOrqTable>(
-             family == 4 ? Agent::kRouteQuery4Path : Agent::kRouteQuery6Path,
+             family == 4 ? Rib::kRouteQuery4Path : Rib::kRouteQuery6Path,
              "Routing::Rib::IpRibRouteOrqTable")) {
       query->forEachRow([&](const Rib::IpRibRouteOrq& row) {
          if (row.key().vrfId == id) {
@@ -168,13 +162,12 @@ std::vector<Rib::Route> TableReader::routes(std::uint32_t vrfId, int family) con
 std::size_t TableReader::routeCount(std::uint32_t vrfId, int family) const {
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
    std::size_t count = 0;
-   if (auto config = table<Rib::RouteConfig>(family == 4 ? ContainerSm::rib4Path(id)
-                                                         : ContainerSm::rib6Path(id),
+   if (auto config = table<Rib::RouteConfig>(Rib::routeTablePath(family, vrfId),
                                              "Routing::Rib::RouteConfig")) {
       count += config->routeCount();
    }
    if (auto query = table<Rib::IpRibRouteOrqTable>(
-             family == 4 ? Agent::kRouteQuery4Path : Agent::kRouteQuery6Path,
+             family == 4 ? Rib::kRouteQuery4Path : Rib::kRouteQuery6Path,
              "Routing::Rib::IpRibRouteOrqTable")) {
       query->forEachRow([&](const Rib::IpRibRouteOrq& row) { count += row.key().vrfId == id; });
    }
@@ -183,8 +176,7 @@ std::size_t TableReader::routeCount(std::uint32_t vrfId, int family) const {
 
 std::size_t TableReader::viaCount(std::uint32_t vrfId, int family) const {
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
-   auto config = table<Rib::Ip::ViaConfig>(family == 4 ? ContainerSm::via4Path(id)
-                                                       : ContainerSm::via6Path(id),
+   auto config = table<Rib::Ip::ViaConfig>(Rib::viaTablePath(family, vrfId),
                                            "Routing::Rib::Ip::ViaConfig");
    return config ? config->viaCount() : 0;
 }
@@ -192,8 +184,7 @@ std::size_t TableReader::viaCount(std::uint32_t vrfId, int family) const {
 std::vector<Rib::Via> TableReader::vias(std::uint32_t vrfId, int family) const {
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
    std::vector<Rib::Via> vias;
-   if (auto config = table<Rib::Ip::ViaConfig>(family == 4 ? ContainerSm::via4Path(id)
-                                                           : ContainerSm::via6Path(id),
+   if (auto config = table<Rib::Ip::ViaConfig>(Rib::viaTablePath(family, vrfId),
                                                "Routing::Rib::Ip::ViaConfig")) {
       config->forEachVia([&](const Rib::Via& v) { vias.push_back(v); });
    }
@@ -204,7 +195,7 @@ std::vector<Rib::Via> TableReader::vias(std::uint32_t vrfId, int family) const {
 
 std::vector<Rib::Plim::ViaSet> TableReader::viaSets() const {
    std::vector<Rib::Plim::ViaSet> sets;
-   if (auto config = table<Rib::ViaSetConfig>(kViaSetPath, "Routing::Rib::ViaSetConfig")) {
+   if (auto config = table<Rib::ViaSetConfig>(Rib::kViaSetPath, "Routing::Rib::ViaSetConfig")) {
       config->forEachViaSet([&](const Rib::Plim::ViaSet& v) { sets.push_back(v); });
    }
    std::sort(sets.begin(), sets.end(),

@@ -12,7 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "app/TableReader.h"
+#include "app/read/TableReader.h"
 
 namespace App {
 

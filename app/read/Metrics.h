@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/PublishedRows.h"
+#include "app/read/PublishedRows.h"
 
 namespace App {
 

@@ -1,8 +1,8 @@
-#include "app/Metrics.h"
+#include "app/read/Metrics.h"
 
 #include <cstdio>
 
-#include "app/TableReader.h"
+#include "app/read/TableReader.h"
 
 namespace App {
 

@@ -1,4 +1,4 @@
-#include "app/PublishedRows.h"
+#include "app/read/PublishedRows.h"
 
 #include <charconv>
 #include <cstdio>
