@@ -215,6 +215,7 @@ void TableFollower::run(const Report& report, int stopFd, const std::function<vo
    done();
    pollfd fds[2] = {{inotify_, POLLIN, 0}, {stopFd, POLLIN, 0}};
    for (;;) {
+      reader_.release();  // asleep, it holds no snapshot for the writer to keep
       if (::poll(fds, 2, -1) < 0) {
          if (errno == EINTR) {
             continue;

@@ -72,6 +72,8 @@ class TableReader {
                             visit) const;
    // Moves to the latest committed state.
    void refresh();
+   // Lets go of the snapshot until the next read (RowDatabase::release).
+   void release() { db_->release(); }
 
  private:
    template <class Table>

@@ -84,7 +84,10 @@ std::string_view toString(ChangeKind kind) {
 }
 
 void ChangeLog::beginTable(std::uint32_t table, std::string_view kind, std::size_t keySize,
-                           std::size_t rowSize) {
+                           std::size_t rowSize, std::size_t writes) {
+   if (!overflow_ && turnChanges_ + writes > kKeptChanges) {
+      overflow();
+   }
    keySize_ = keySize;
    rowSize_ = rowSize;
    part_.clear();
@@ -102,8 +105,7 @@ void ChangeLog::change(ChangeKind what, const void* key, const void* row) {
       return;
    }
    if (++turnChanges_ > kKeptChanges) {
-      overflow_ = true;  // a follower reads this turn's result as a snapshot
-      forgetTurn(db_.txn(), database(db_, kLogDatabase));
+      overflow();
       return;
    }
    if (partChanges_ == kPartChanges) {
@@ -119,6 +121,12 @@ void ChangeLog::change(ChangeKind what, const void* key, const void* row) {
    ++partChanges_;
 }
 
+// The turn is too large to log: a follower reads its result as a snapshot.
+void ChangeLog::overflow() {
+   overflow_ = true;
+   forgetTurn(db_.txn(), database(db_, kLogDatabase));
+}
+
 void ChangeLog::endTable() {
    if (!overflow_ && partChanges_ > 0) {
       putPart();
@@ -127,7 +135,7 @@ void ChangeLog::endTable() {
 }
 
 void ChangeLog::cleared(std::uint32_t table, std::string_view kind) {
-   beginTable(table, kind, 0, 0);
+   beginTable(table, kind, 0, 0, 1);
    change(ChangeKind::cleared, nullptr, nullptr);
    endTable();
 }

@@ -68,10 +68,12 @@ class ChangeLog {
 
    explicit ChangeLog(RowDatabase& db) : db_(db) {}
 
-   // A run of changes of one table's rows of one kind, each made by
-   // `change()`: a store's flush at the end of a turn.
+   // A run of at most `writes` changes of one table's rows of one kind,
+   // each made by `change()`: a store's flush at the end of a turn. A run
+   // that would take the turn past the bound ends its logging at once,
+   // before anything of it is copied.
    void beginTable(std::uint32_t table, std::string_view kind, std::size_t keySize,
-                   std::size_t rowSize);
+                   std::size_t rowSize, std::size_t writes);
    void change(ChangeKind what, const void* key, const void* row);
    void endTable();
    // Every row of `table` (of `kind`) removed at once.
@@ -87,6 +89,7 @@ class ChangeLog {
 
  private:
    MDB_dbi start(MDB_txn* txn);
+   void overflow();
    void putPart();
    void forgetTurn(MDB_txn* txn, MDB_dbi log);
    void trim(MDB_txn* txn, MDB_dbi log);

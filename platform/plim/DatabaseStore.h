@@ -158,7 +158,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       });
       SortedWrites writes(*db_, *rows_);
       ChangeLog& log = db_->changeLog();
-      log.beginTable(*number_, kind_, sizeof(K), sizeof(V));
+      log.beginTable(*number_, kind_, sizeof(K), sizeof(V), changes_.size());
       for (std::size_t i = 0; i < changes_.size(); ++i) {
          const Change& change = changes_[i];
          if (i + 1 < changes_.size() && std::memcmp(&change.key, &changes_[i + 1].key, sizeof(K)) == 0) {

@@ -297,6 +297,9 @@ MDB_txn* RowDatabase::txn() {
    if (failed_) {
       throw DatabaseError(dir_ + ": no longer written: an earlier write to it failed");
    }
+   if (released_) {
+      refresh();
+   }
    if (!txn_) {
       check(mdb_txn_begin(env_, nullptr, 0, &txn_), "begin a write transaction");
    }
@@ -401,10 +404,18 @@ void RowDatabase::refresh() {
    if (writable() || !env_) {
       return;
    }
-   mdb_txn_reset(txn_);
+   release();
    openNewDatabases();  // the writer may have added kinds of rows since
    check(mdb_txn_renew(txn_), "renew the reader's snapshot");
+   released_ = false;
    loadTables(txn_);  // and tables
+}
+
+void RowDatabase::release() {
+   if (!writable() && txn_ && !released_) {
+      mdb_txn_reset(txn_);
+      released_ = true;
+   }
 }
 
 void RowDatabase::fail(int rc, std::string_view what) {

@@ -88,6 +88,10 @@ class RowDatabase {
    void pendingWritesDel(PendingWrites* store) { std::erase(pending_, store); }
    // A reader moves its snapshot to the latest committed state.
    void refresh();
+   // A reader lets go of its snapshot until it reads again (then at the
+   // latest state): a snapshot held keeps the writer from reusing the pages
+   // it has freed since, and each of its turns takes fresh ones instead.
+   void release();
 
    // Removes every row of `dbi` whose key starts with `prefix`.
    void delRange(MDB_dbi dbi, std::string_view prefix);
@@ -124,6 +128,7 @@ class RowDatabase {
    MDB_env* env_ = nullptr;
    MDB_txn* txn_ = nullptr;  // this turn's writes, or the reader's snapshot
    bool failed_ = false;
+   bool released_ = false;  // a reader's snapshot, let go of
    std::map<std::string, MDB_dbi, std::less<>> databases_;
    std::map<std::string, std::uint32_t, std::less<>> tableNumbers_;
    std::vector<PendingWrites*> pending_;

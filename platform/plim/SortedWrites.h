@@ -31,16 +31,17 @@ class SortedWrites {
       check(mdb_cursor_put(cursor_, &key, &value, 0), what);
    }
    // Writes the key's row unless it holds these bytes already; says which
-   // (nothing: unchanged). Finding the key first costs no more than the
-   // put's own search, which the found position then spares.
+   // (nothing: unchanged). One search either way: a new key is put by it,
+   // and an existing one is found by it and then replaced where it is.
    std::optional<ChangeKind> write(MDB_val key, MDB_val value, std::string_view what = "write a row") {
-      MDB_val found;
-      const int rc = mdb_cursor_get(cursor_, &key, &found, MDB_SET);
-      if (rc == MDB_NOTFOUND) {
-         put(key, value, what);
+      MDB_val found = value;
+      const int rc = mdb_cursor_put(cursor_, &key, &found, MDB_NOOVERWRITE);
+      if (rc == MDB_SUCCESS) {
          return ChangeKind::added;
       }
-      check(rc, what);
+      if (rc != MDB_KEYEXIST) {
+         check(rc, what);
+      }
       if (found.mv_size == value.mv_size && std::memcmp(found.mv_data, value.mv_data, value.mv_size) == 0) {
          return std::nullopt;
       }
