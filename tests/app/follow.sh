@@ -83,7 +83,9 @@ expect_error() { # PART ARGS...
   status=$?
   [ "$status" -eq 2 ] && [[ "$err" == *"$part"* ]] || fail "show $* -> exit $status: $err (wanted 2 and '$part')"
 }
+mkdir -p "$work/other" && printf 'not lmdb' > "$work/other/data.mdb"
 expect_error "no such table directory" --tables "$work/missing" follow
+expect_error "cannot open the table directory" --tables "$work/other" follow
 expect_error "no VRF 'blue'" --tables "$work/t" follow --vrf blue
 expect_error "--af: 5 not in {4,6}" --tables "$work/t" follow --af 5
 
