@@ -10,8 +10,8 @@
 #include "app/Player.h"
 #include "app/RowJson.h"
 #include "app/Show.h"
-#include "app/read/TableFollower.h"
 #include "app/TableRows.h"
+#include "app/read/TableFollower.h"
 #include "platform/belm/Exceptions.h"
 
 namespace App {
@@ -29,7 +29,9 @@ class StopSignals {
       sigprocmask(SIG_BLOCK, &signals_, &previous_);
       fd_ = ::signalfd(-1, &signals_, SFD_CLOEXEC | SFD_NONBLOCK);
       if (fd_ < 0) {
-         throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(errno));
+         const int error = errno;
+         sigprocmask(SIG_SETMASK, &previous_, nullptr);
+         throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(error));
       }
    }
    ~StopSignals() {
@@ -69,27 +71,36 @@ class FollowPrinter {
       return vrf == follower_.vrfs().end() ? std::string() : vrf->second.name;
    }
 
+   // Written directly, keys in order: a snapshot is a line per route, and
+   // a follower that falls behind reads one after another.
    void printJson(const FollowEvent& event) {
-      nlohmann::json line = {{"seq", event.seq}, {"event", toString(event.kind)}};
+      std::string line = "{";
       switch (event.kind) {
          case FollowEvent::Kind::snapshot:
-            line["routes"] = event.count;
+            line += "\"event\":\"snapshot\",\"routes\":" + std::to_string(event.count);
             break;
          case FollowEvent::Kind::resync:
-            line["why"] = event.why;
+            line += "\"event\":\"resync\",\"why\":" + jsonStringText(event.why);
             break;
          default:
-            line["vrf"] = event.vrfId ? vrfJson(vrfName(*event.vrfId), *event.vrfId) : nlohmann::json();
-            line["af"] = event.family;
+            line += "\"af\":" + std::to_string(event.family) + ",\"event\":\"" +
+                    std::string(toString(event.kind)) + '"';
             if (event.kind == FollowEvent::Kind::removed) {
-               line["prefix"] = event.route.prefix.toString();
+               line += ",\"prefix\":\"" + event.route.prefix.toString() + '"';
             } else if (event.kind != FollowEvent::Kind::cleared) {
-               nlohmann::json route = routeJson(routeRow(event.route, "-"));
-               route.erase("owner");  // owners are published beside the log, not in it
-               line["route"] = std::move(route);
+               // Owners are published beside the log, not in it.
+               line += ",\"route\":" + routeJsonTextOf(routeRow(event.route, "-"), WithOwner::no);
             }
       }
-      out_ << jsonText(line) << '\n';
+      line += ",\"seq\":" + std::to_string(event.seq);
+      if (event.vrfId) {
+         line += ",\"vrf\":{\"id\":" + std::to_string(*event.vrfId) + ",\"name\":";
+         const std::string name = vrfName(*event.vrfId);
+         line += (name.empty() ? std::string("null") : jsonStringText(name)) + '}';
+      } else if (event.kind == FollowEvent::Kind::cleared) {
+         line += ",\"vrf\":null";
+      }
+      out_ << line << "}\n";
    }
 
    void printText(const FollowEvent& event) {

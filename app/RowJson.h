@@ -42,23 +42,28 @@ inline nlohmann::json routeJson(const RouteRow& r) {
            {"preference", r.preference}, {"fecIndex", r.fecIndex}, {"flags", r.flags}};
 }
 
+// A JSON string, written directly when it needs no escapes.
+inline std::string jsonStringText(const std::string& text) {
+   const bool plain = std::all_of(text.begin(), text.end(), [](char c) {
+      return c >= 0x20 && c < 0x7f && c != '"' && c != '\\';
+   });
+   return plain ? '"' + text + '"' : jsonScalar(text);
+}
+
 // routeJson(r) as one line of JSON, written directly: the same text,
 // without building an object per row (a million rows are printed at once).
-inline std::string routeJsonText(const RouteRow& r) {
-   auto plain = [](std::string_view text) {
-      return std::all_of(text.begin(), text.end(), [](char c) {
-         return c >= 0x20 && c < 0x7f && c != '"' && c != '\\';
-      });
-   };
-   auto string = [&](const std::string& text) {
-      return plain(text) ? '"' + text + '"' : jsonScalar(text);
-   };
+// Without the owner for rows that have none to tell (a followed change).
+enum class WithOwner { yes, no };
+inline std::string routeJsonTextOf(const RouteRow& r, WithOwner withOwner) {
+   auto string = [](const std::string& text) { return jsonStringText(text); };
    std::string line;
    line.reserve(160);
    line += "{\"fecIndex\":" + std::to_string(r.fecIndex);
    line += ",\"flags\":" + std::to_string(r.flags);
    line += ",\"metric\":" + std::to_string(r.metric);
-   line += ",\"owner\":" + string(r.owner);
+   if (withOwner == WithOwner::yes) {
+      line += ",\"owner\":" + string(r.owner);
+   }
    line += ",\"preference\":" + std::to_string(r.preference);
    line += ",\"prefix\":" + string(r.prefix);
    line += ",\"protocol\":" + std::to_string(r.protocol);
@@ -66,6 +71,8 @@ inline std::string routeJsonText(const RouteRow& r) {
    line += ",\"viaSet\":" + std::to_string(r.viaSet) + "}";
    return line;
 }
+
+inline std::string routeJsonText(const RouteRow& r) { return routeJsonTextOf(r, WithOwner::yes); }
 
 inline nlohmann::json viaJson(const ViaRow& v) {
    return {{"via", v.key}, {"nexthop", v.nexthop}, {"intf", v.intf}, {"flags", v.flags},

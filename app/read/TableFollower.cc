@@ -204,7 +204,37 @@ void TableFollower::catchUp(const Report& report) {
    next_ = feed.seq + 1;
 }
 
+namespace {
+
+// Thrown out of a long batch (a snapshot of a million routes) when the
+// follower is asked to stop: it answers within a few thousand events.
+struct Stopped {};
+
+bool readable(int fd) {
+   pollfd look{fd, POLLIN, 0};
+   return ::poll(&look, 1, 0) > 0 && look.revents != 0;
+}
+
+}  // namespace
+
 void TableFollower::run(const Report& report, int stopFd, const std::function<void()>& batchDone) {
+   std::size_t sinceLook = 0;
+   const Report reportOrStop = [&](const FollowEvent& event) {
+      report(event);
+      if (++sinceLook == 4096) {
+         sinceLook = 0;
+         if (readable(stopFd)) {
+            throw Stopped{};
+         }
+      }
+   };
+   try {
+      follow(reportOrStop, stopFd, batchDone);
+   } catch (const Stopped&) {
+   }
+}
+
+void TableFollower::follow(const Report& report, int stopFd, const std::function<void()>& batchDone) {
    auto done = [&] {
       if (batchDone) {
          batchDone();
@@ -216,7 +246,8 @@ void TableFollower::run(const Report& report, int stopFd, const std::function<vo
    pollfd fds[2] = {{inotify_, POLLIN, 0}, {stopFd, POLLIN, 0}};
    for (;;) {
       reader_.release();  // asleep, it holds no snapshot for the writer to keep
-      if (::poll(fds, 2, -1) < 0) {
+      // Woken by the writer; and every second, in case a wake was lost.
+      if (::poll(fds, 2, 1000) < 0) {
          if (errno == EINTR) {
             continue;
          }

@@ -64,6 +64,7 @@ class TableFollower {
    const std::map<std::uint32_t, TableReader::Vrf>& vrfs() const { return vrfs_; }
 
  private:
+   void follow(const Report& report, int stopFd, const std::function<void()>& batchDone);
    void watch();
    void start(const Report& report);
    void catchUp(const Report& report);

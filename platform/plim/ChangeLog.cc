@@ -69,20 +69,6 @@ MDB_dbi database(RowDatabase& db, std::string_view name) {
 
 }  // namespace
 
-std::string_view toString(ChangeKind kind) {
-   switch (kind) {
-      case ChangeKind::added:
-         return "added";
-      case ChangeKind::changed:
-         return "changed";
-      case ChangeKind::removed:
-         return "removed";
-      case ChangeKind::cleared:
-         return "cleared";
-   }
-   return "unknown";
-}
-
 void ChangeLog::beginTable(std::uint32_t table, std::string_view kind, std::size_t keySize,
                            std::size_t rowSize, std::size_t writes) {
    if (!overflow_ && turnChanges_ + writes > kKeptChanges) {
@@ -104,10 +90,7 @@ void ChangeLog::change(ChangeKind what, const void* key, const void* row) {
    if (overflow_) {
       return;
    }
-   if (++turnChanges_ > kKeptChanges) {
-      overflow();
-      return;
-   }
+   ++turnChanges_;  // within the bound: beginTable() saw to it
    if (partChanges_ == kPartChanges) {
       putPart();
    }
@@ -122,9 +105,10 @@ void ChangeLog::change(ChangeKind what, const void* key, const void* row) {
 }
 
 // The turn is too large to log: a follower reads its result as a snapshot.
+// What it logged already goes with the whole log when it commits.
 void ChangeLog::overflow() {
    overflow_ = true;
-   forgetTurn(db_.txn(), database(db_, kLogDatabase));
+   part_.clear();
 }
 
 void ChangeLog::endTable() {
@@ -170,41 +154,20 @@ MDB_dbi ChangeLog::start(MDB_txn* txn) {
    return log;
 }
 
-void ChangeLog::forgetTurn(MDB_txn* txn, MDB_dbi log) {
-   part_.clear();
-   if (parts_ == 0) {
-      return;
-   }
-   MDB_cursor* cursor = nullptr;
-   db_.check(mdb_cursor_open(txn, log, &cursor), "open the change log");
-   // The turn's parts are the log's last rows; the cursor is positioned
-   // afresh after each removal.
-   auto key = partKey(feed_->seq + 1, 0);
-   auto first = [&](MDB_val& k, MDB_val& v) {
-      k = MDB_val{key.size(), key.data()};
-      return mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
-   };
-   MDB_val k, v;
-   int rc = first(k, v);
-   while (rc == MDB_SUCCESS && (rc = mdb_cursor_del(cursor, 0)) == MDB_SUCCESS) {
-      rc = first(k, v);
-   }
-   mdb_cursor_close(cursor);
-   if (rc != MDB_NOTFOUND && rc != MDB_SUCCESS) {
-      db_.fail(rc, "trim the change log");
-   }
-   parts_ = 0;
-}
-
-// Drops the oldest turns while the log holds more than it keeps.
+// Drops the oldest turns, whole, while the log holds more than it keeps:
+// what a reader finds in it is always every change of each turn there.
 void ChangeLog::trim(MDB_txn* txn, MDB_dbi log) {
    MDB_cursor* cursor = nullptr;
    db_.check(mdb_cursor_open(txn, log, &cursor), "open the change log");
    MDB_val k, v;
    int rc = MDB_SUCCESS;
-   while (feed_->logged > kKeptChanges &&
-          (rc = mdb_cursor_get(cursor, &k, &v, MDB_FIRST)) == MDB_SUCCESS) {
+   std::optional<std::uint64_t> dropping;  // the turn whose parts go
+   while ((rc = mdb_cursor_get(cursor, &k, &v, MDB_FIRST)) == MDB_SUCCESS) {
       const std::uint64_t seq = seqOfKey(k);
+      if (seq != dropping && feed_->logged <= kKeptChanges) {
+         break;
+      }
+      dropping = seq;
       feed_->logged -= readLittle<std::uint32_t>(static_cast<const char*>(v.mv_data) + 4);
       feed_->logStart = seq + 1;
       if ((rc = mdb_cursor_del(cursor, 0)) != MDB_SUCCESS) {
@@ -316,9 +279,12 @@ bool visitPart(std::uint64_t seq, std::string_view part,
 
 void forEachLoggedChange(RowDatabase& db, std::uint64_t first, std::uint64_t last,
                          const std::function<void(const LoggedChange&)>& visit) {
-   const auto log = db.database(kLogDatabase);
-   if (!log || first > last) {
+   if (first > last) {
       return;
+   }
+   const auto log = db.database(kLogDatabase);
+   if (!log) {
+      db.fail(MDB_CORRUPTED, "read the change log");  // a feed record without its log
    }
    MDB_cursor* cursor = nullptr;
    db.check(mdb_cursor_open(db.txn(), *log, &cursor), "open the change log");

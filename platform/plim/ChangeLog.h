@@ -37,8 +37,6 @@ class RowDatabase;
 
 enum class ChangeKind : std::uint8_t { added = 1, changed = 2, removed = 3, cleared = 4 };
 
-std::string_view toString(ChangeKind kind);
-
 // Where the log stands after the latest committed turn.
 struct Feed {
    std::uint64_t writer = 0;    // changes when another process starts writing
@@ -46,7 +44,6 @@ struct Feed {
    std::uint64_t logStart = 1;  // the log holds every change of turns logStart..seq
    std::uint64_t logged = 0;    // changes the log holds
    std::uint64_t committedAt = 0;  // the latest turn's commit, Unix time in nanoseconds
-   friend bool operator==(const Feed&, const Feed&) = default;
 };
 
 // One logged change, its bytes valid while the snapshot it came from is.
@@ -91,7 +88,6 @@ class ChangeLog {
    MDB_dbi start(MDB_txn* txn);
    void overflow();
    void putPart();
-   void forgetTurn(MDB_txn* txn, MDB_dbi log);
    void trim(MDB_txn* txn, MDB_dbi log);
 
    RowDatabase& db_;
@@ -104,9 +100,9 @@ class ChangeLog {
    std::size_t keySize_ = 0, rowSize_ = 0;
 };
 
-// The reader's side.
-// The feed record of the snapshot `txn`; a directory no writer has
-// committed to since the log exists reads as Feed{}.
+// The reader's side, in the reader's snapshot.
+// The feed record; a directory no writer has committed to since the log
+// exists reads as Feed{}.
 Feed readFeed(RowDatabase& db);
 // Every logged change of turns first..last, in order.
 void forEachLoggedChange(RowDatabase& db, std::uint64_t first, std::uint64_t last,

@@ -34,6 +34,26 @@ std::string_view textOf(const MDB_val& value) {
    return {static_cast<const char*>(value.mv_data), value.mv_size};
 }
 
+// The kinds of rows a layout names: each is followed by its sizes, as
+// rowLayout() writes them ("route 20/48/4").
+std::set<std::string, std::less<>> kindsOf(std::string_view layout) {
+   std::set<std::string, std::less<>> kinds;
+   std::string_view previous;
+   while (!layout.empty()) {
+      const std::size_t end = std::min(layout.find_first_of(" ;"), layout.size());
+      const std::string_view word = layout.substr(0, end);
+      if (!word.empty() && word.find('/') != std::string_view::npos &&
+          word.find_first_not_of("0123456789/") == std::string_view::npos) {
+         kinds.emplace(previous);
+      }
+      if (!word.empty()) {
+         previous = word;
+      }
+      layout.remove_prefix(std::min(end + 1, layout.size()));
+   }
+   return kinds;
+}
+
 }  // namespace
 
 RowDatabase::RowDatabase(std::string dir, Access access) : dir_(std::move(dir)), access_(access) {}
@@ -82,9 +102,9 @@ void RowDatabase::lockForWriting() {
    }
 }
 
-// Wakes followers. A follower that misses the write (the file rewritten
-// while it was away) still reads the feed record on its next wake, so a
-// failure here loses nothing but latency.
+// Wakes followers. A write that fails wakes none: they read the turn at the
+// next one that succeeds, or at their own next look (they look every
+// second while nothing wakes them).
 void RowDatabase::announceTurn(std::uint64_t seq) {
    [[maybe_unused]] const ssize_t written = ::pwrite(turns_, &seq, sizeof seq, 0);
 }
@@ -138,6 +158,7 @@ std::shared_ptr<RowDatabase> RowDatabase::open(const std::string& dir, Access ac
       VOK_TRACE(trace, 0, dir, "cleared " << stale << " readers of dead processes");
    }
    db->verifyLayout(layout);
+   db->tableKinds_ = kindsOf(layout);
    return db;
 }
 
@@ -275,6 +296,8 @@ std::optional<MDB_dbi> RowDatabase::rowsOf(std::string_view kind) {
    return database("rows:" + std::string(kind));
 }
 
+
+
 std::optional<std::uint32_t> RowDatabase::tableNumber(const std::string& path) {
    if (auto it = tableNumbers_.find(path); it != tableNumbers_.end()) {
       return it->second;
@@ -343,10 +366,10 @@ void RowDatabase::clearTable(const std::string& path) {
    if (number == tableNumbers_.end()) {
       return;
    }
-   for (const auto& [name, dbi] : databases_) {
-      if (name.starts_with("rows:")) {
-         delRange(dbi, numberPrefix(number->second));
-         log_.cleared(number->second, std::string_view(name).substr(5));
+   for (const std::string& kind : tableKinds_) {
+      if (const auto dbi = rowsOf(kind)) {
+         delRange(*dbi, numberPrefix(number->second));
+         log_.cleared(number->second, kind);
       }
    }
 }
@@ -357,12 +380,13 @@ bool RowDatabase::tableHasRows(const std::string& path) {
       return false;
    }
    const std::string prefix = numberPrefix(number->second);
-   for (const auto& [name, dbi] : databases_) {
-      if (!name.starts_with("rows:")) {
+   for (const std::string& kind : tableKinds_) {
+      const auto dbi = rowsOf(kind);
+      if (!dbi) {
          continue;
       }
       MDB_cursor* cursor = nullptr;
-      check(mdb_cursor_open(txn(), dbi, &cursor), "open a cursor");
+      check(mdb_cursor_open(txn(), *dbi, &cursor), "open a cursor");
       MDB_val k = bytesOf(prefix), v;
       const int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
       const bool found = rc == MDB_SUCCESS && textOf(k).starts_with(prefix);
@@ -404,11 +428,31 @@ void RowDatabase::refresh() {
    if (writable() || !env_) {
       return;
    }
-   release();
-   openNewDatabases();  // the writer may have added kinds of rows since
-   check(mdb_txn_renew(txn_), "renew the reader's snapshot");
-   released_ = false;
+   // The writer may have added databases since; one it adds between the
+   // look for them and the renewed snapshot would stay unknown in it (a
+   // handle opened later is not valid in it): look again until none is.
+   do {
+      release();
+      openNewDatabases();
+      check(mdb_txn_renew(txn_), "renew the reader's snapshot");
+      released_ = false;
+   } while (hasUnknownDatabases());
    loadTables(txn_);  // and tables
+}
+
+bool RowDatabase::hasUnknownDatabases() {
+   MDB_dbi main = 0;
+   MDB_cursor* cursor = nullptr;
+   check(mdb_dbi_open(txn_, nullptr, 0, &main), "open the main database");
+   check(mdb_cursor_open(txn_, main, &cursor), "list the databases");
+   bool unknown = false;
+   MDB_val key, value;
+   for (int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST); rc == MDB_SUCCESS && !unknown;
+        rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
+      unknown = !databases_.contains(textOf(key));
+   }
+   mdb_cursor_close(cursor);
+   return unknown;
 }
 
 void RowDatabase::release() {

@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -61,6 +62,8 @@ class RowDatabase {
 
    const std::string& dir() const noexcept { return dir_; }
    bool writable() const noexcept { return access_ == Access::write; }
+   // A write failed: the turn's transaction, and every cursor of it, is gone.
+   bool failed() const noexcept { return failed_; }
 
    // The database holding rows of `kind` (created for writing if absent);
    // nullopt when a read-only directory has none.
@@ -95,11 +98,13 @@ class RowDatabase {
 
    // Removes every row of `dbi` whose key starts with `prefix`.
    void delRange(MDB_dbi dbi, std::string_view prefix);
-   // Removes every row of the table at `path`, of whatever kind; the table
-   // keeps its number (numbers are never given twice). Only for a table no
-   // store of this process holds: a store would not see its rows go.
+   // Removes every row of the table at `path`, of every kind of table rows
+   // the layout names (not the rows published beside the tables, whose keys
+   // may begin with the same bytes as a table's number); the table keeps its
+   // number (numbers are never given twice). Only for a table no store of
+   // this process holds: a store would not see its rows go.
    void clearTable(const std::string& path);
-   // Does the table at `path` hold a row?
+   // Does the table at `path` hold a row (of a kind the layout names)?
    bool tableHasRows(const std::string& path);
 
    // Raises the error LMDB reported for `what`: corruption as
@@ -120,6 +125,7 @@ class RowDatabase {
    void loadTables(MDB_txn* txn);
    void openNewDatabases();
    void announceTurn(std::uint64_t seq);
+   bool hasUnknownDatabases();
 
    std::string dir_;
    Access access_;
@@ -131,6 +137,7 @@ class RowDatabase {
    bool released_ = false;  // a reader's snapshot, let go of
    std::map<std::string, MDB_dbi, std::less<>> databases_;
    std::map<std::string, std::uint32_t, std::less<>> tableNumbers_;
+   std::set<std::string, std::less<>> tableKinds_;  // the kinds of table rows the layout names
    std::vector<PendingWrites*> pending_;
    ChangeLog log_{*this};
 };

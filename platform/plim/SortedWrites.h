@@ -23,7 +23,11 @@ class SortedWrites {
    SortedWrites(RowDatabase& db, MDB_dbi dbi) : db_(db) {
       db_.check(mdb_cursor_open(db_.txn(), dbi, &cursor_), "open a cursor");
    }
-   ~SortedWrites() { close(); }
+   ~SortedWrites() {
+      if (!db_.failed()) {
+         close();  // a failed transaction took its cursors with it
+      }
+   }
    SortedWrites(const SortedWrites&) = delete;
    SortedWrites& operator=(const SortedWrites&) = delete;
 

@@ -33,9 +33,15 @@ converges() {
   "$connroute" show --tables "$work/t" routes --json > "$work/show.json"
   "$python" "$here/follow_check.py" "$work/$1" "$work/show.json" 10 > /dev/null || fail "follower $1 ($2)"
 }
-# stops PID SIGNAL: the follower ends with status 0.
+# stops PID SIGNAL: the follower ends with status 0, within 10 s.
 stops() {
   kill -"$2" "$1"
+  local deadline=$((SECONDS + 10))
+  while kill -0 "$1" 2> /dev/null && [ $SECONDS -lt $deadline ]; do sleep 0.05; done
+  if kill -0 "$1" 2> /dev/null; then
+    fail "a follower sent SIG$2 still runs after 10 s"
+    kill -9 "$1"
+  fi
   wait "$1"
   local status=$?
   [ "$status" -eq 0 ] || fail "a follower ended by SIG$2 exits $status"

@@ -31,7 +31,12 @@ def replay(lines):
             tables = {}
         elif kind in ("route", "added", "changed"):
             route = event["route"]
-            tables.setdefault(key(event["vrf"], event["af"]), {})[route["prefix"]] = route
+            table = tables.setdefault(key(event["vrf"], event["af"]), {})
+            # A snapshot or a log that reports a change twice shows here.
+            if (route["prefix"] in table) != (kind == "changed"):
+                raise ValueError(f"line {number}: {kind} {route['prefix']}, which is "
+                                 f"{'already' if route['prefix'] in table else 'not'} there")
+            table[route["prefix"]] = route
         elif kind == "removed":
             table = tables.get(key(event["vrf"], event["af"]), {})
             if event["prefix"] not in table:

@@ -37,6 +37,24 @@ for vrf in json.load(sys.stdin)["vrfs"]:
   /usr/bin/python3 "$(dirname "$0")/lmdb_reader.py" "$work/t" "$work/show.json" "$work/metrics.txt" ||
     fail "$(basename "$example") read with Python's lmdb"
 done
+# The library's follower: the routes, a new writer announced, and SIGINT ends it.
+"$work/connroute-routes" "$work/t" --follow > "$work/followed" 2>&1 &
+follower=$!
+# waits_for PATTERN: until the follower printed it (at most 10 s).
+waits_for() {
+  local deadline=$((SECONDS + 10))
+  until grep -q "$1" "$work/followed"; do
+    [ $SECONDS -lt $deadline ] || { fail "the library's follower never printed '$1': $(head -3 "$work/followed")"; return; }
+    sleep 0.05
+  done
+}
+waits_for " snapshot"
+"$connroute" run --tables "$work/t" "$source/examples/two-vrfs.json" > /dev/null
+waits_for " resync"
+waits_for "vrf 1 ipv4 10.0.0.4/32"  # as of the snapshot, or added after it
+kill -INT "$follower"
+wait "$follower" || fail "the library's follower did not end with status 0 on SIGINT"
+
 "$work/connroute-routes" "$work/missing" 2> "$work/err"
 [ $? -eq 2 ] && grep -q "no such table directory" "$work/err" || fail "a missing directory: $(cat "$work/err")"
 echo "example.sh: $failures failures"

@@ -73,6 +73,8 @@ until_true 60 "the flood never settled: $(cat "$work/summary.json" 2> /dev/null)
 "$connroute" show --tables "$work/t" routes --json > "$work/show.json"
 "$python" "$here/../follow_check.py" "$work/events" "$work/show.json" 20 || fail "the follower's routes are not show's"
 kill -INT "$follower"
+gone() { ! kill -0 "$follower" 2> /dev/null; }
+until_true 10 "the follower still runs 10 s after SIGINT" gone || kill -9 "$follower"
 wait "$follower" || fail "the follower did not end with status 0 on SIGINT: $(cat "$work/follow.err")"
 follower=
 
@@ -109,7 +111,10 @@ mv "$work/textfile" "$work/textfile.gone"
 ip -n "$ns" addr add 10.250.0.1/24 dev m0
 has_route() { "$connroute" show --tables "$work/t" prefix 10.250.0.0/24 --vrf "$ns" 2> /dev/null | grep -q "owner $ns:m0"; }
 until_true 10 "the agent stopped serving after its metrics file failed" has_route
-sleep 1  # several rewrite intervals
+reported_once() { grep -q "metrics file.*cannot write" "$work/live.err"; }
+until_true 10 "an unwritable metrics file was never reported" reported_once
+# Five more rewrites fail the same way: reported no more.
+sleep 1
 reported=$(grep -c "metrics file.*cannot write" "$work/live.err")
 [ "$reported" -eq 1 ] || fail "an unwritable metrics file was reported $reported times: $(grep metrics "$work/live.err")"
 kill -0 "$agent" || fail "the agent stopped"
