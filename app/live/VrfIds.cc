@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "app/live/LiveAgent.h"
+#include "platform/plim/Cursor.h"
 
 namespace App {
 
@@ -59,11 +60,9 @@ VrfIds::VrfIds(const std::string& file, std::shared_ptr<Plim::RowDatabase> table
    }
    // Identifiers an earlier run assigned, unless the file now says otherwise.
    const auto dbi = tables_->rowsOf(kAssignedKind);
-   MDB_cursor* cursor = nullptr;
-   tables_->check(mdb_cursor_open(tables_->txn(), *dbi, &cursor), "read the assigned VRF identifiers");
+   Plim::Cursor cursor(*tables_, *dbi, "read the assigned VRF identifiers");
    MDB_val k, v;
-   for (int rc = mdb_cursor_get(cursor, &k, &v, MDB_FIRST); rc == MDB_SUCCESS;
-        rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
+   for (int rc = cursor.get(k, v, MDB_FIRST); rc == MDB_SUCCESS; rc = cursor.get(k, v, MDB_NEXT)) {
       const std::string name(static_cast<const char*>(k.mv_data), k.mv_size);
       const auto id = number(std::string_view(static_cast<const char*>(v.mv_data), v.mv_size));
       if (id && !fromFile_.contains(name) && !used_.contains(*id)) {
@@ -71,7 +70,6 @@ VrfIds::VrfIds(const std::string& file, std::shared_ptr<Plim::RowDatabase> table
          used_.insert(*id);
       }
    }
-   mdb_cursor_close(cursor);
 }
 
 void VrfIds::remember(const std::string& name, std::uint32_t id) {

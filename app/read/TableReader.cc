@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/plim/Cursor.h"
 #include "platform/rib/IpRibRouteOrqTable.h"
 #include "platform/rib/RouteConfig.h"
 #include "platform/rib/TablePaths.h"
@@ -86,27 +87,20 @@ std::map<std::uint32_t, TableReader::Vrf> TableReader::vrfs() const {
       }
    }
    if (const auto dbi = db_->rowsOf(kVrfStatusKind)) {
-      MDB_cursor* cursor = nullptr;
-      db_->check(mdb_cursor_open(db_->txn(), *dbi, &cursor), "list the VRFs");
+      Plim::Cursor cursor(*db_, *dbi, "list the VRFs");
       MDB_val k, v;
-      int rc = mdb_cursor_get(cursor, &k, &v, MDB_FIRST);
-      try {
-         for (; rc == MDB_SUCCESS; rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
-            if (k.mv_size != 4) {
-               db_->fail(MDB_CORRUPTED, "read a VRF's status");
-            }
-            const auto* b = static_cast<const unsigned char*>(k.mv_data);
-            const std::uint32_t id = std::uint32_t(b[0]) << 24 | std::uint32_t(b[1]) << 16 |
-                                     std::uint32_t(b[2]) << 8 | b[3];
-            vrfs[id].id = id;
-            vrfs[id].status = parseVrfStatus(text(v));
-            vrfs[id].name = vrfs[id].status->name;
+      int rc = cursor.get(k, v, MDB_FIRST);
+      for (; rc == MDB_SUCCESS; rc = cursor.get(k, v, MDB_NEXT)) {
+         if (k.mv_size != 4) {
+            db_->fail(MDB_CORRUPTED, "read a VRF's status");
          }
-      } catch (...) {
-         mdb_cursor_close(cursor);
-         throw;
+         const auto* b = static_cast<const unsigned char*>(k.mv_data);
+         const std::uint32_t id = std::uint32_t(b[0]) << 24 | std::uint32_t(b[1]) << 16 |
+                                  std::uint32_t(b[2]) << 8 | b[3];
+         vrfs[id].id = id;
+         vrfs[id].status = parseVrfStatus(text(v));
+         vrfs[id].name = vrfs[id].status->name;
       }
-      mdb_cursor_close(cursor);
       if (rc != MDB_NOTFOUND) {
          db_->fail(rc, "list the VRFs");
       }
@@ -217,19 +211,16 @@ TableReader::Owners TableReader::owners(std::uint32_t vrfId) const {
       return owners;
    }
    const std::string prefix = vrfKey(vrfId);
-   MDB_cursor* cursor = nullptr;
-   db_->check(mdb_cursor_open(db_->txn(), *dbi, &cursor), "read the owners");
+   Plim::Cursor cursor(*db_, *dbi, "read the owners");
    MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
-   int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
-   for (; rc == MDB_SUCCESS && text(k).starts_with(prefix);
-        rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
+   int rc = cursor.get(k, v, MDB_SET_RANGE);
+   for (; rc == MDB_SUCCESS && text(k).starts_with(prefix); rc = cursor.get(k, v, MDB_NEXT)) {
       const std::string_view value = text(v);
       const std::string_view owner = value.substr(0, value.find('\n'));
       if (owner != "-" && k.mv_size == 4 + sizeof(Ovel::IpGenPrefix)) {
          owners.owners_.emplace_back(candidatePrefix(text(k)), std::string(owner));
       }
    }
-   mdb_cursor_close(cursor);
    if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
       db_->fail(rc, "read the owners");
    }
@@ -242,19 +233,12 @@ std::vector<NamespaceCounters> TableReader::namespaceCounters() const {
    if (!dbi) {
       return counters;
    }
-   MDB_cursor* cursor = nullptr;
-   db_->check(mdb_cursor_open(db_->txn(), *dbi, &cursor), "read the namespaces' counters");
+   Plim::Cursor cursor(*db_, *dbi, "read the namespaces' counters");
    MDB_val k, v;
-   int rc = mdb_cursor_get(cursor, &k, &v, MDB_FIRST);
-   try {
-      for (; rc == MDB_SUCCESS; rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
-         counters.push_back(parseNamespaceCounters(text(k), text(v)));
-      }
-   } catch (...) {
-      mdb_cursor_close(cursor);
-      throw;
+   int rc = cursor.get(k, v, MDB_FIRST);
+   for (; rc == MDB_SUCCESS; rc = cursor.get(k, v, MDB_NEXT)) {
+      counters.push_back(parseNamespaceCounters(text(k), text(v)));
    }
-   mdb_cursor_close(cursor);
    if (rc != MDB_NOTFOUND) {
       db_->fail(rc, "read the namespaces' counters");
    }

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <random>
 
+#include "platform/plim/Cursor.h"
 #include "platform/plim/RowDatabase.h"
 
 namespace Plim {
@@ -157,12 +158,11 @@ MDB_dbi ChangeLog::start(MDB_txn* txn) {
 // Drops the oldest turns, whole, while the log holds more than it keeps:
 // what a reader finds in it is always every change of each turn there.
 void ChangeLog::trim(MDB_txn* txn, MDB_dbi log) {
-   MDB_cursor* cursor = nullptr;
-   db_.check(mdb_cursor_open(txn, log, &cursor), "open the change log");
+   Cursor cursor(db_, txn, log, "open the change log");
    MDB_val k, v;
    int rc = MDB_SUCCESS;
    std::optional<std::uint64_t> dropping;  // the turn whose parts go
-   while ((rc = mdb_cursor_get(cursor, &k, &v, MDB_FIRST)) == MDB_SUCCESS) {
+   while ((rc = cursor.get(k, v, MDB_FIRST)) == MDB_SUCCESS) {
       const std::uint64_t seq = seqOfKey(k);
       if (seq != dropping && feed_->logged <= kKeptChanges) {
          break;
@@ -170,11 +170,10 @@ void ChangeLog::trim(MDB_txn* txn, MDB_dbi log) {
       dropping = seq;
       feed_->logged -= readLittle<std::uint32_t>(static_cast<const char*>(v.mv_data) + 4);
       feed_->logStart = seq + 1;
-      if ((rc = mdb_cursor_del(cursor, 0)) != MDB_SUCCESS) {
+      if ((rc = cursor.del()) != MDB_SUCCESS) {
          break;
       }
    }
-   mdb_cursor_close(cursor);
    if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
       db_.fail(rc, "trim the change log");
    }
@@ -286,31 +285,24 @@ void forEachLoggedChange(RowDatabase& db, std::uint64_t first, std::uint64_t las
    if (!log) {
       db.fail(MDB_CORRUPTED, "read the change log");  // a feed record without its log
    }
-   MDB_cursor* cursor = nullptr;
-   db.check(mdb_cursor_open(db.txn(), *log, &cursor), "open the change log");
+   Cursor cursor(db, *log, "open the change log");
    auto key = partKey(first, 0);
    MDB_val k{key.size(), key.data()}, v;
-   int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
-   try {
-      for (; rc == MDB_SUCCESS; rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
-         if (k.mv_size != key.size()) {
-            rc = MDB_CORRUPTED;
-            break;
-         }
-         const std::uint64_t seq = seqOfKey(k);
-         if (seq > last) {
-            break;
-         }
-         if (!visitPart(seq, {static_cast<const char*>(v.mv_data), v.mv_size}, visit)) {
-            rc = MDB_CORRUPTED;
-            break;
-         }
+   int rc = cursor.get(k, v, MDB_SET_RANGE);
+   for (; rc == MDB_SUCCESS; rc = cursor.get(k, v, MDB_NEXT)) {
+      if (k.mv_size != key.size()) {
+         rc = MDB_CORRUPTED;
+         break;
       }
-   } catch (...) {
-      mdb_cursor_close(cursor);
-      throw;
+      const std::uint64_t seq = seqOfKey(k);
+      if (seq > last) {
+         break;
+      }
+      if (!visitPart(seq, {static_cast<const char*>(v.mv_data), v.mv_size}, visit)) {
+         rc = MDB_CORRUPTED;
+         break;
+      }
    }
-   mdb_cursor_close(cursor);
    if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
       db.fail(rc, "read the change log");
    }

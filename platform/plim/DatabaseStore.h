@@ -22,6 +22,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/plim/Cursor.h"
 #include "platform/plim/RowDatabase.h"
 #include "platform/plim/SortedWrites.h"
 #include "platform/plim/Store.h"
@@ -223,32 +224,20 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       if (!located()) {
          return;
       }
-      MDB_cursor* cursor = nullptr;
-      db_->check(mdb_cursor_open(db_->txn(), *rows_, &cursor), "open a cursor");
+      Cursor cursor(*db_, *rows_, "open a cursor");
       const auto prefix = numberBytes();
       MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
-      int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
-      std::string_view what = "read a table's rows";
-      try {
-         for (; rc == MDB_SUCCESS && ownKey(k); rc = mdb_cursor_get(cursor, &k, &v, MDB_NEXT)) {
-            // A failure aborts a writer's transaction, which frees its
-            // cursors: the cursor is closed first, below.
-            if (k.mv_size != sizeof(KeyBytes) || v.mv_size != sizeof(V)) {
-               what = k.mv_size != sizeof(KeyBytes) ? "read a row's key" : "read a row";
-               rc = MDB_CORRUPTED;
-               break;
-            }
-            K key;
-            std::memcpy(&key, static_cast<const char*>(k.mv_data) + prefix.size(), sizeof(K));
-            visit(key, decode(v));
+      int rc = cursor.get(k, v, MDB_SET_RANGE);
+      for (; rc == MDB_SUCCESS && ownKey(k); rc = cursor.get(k, v, MDB_NEXT)) {
+         if (k.mv_size != sizeof(KeyBytes)) {
+            db_->fail(MDB_CORRUPTED, "read a row's key");
          }
-      } catch (...) {
-         mdb_cursor_close(cursor);
-         throw;
+         K key;
+         std::memcpy(&key, static_cast<const char*>(k.mv_data) + prefix.size(), sizeof(K));
+         visit(key, decode(v));  // which checks the row's size
       }
-      mdb_cursor_close(cursor);
       if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
-         db_->fail(rc, what);
+         db_->fail(rc, "read a table's rows");
       }
    }
 

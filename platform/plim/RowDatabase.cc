@@ -4,12 +4,14 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <utility>
 #include <vector>
 
 #include "platform/belm/Exceptions.h"
+#include "platform/plim/Cursor.h"
 #include "platform/trace/Trace.h"
 
 namespace Plim {
@@ -171,19 +173,9 @@ void RowDatabase::verifyLayout(const std::string& layout) {
       }
    };
    try {
-      // Named databases are keys of the unnamed one: every one is opened
-      // here, in a transaction that commits, so the handles stay for good.
-      MDB_dbi main = 0;
-      check(mdb_dbi_open(txn, nullptr, 0, &main), "open the main database");
-      MDB_cursor* cursor = nullptr;
-      check(mdb_cursor_open(txn, main, &cursor), "list the databases");
-      std::vector<std::string> names;
-      MDB_val key, value;
-      for (int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST); rc == MDB_SUCCESS;
-           rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
-         names.emplace_back(textOf(key));
-      }
-      mdb_cursor_close(cursor);
+      // Every database is opened here, in a transaction that commits, so
+      // the handles stay for good.
+      const std::vector<std::string> names = databaseNames(txn);
       for (const std::string& name : names) {
          MDB_dbi dbi = 0;
          if (mdb_dbi_open(txn, name.c_str(), 0, &dbi) != MDB_SUCCESS) {
@@ -232,27 +224,31 @@ void RowDatabase::verifyLayout(const std::string& layout) {
 void RowDatabase::openNewDatabases() {
    MDB_txn* txn = nullptr;
    check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn), "list the databases");
-   MDB_dbi main = 0;
-   MDB_cursor* cursor = nullptr;
-   std::vector<std::string> names;
-   if (mdb_dbi_open(txn, nullptr, 0, &main) == MDB_SUCCESS &&
-       mdb_cursor_open(txn, main, &cursor) == MDB_SUCCESS) {
-      MDB_val key, value;
-      for (int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST); rc == MDB_SUCCESS;
-           rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
-         if (!databases_.contains(textOf(key))) {
-            names.emplace_back(textOf(key));
+   try {
+      for (const std::string& name : databaseNames(txn)) {
+         MDB_dbi dbi = 0;
+         if (!databases_.contains(name) && mdb_dbi_open(txn, name.c_str(), 0, &dbi) == MDB_SUCCESS) {
+            databases_.emplace(name, dbi);
          }
       }
-      mdb_cursor_close(cursor);
-   }
-   for (const std::string& name : names) {
-      MDB_dbi dbi = 0;
-      if (mdb_dbi_open(txn, name.c_str(), 0, &dbi) == MDB_SUCCESS) {
-         databases_.emplace(name, dbi);
-      }
+   } catch (...) {
+      mdb_txn_abort(txn);
+      throw;
    }
    check(mdb_txn_commit(txn), "keep the databases open");  // handles stay after a commit
+}
+
+// Named databases are keys of the unnamed one.
+std::vector<std::string> RowDatabase::databaseNames(MDB_txn* txn) {
+   MDB_dbi main = 0;
+   check(mdb_dbi_open(txn, nullptr, 0, &main), "open the main database");
+   Cursor cursor(*this, txn, main, "list the databases");
+   std::vector<std::string> names;
+   MDB_val key, value;
+   for (int rc = cursor.get(key, value, MDB_FIRST); rc == MDB_SUCCESS; rc = cursor.get(key, value, MDB_NEXT)) {
+      names.emplace_back(textOf(key));
+   }
+   return names;
 }
 
 void RowDatabase::loadTables(MDB_txn* txn) {
@@ -260,11 +256,10 @@ void RowDatabase::loadTables(MDB_txn* txn) {
    if (tables == databases_.end()) {
       return;
    }
-   MDB_cursor* cursor = nullptr;
-   check(mdb_cursor_open(txn, tables->second, &cursor), "list the tables");
+   Cursor cursor(*this, txn, tables->second, "list the tables");
    MDB_val key, value;
-   int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST);
-   for (; rc == MDB_SUCCESS; rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
+   int rc = cursor.get(key, value, MDB_FIRST);
+   for (; rc == MDB_SUCCESS; rc = cursor.get(key, value, MDB_NEXT)) {
       std::uint32_t number = 0;
       if (value.mv_size != sizeof number) {
          rc = MDB_CORRUPTED;
@@ -273,7 +268,6 @@ void RowDatabase::loadTables(MDB_txn* txn) {
       std::memcpy(&number, value.mv_data, sizeof number);
       tableNumbers_.insert_or_assign(std::string(textOf(key)), number);
    }
-   mdb_cursor_close(cursor);
    if (rc != MDB_NOTFOUND) {
       fail(rc, "read the table list");
    }
@@ -385,12 +379,10 @@ bool RowDatabase::tableHasRows(const std::string& path) {
       if (!dbi) {
          continue;
       }
-      MDB_cursor* cursor = nullptr;
-      check(mdb_cursor_open(txn(), *dbi, &cursor), "open a cursor");
+      Cursor cursor(*this, *dbi, "open a cursor");
       MDB_val k = bytesOf(prefix), v;
-      const int rc = mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+      const int rc = cursor.get(k, v, MDB_SET_RANGE);
       const bool found = rc == MDB_SUCCESS && textOf(k).starts_with(prefix);
-      mdb_cursor_close(cursor);
       if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
          fail(rc, "look for a table's rows");
       }
@@ -402,23 +394,21 @@ bool RowDatabase::tableHasRows(const std::string& path) {
 }
 
 void RowDatabase::delRange(MDB_dbi dbi, std::string_view prefix) {
-   MDB_cursor* cursor = nullptr;
-   check(mdb_cursor_open(txn(), dbi, &cursor), "open a cursor");
+   Cursor cursor(*this, dbi, "open a cursor");
    // Positioned afresh after each removal: a cursor's place after a delete
    // is not something to build on.
    auto first = [&](MDB_val& k, MDB_val& v) {
       k = bytesOf(prefix);
-      return mdb_cursor_get(cursor, &k, &v, MDB_SET_RANGE);
+      return cursor.get(k, v, MDB_SET_RANGE);
    };
    MDB_val k, v;
    int rc = first(k, v);
    while (rc == MDB_SUCCESS && textOf(k).starts_with(prefix)) {
-      if (rc = mdb_cursor_del(cursor, 0); rc != MDB_SUCCESS) {
+      if (rc = cursor.del(); rc != MDB_SUCCESS) {
          break;
       }
       rc = first(k, v);
    }
-   mdb_cursor_close(cursor);
    if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
       fail(rc, "remove rows");
    }
@@ -441,18 +431,9 @@ void RowDatabase::refresh() {
 }
 
 bool RowDatabase::hasUnknownDatabases() {
-   MDB_dbi main = 0;
-   MDB_cursor* cursor = nullptr;
-   check(mdb_dbi_open(txn_, nullptr, 0, &main), "open the main database");
-   check(mdb_cursor_open(txn_, main, &cursor), "list the databases");
-   bool unknown = false;
-   MDB_val key, value;
-   for (int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST); rc == MDB_SUCCESS && !unknown;
-        rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
-      unknown = !databases_.contains(textOf(key));
-   }
-   mdb_cursor_close(cursor);
-   return unknown;
+   const auto names = databaseNames(txn_);
+   return std::any_of(names.begin(), names.end(),
+                      [&](const std::string& name) { return !databases_.contains(name); });
 }
 
 void RowDatabase::release() {

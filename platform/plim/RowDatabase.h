@@ -126,6 +126,7 @@ class RowDatabase {
    void openNewDatabases();
    void announceTurn(std::uint64_t seq);
    bool hasUnknownDatabases();
+   std::vector<std::string> databaseNames(MDB_txn* txn);
 
    std::string dir_;
    Access access_;
