@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstring>
 #include <iostream>
+#include <limits>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
@@ -197,7 +198,8 @@ void addShow(CommandLine& line) {
    follow->add_option("--af", request.family, "one address family: 4 or 6")
          ->check(CLI::IsMember({4, 6}));
    follow->add_option("--from", request.from,
-                      "start with the changes of this turn instead of the routes");
+                      "start with the changes of this turn instead of the routes")
+         ->check(CLI::Range(std::uint64_t{1}, std::numeric_limits<std::uint64_t>::max()));
 }
 
 void addLiveAndDecode(CommandLine& line) {

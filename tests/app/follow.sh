@@ -94,6 +94,7 @@ expect_error "no such table directory" --tables "$work/missing" follow
 expect_error "cannot open the table directory" --tables "$work/other" follow
 expect_error "no VRF 'blue'" --tables "$work/t" follow --vrf blue
 expect_error "--af: 5 not in {4,6}" --tables "$work/t" follow --af 5
+expect_error "--from: Value 0 not in range" --tables "$work/t" follow --from 0
 
 # Metrics.
 "$connroute" show --tables "$work/t" metrics > "$work/metrics.txt" || fail "show metrics"
