@@ -98,6 +98,7 @@ bool TableFollower::wanted(std::optional<std::uint32_t> vrfId, int family) const
 
 void TableFollower::snapshot(const Plim::Feed& feed, const Report& report) {
    vrfs_ = reader_.vrfs();
+   namesLookedUp_.clear();
    std::vector<FollowEvent> rows;
    for (const auto& [id, vrf] : vrfs_) {
       for (int family : {4, 6}) {
@@ -172,8 +173,8 @@ void TableFollower::reportChange(const Plim::LoggedChange& change, const std::st
          event.route = decode<Rib::Route>(change.row);
       }
    }
-   if (event.vrfId && !vrfs_.contains(*event.vrfId)) {
-      vrfs_ = reader_.vrfs();  // a VRF that came after the snapshot: its name
+   if (event.vrfId && !vrfs_.contains(*event.vrfId) && namesLookedUp_.insert(*event.vrfId).second) {
+      vrfs_ = reader_.vrfs();  // a VRF that came after the snapshot: its name, once
    }
    if (wanted(event.vrfId, event.family)) {
       report(event);

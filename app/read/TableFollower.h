@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "app/read/TableReader.h"
@@ -77,6 +78,7 @@ class TableFollower {
    TableReader reader_;
    FollowFilter filter_;
    std::map<std::uint32_t, TableReader::Vrf> vrfs_;
+   std::set<std::uint32_t> namesLookedUp_;  // VRFs vrfs_ was read again for, since the snapshot
    std::uint64_t writer_ = 0;
    std::uint64_t next_ = 1;  // the next turn whose changes to report
    int inotify_ = -1;
