@@ -181,4 +181,44 @@ TEST_F(ChangeLogTest, ATurnLargerThanTheLogKeepsEmptiesItAndStartsItAfter) {
    EXPECT_EQ(feed->logged, 1u);
 }
 
+// The turn a writer is in when it closes is committed and logged as any
+// other; clearing a table no store holds is logged too, and leaves alone
+// the rows published beside the tables, even those whose key begins with
+// the table's number.
+TEST_F(ChangeLogTest, AClosingWritersTurnAndAClearedTableAreLogged) {
+   const std::string path = "routing/rib/routeConfig/ipv4/1/connected";
+   std::uint32_t number = 0;
+   {
+      Writer w = writer({path});
+      number = w.numbers[0];
+      w.tables[0]->routeAdd(route(1, 0));
+      w.tables[0]->routeAdd(route(2, 0));
+   }  // closed without a commit
+   Tables asOfClose;
+   {
+      auto reader = open(Plim::Access::readOnly);
+      const Plim::Feed feed = Plim::readFeed(*reader);
+      ASSERT_EQ(feed.seq, 1u);
+      asOfClose = replay(*reader, {}, 1, 1);
+      EXPECT_EQ(asOfClose.size(), 2u);
+   }
+   const std::string published(1, '\0');  // a published row keyed by the table's number, as a VRF id
+   const std::string key = std::string(3, '\0') + char(number);
+   {
+      auto db = open(Plim::Access::write);
+      MDB_val k{key.size(), const_cast<char*>(key.data())}, v{published.size(), const_cast<char*>(published.data())};
+      db->check(mdb_put(db->txn(), *db->rowsOf("vrfName"), &k, &v, 0), "publish");
+      db->commit();
+      db->clearTable(path);
+      db->commit();
+      EXPECT_FALSE(db->tableHasRows(path));
+   }
+   auto reader = open(Plim::Access::readOnly);
+   const Plim::Feed feed = Plim::readFeed(*reader);
+   EXPECT_EQ(replay(*reader, asOfClose, feed.logStart, feed.seq), Tables{});
+   MDB_val k{key.size(), const_cast<char*>(key.data())}, v;
+   EXPECT_EQ(mdb_get(reader->txn(), *reader->rowsOf("vrfName"), &k, &v), MDB_SUCCESS)
+         << "clearing a table took a published row with it";
+}
+
 }  // namespace
