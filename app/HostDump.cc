@@ -9,6 +9,7 @@
 
 #include "app/Host.h"
 #include "app/TableRows.h"
+#include "platform/rib/TablePaths.h"
 
 namespace App {
 
@@ -61,38 +62,117 @@ auto section(const std::vector<const Row*>& rows, Convert convert) {
    return sectionOver(rows, [convert](const Row* row) { return convert(*row); });
 }
 
+Section<RouteRow> routeSection(const std::vector<OwnedRoute>& rows) {
+   return sectionOver(rows, [](const OwnedRoute& row) { return routeRow(*row.route, row.owner); });
+}
+
 }  // namespace
 
-void Host::dump(const std::string& label, DumpWriter& writer) {
-   writer.dumpBegin(DumpHeader{label, clockTime(), root_ != nullptr});
-   std::map<std::uint32_t, const ContainerSm*> containers;
-   if (root_) {
-      for (const auto& [name, container] : root_->containerSm()) {
-         containers.emplace(container->vrfId().value(), container.get());
+// One dump's walk: the indexes it builds once, and one step per section.
+class Host::DumpWalk {
+ public:
+   DumpWalk(const Host& host, DumpWriter& writer) : host_(host), writer_(writer) {
+      if (host.root_) {
+         for (const auto& [name, container] : host.root_->containerSm()) {
+            containers_.emplace(container->vrfId().value(), container.get());
+         }
+      }
+      if (const auto& map = host.shared_.nameToIdMapWrapper->nameToIdMap()) {
+         for (const auto& [name, id] : map->vrfNameToId()) {
+            mapNames_.try_emplace(id.value(), name.str());  // the first name of each identifier
+         }
       }
    }
-   std::map<std::uint32_t, std::string> mapNames;  // the first name of each identifier
-   if (const auto& map = shared_.nameToIdMapWrapper->nameToIdMap()) {
-      for (const auto& [name, id] : map->vrfNameToId()) {
-         mapNames.try_emplace(id.value(), name.str());
-      }
-   }
-   std::vector<std::uint32_t> vrfIds;
-   for (const std::string& path : shared_.entityManager->paths()) {
-      if (auto table = Routing::Rib::parseVrfTablePath(path)) {
-         vrfIds.push_back(table->vrfId);
-      }
-   }
-   std::sort(vrfIds.begin(), vrfIds.end());
-   vrfIds.erase(std::unique(vrfIds.begin(), vrfIds.end()), vrfIds.end());
 
-   auto mounted = [&](const std::string& path, std::string_view type) -> Vok::Ptr<VokPlim::Mount> {
-      if (shared_.entityManager->typeName(path).empty()) {
+   // Every VRF identifier some table path names, in order.
+   std::vector<std::uint32_t> vrfIds() const {
+      std::vector<std::uint32_t> ids;
+      for (const std::string& path : host_.shared_.entityManager->paths()) {
+         if (auto table = Rib::parseVrfTablePath(path)) {
+            ids.push_back(table->vrfId);
+         }
+      }
+      std::sort(ids.begin(), ids.end());
+      ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+      return ids;
+   }
+
+   void vrf(std::uint32_t id) {
+      const ContainerSm* container = containerOf(id);
+      const auto routes4 = routesOf(Rib::routeTablePath(4, id), container);
+      const auto routes6 = routesOf(Rib::routeTablePath(6, id), container);
+      const auto vias4 = viasOf(Rib::viaTablePath(4, id));
+      const auto vias6 = viasOf(Rib::viaTablePath(6, id));
+      writer_.vrf(header(id, container), routeSection(routes4.second), routeSection(routes6.second),
+                  section(vias4.rows, viaRow), section(vias6.rows, viaRow));
+   }
+
+   void queryRows() {
+      std::vector<const Rib::IpRibRouteOrq*> query;
+      for (const auto& table : {host_.shared_.route4OrmoConfig, host_.shared_.route6OrmoConfig}) {
+         table->forEachRow([&](const Rib::IpRibRouteOrq& row) { query.push_back(&row); });
+      }
+      std::sort(query.begin(), query.end(), [](const auto* a, const auto* b) {
+         return std::pair(a->key().vrfId.value(), a->key().prefix) <
+                std::pair(b->key().vrfId.value(), b->key().prefix);
+      });
+      writer_.queryRows(section(query, [this](const Rib::IpRibRouteOrq& row) {
+         const std::uint32_t id = row.key().vrfId.value();
+         return QueryRow{id, routeRow(row.route(), ownerOf(row.route(), containerOf(id)))};
+      }));
+   }
+
+   void viaSets() {
+      const auto sets = sortedRows<Rib::Plim::ViaSet>(
+            [&](auto visit) { host_.shared_.viaSetConfig->forEachViaSet(visit); },
+            [](const Rib::Plim::ViaSet& v) { return v.key.value(); });
+      writer_.viaSets(section(sets, viaSetRow));
+   }
+
+   void protoVrfStatus() {
+      std::vector<ProtoRow> proto;
+      const auto& dir = host_.shared_.protoVrfStatusDir;
+      dir->forEachName([&](const std::string& name) {
+         auto entity = dir->entityAs<Rib::ProtoVrfStatus>(name);
+         proto.push_back(ProtoRow{name, entity->ready(), entity->readyTime()});
+      });
+      writer_.protoVrfStatus(sectionOver(proto, [](const ProtoRow& p) -> const ProtoRow& { return p; }));
+   }
+
+ private:
+   const ContainerSm* containerOf(std::uint32_t id) const {
+      auto found = containers_.find(id);
+      return found == containers_.end() ? nullptr : found->second;
+   }
+
+   // The VRF's name (its container's, else the VRF map's) and readiness.
+   VrfHeader header(std::uint32_t id, const ContainerSm* container) const {
+      VrfHeader header{container ? container->vrfName().str() : "", id, std::nullopt, std::nullopt};
+      if (!container) {
+         if (auto name = mapNames_.find(id); name != mapNames_.end()) {
+            header.name = name->second;
+         }
+      }
+      const auto& root = host_.root_;
+      if (root && root->allVrfReadyStatus() && !header.name.empty()) {
+         if (auto record = root->allVrfReadyStatus()->vrfReadyStatus(L3::VrfName(header.name))) {
+            header.v4Ready = record->v4ConnectedRoutesReady();
+            header.v6Ready = record->v6ConnectedRoutesReady();
+         }
+      }
+      return header;
+   }
+
+   Vok::Ptr<VokPlim::Mount> mounted(const std::string& path, std::string_view type) const {
+      const auto& entityManager = host_.shared_.entityManager;
+      if (entityManager->typeName(path).empty()) {
          return nullptr;
       }
-      return shared_.entityManager->mount(path, type, {}, Kordb::MountMode::readOnly);
-   };
-   auto routesOf = [&](const std::string& path, const ContainerSm* container) {
+      return entityManager->mount(path, type, {}, Kordb::MountMode::readOnly);
+   }
+
+   std::pair<Vok::Ptr<VokPlim::Mount>, std::vector<OwnedRoute>> routesOf(const std::string& path,
+                                                                        const ContainerSm* container) const {
       std::pair<Vok::Ptr<VokPlim::Mount>, std::vector<OwnedRoute>> out{
             mounted(path, "Routing::Rib::RouteConfig"), {}};
       if (out.first) {
@@ -103,11 +183,9 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
                    [](const OwnedRoute& a, const OwnedRoute& b) { return a.prefix < b.prefix; });
       }
       return out;
-   };
-   auto routeSection = [](const std::vector<OwnedRoute>& rows) {
-      return sectionOver(rows, [](const OwnedRoute& row) { return routeRow(*row.route, row.owner); });
-   };
-   auto viasOf = [&](const std::string& path) {
+   }
+
+   MountedRows<Rib::Via> viasOf(const std::string& path) const {
       MountedRows<Rib::Via> out{mounted(path, "Routing::Rib::Ip::ViaConfig"), {}};
       if (out.mount) {
          auto table = out.mount->entityAs<Rib::Ip::ViaConfig>();
@@ -115,58 +193,23 @@ void Host::dump(const std::string& label, DumpWriter& writer) {
                                          [](const Rib::Via& v) { return v.key; });
       }
       return out;
-   };
-
-   for (std::uint32_t id : vrfIds) {
-      const Vrf::VrfIdMap::VrfId vrfId(id);
-      auto found = containers.find(id);
-      const ContainerSm* container = found == containers.end() ? nullptr : found->second;
-      VrfHeader header{container ? container->vrfName().str() : "", id, std::nullopt, std::nullopt};
-      if (!container) {
-         if (auto name = mapNames.find(id); name != mapNames.end()) {
-            header.name = name->second;
-         }
-      }
-      if (root_ && root_->allVrfReadyStatus() && !header.name.empty()) {
-         if (auto record = root_->allVrfReadyStatus()->vrfReadyStatus(L3::VrfName(header.name))) {
-            header.v4Ready = record->v4ConnectedRoutesReady();
-            header.v6Ready = record->v6ConnectedRoutesReady();
-         }
-      }
-      const auto routes4 = routesOf(ContainerSm::rib4Path(vrfId), container);
-      const auto routes6 = routesOf(ContainerSm::rib6Path(vrfId), container);
-      const auto vias4 = viasOf(ContainerSm::via4Path(vrfId));
-      const auto vias6 = viasOf(ContainerSm::via6Path(vrfId));
-      writer.vrf(header, routeSection(routes4.second), routeSection(routes6.second),
-                 section(vias4.rows, viaRow), section(vias6.rows, viaRow));
    }
 
-   std::vector<const Rib::IpRibRouteOrq*> query;
-   for (const auto& table : {shared_.route4OrmoConfig, shared_.route6OrmoConfig}) {
-      table->forEachRow([&](const Rib::IpRibRouteOrq& row) { query.push_back(&row); });
+   const Host& host_;
+   DumpWriter& writer_;
+   std::map<std::uint32_t, const ContainerSm*> containers_;
+   std::map<std::uint32_t, std::string> mapNames_;
+};
+
+void Host::dump(const std::string& label, DumpWriter& writer) {
+   writer.dumpBegin(DumpHeader{label, clockTime(), root_ != nullptr});
+   DumpWalk walk(*this, writer);
+   for (std::uint32_t id : walk.vrfIds()) {
+      walk.vrf(id);
    }
-   std::sort(query.begin(), query.end(), [](const auto* a, const auto* b) {
-      return std::pair(a->key().vrfId.value(), a->key().prefix) <
-             std::pair(b->key().vrfId.value(), b->key().prefix);
-   });
-   writer.queryRows(section(query, [&containers](const Rib::IpRibRouteOrq& row) {
-      const std::uint32_t id = row.key().vrfId.value();
-      auto found = containers.find(id);
-      const ContainerSm* container = found == containers.end() ? nullptr : found->second;
-      return QueryRow{id, routeRow(row.route(), ownerOf(row.route(), container))};
-   }));
-
-   const auto viaSets = sortedRows<Rib::Plim::ViaSet>(
-         [&](auto visit) { shared_.viaSetConfig->forEachViaSet(visit); },
-         [](const Rib::Plim::ViaSet& v) { return v.key.value(); });
-   writer.viaSets(section(viaSets, viaSetRow));
-
-   std::vector<ProtoRow> proto;
-   shared_.protoVrfStatusDir->forEachName([&](const std::string& name) {
-      auto entity = shared_.protoVrfStatusDir->entityAs<Rib::ProtoVrfStatus>(name);
-      proto.push_back(ProtoRow{name, entity->ready(), entity->readyTime()});
-   });
-   writer.protoVrfStatus(sectionOver(proto, [](const ProtoRow& p) -> const ProtoRow& { return p; }));
+   walk.queryRows();
+   walk.viaSets();
+   walk.protoVrfStatus();
    writer.dumpEnd();
 }
 
