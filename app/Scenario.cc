@@ -322,18 +322,68 @@ std::string knownTogglesText() {
    return out;
 }
 
-Scenario parseScenario(const std::string& source, const std::string& name) {
+namespace {
+
+json readDocument(const std::string& source, const std::string& name) {
    if (auto nul = source.find('\0'); nul != std::string::npos) {
       throw ScenarioError(name + ": not a text file: NUL byte at byte " + std::to_string(nul));
    }
-   json document;
    try {
-      document = DocumentReader::read(source);
+      return DocumentReader::read(source);
    } catch (const JsonSyntaxError& e) {
       throw ScenarioError(name + ": not valid JSON: " + e.what());
    } catch (const DocumentError& e) {
       throw ScenarioError(name + ": " + e.what());
    }
+}
+
+// One step: its one key is its kind, parsed by the kind's parser.
+Action parseStep(const json& step, const std::string& where) {
+   if (!step.is_object() || step.size() != 1) {
+      throw ScenarioError(where + ": a step is an object with exactly one key, its kind");
+   }
+   const std::string kind = step.begin().key();
+   const json& value = step.begin().value();
+   Reader reader(value, where + " (" + kind + "): ");
+   try {
+      Action action = parseAction(kind, value, reader);
+      if (!scalarValued(kind, value) && kind != "env" && kind != "toggle") {
+         reader.done();
+      }
+      return action;
+   } catch (const ScenarioError&) {
+      throw;
+   } catch (const std::exception& e) {
+      throw ScenarioError(where + " (" + kind + "): " + e.what());
+   }
+}
+
+// The agent's lifetime across the steps: verification needs a running
+// agent, and stale rows are what an earlier run left behind, so while the
+// agent runs it is the only writer of its tables.
+void checkLifetime(const Action& action, const std::string& context, bool& running) {
+   if (std::holds_alternative<StartStep>(action)) {
+      if (running) {
+         throw ScenarioError(context + "the agent is already running (stop it first)");
+      }
+      running = true;
+   } else if (std::holds_alternative<StopStep>(action)) {
+      if (!running) {
+         throw ScenarioError(context + "the agent is not running");
+      }
+      running = false;
+   } else if (std::holds_alternative<VerificationStep>(action) && !running) {
+      throw ScenarioError(context + "the agent is not running (start it first)");
+   } else if (std::holds_alternative<StaleStep>(action) && running) {
+      throw ScenarioError(context + "stale rows are left by an earlier run: write them before "
+                                    "'start' (or after 'stop'), not while the agent runs");
+   }
+}
+
+}  // namespace
+
+Scenario parseScenario(const std::string& source, const std::string& name) {
+   const json document = readDocument(source, name);
    Scenario scenario;
    scenario.name = name;
    Reader top(document, name + ": ");
@@ -353,47 +403,12 @@ Scenario parseScenario(const std::string& source, const std::string& name) {
    for (const json& step : steps) {
       ++number;
       const std::string where = name + ": step " + std::to_string(number);
-      if (!step.is_object() || step.size() != 1) {
-         throw ScenarioError(where + ": a step is an object with exactly one key, its kind");
-      }
+      Action action = parseStep(step, where);
       const std::string kind = step.begin().key();
-      const json& value = step.begin().value();
-      Reader reader(value, where + " (" + kind + "): ");
-      Action action;
-      try {
-         action = parseAction(kind, value, reader);
-         if (!scalarValued(kind, value) && kind != "env" && kind != "toggle") {
-            reader.done();
-         }
-      } catch (const ScenarioError&) {
-         throw;
-      } catch (const std::exception& e) {
-         throw ScenarioError(where + " (" + kind + "): " + e.what());
-      }
-      // The agent's lifetime: verification needs a running agent.
-      const std::string context = where + " (" + kind + "): ";
-      if (std::holds_alternative<StartStep>(action)) {
-         if (running) {
-            throw ScenarioError(context + "the agent is already running (stop it first)");
-         }
-         running = true;
-      } else if (std::holds_alternative<StopStep>(action)) {
-         if (!running) {
-            throw ScenarioError(context + "the agent is not running");
-         }
-         running = false;
-      } else if (std::holds_alternative<VerificationStep>(action) && !running) {
-         throw ScenarioError(context + "the agent is not running (start it first)");
-      } else if (std::holds_alternative<StaleStep>(action) && running) {
-         // Stale rows are what an earlier run left behind. While the agent
-         // runs it is the only writer of its tables.
-         throw ScenarioError(context + "stale rows are left by an earlier run: write them before "
-                                       "'start' (or after 'stop'), not while the agent runs");
-      }
+      checkLifetime(action, where + " (" + kind + "): ", running);
       scenario.steps.push_back(Step{number, kind, std::move(action)});
    }
    return scenario;
 }
-
 
 }  // namespace App
