@@ -180,8 +180,6 @@ void IntfBacklogSm::handleBacklog() {
       return;  // without a clock there is no time to slice by
    }
    ++handleBacklogCallCount_;
-   IntfBacklog& store = *intfBacklog_;
-   const IntfBacklog::Backlog& backlog = store.backlog();
    if (pendingCount() == 0) {
       VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
                 "backlogSize=" << 0 << " invocation=" << handleBacklogCallCount_);
@@ -192,17 +190,30 @@ void IntfBacklogSm::handleBacklog() {
    }
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
              "start backlogSize=" << pendingCount() << " invocation=" << handleBacklogCallCount_);
-   Vok::ActivityManager& clock = backlogClock_->manager();
    backlogClock_->nextTimeIs(Vok::never);
-   const Vok::Seconds start = clock.now();
+   const Vok::Seconds start = backlogClock_->manager().now();  // the tables' room is the slice's too
    reserveRouteTables();
+   const auto next = drainSlice(sliceStart(), start);
+   VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "backlogSize=" << pendingCount() << " done");
+   if (pendingCount() != 0) {
+      if (auto it = firstPendingFrom(next); it != intfBacklog_->backlog().end()) {
+         backlogBookmark_ = it->first;
+      }
+      scheduleBacklog();
+   } else {
+      intfBacklog_->backlogEmptyInc(1);
+   }
+}
 
-   // The store's own backlog is walked: its iterators survive the removals
-   // below, and its order is a function of the keys alone. Pending work is
-   // what a copy taken when the installer was built, kept in step since,
-   // would hold: entries whose value is true, and false ones that were
-   // already there then and have not changed since (the generic setter is
-   // the only one that stores false).
+// Where a slice starts: the entry the last one stopped at, if it is still
+// pending. The store's own backlog is walked: its iterators survive the
+// removals of a slice, and its order is a function of the keys alone.
+// Pending work is what a copy taken when the installer was built, kept in
+// step since, would hold: entries whose value is true, and false ones that
+// were already there then and have not changed since (the generic setter
+// is the only one that stores false).
+IntfBacklog::Backlog::const_iterator IntfBacklogSm::sliceStart() {
+   const IntfBacklog::Backlog& backlog = intfBacklog_->backlog();
    auto it = backlog.begin();
    if (backlogBookmark_ != IntfIdAndPrefix()) {
       if (auto bookmarked = backlog.find(backlogBookmark_);
@@ -211,7 +222,16 @@ void IntfBacklogSm::handleBacklog() {
       }
    }
    backlogBookmark_ = IntfIdAndPrefix();
+   return it;
+}
 
+// Processes pending entries from `it` on until the quantum since `start`
+// is spent or none is left; returns where it stopped.
+IntfBacklog::Backlog::const_iterator IntfBacklogSm::drainSlice(IntfBacklog::Backlog::const_iterator it,
+                                                               Vok::Seconds start) {
+   IntfBacklog& store = *intfBacklog_;
+   const IntfBacklog::Backlog& backlog = store.backlog();
+   Vok::ActivityManager& clock = backlogClock_->manager();
    const long testMode = backlogTestMode();
    Vok::Seconds now = start;
    do {
@@ -231,16 +251,7 @@ void IntfBacklogSm::handleBacklog() {
       }
    } while (start + backlogQuantum_ > (now = clock.now()));
    longestSlice_ = std::max(longestSlice_, now - start);  // no reading of its own: time is the clock's
-
-   VOK_TRACE(intfBacklogSmTrace(), 8, describe(), "backlogSize=" << pendingCount() << " done");
-   if (pendingCount() != 0) {
-      if (it = firstPendingFrom(it); it != backlog.end()) {
-         backlogBookmark_ = it->first;
-      }
-      scheduleBacklog();
-   } else {
-      store.backlogEmptyInc(1);
-   }
+   return it;
 }
 
 // Once drained, a family's route table holds a route for every prefix

@@ -134,6 +134,9 @@ class IntfBacklogSm final : public Vok::Entity {
    // The drain's view of the store's backlog (see handleBacklog).
    bool pending(const IntfIdAndPrefix& key, bool value) const;
    IntfBacklog::Backlog::const_iterator firstPendingFrom(IntfBacklog::Backlog::const_iterator it) const;
+   IntfBacklog::Backlog::const_iterator sliceStart();
+   IntfBacklog::Backlog::const_iterator drainSlice(IntfBacklog::Backlog::const_iterator it,
+                                                   Vok::Seconds start);
    void reserveRouteTables();
    static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(const IntfIdSet* set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
