@@ -292,16 +292,11 @@ void showPrefix(const TableReader& reader, const ShowRequest& request, std::ostr
 
 std::uint32_t requestedVrf(const std::map<std::uint32_t, TableReader::Vrf>& vrfs,
                            const ShowRequest& request) {
-   const std::string& wanted = *request.vrf;
-   std::uint32_t id = 0;
-   const auto [end, error] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), id);
-   const bool numeric = error == std::errc() && end == wanted.data() + wanted.size();
-   for (const auto& [vrfId, vrf] : vrfs) {
-      if (vrfName(vrf) == wanted || (numeric && vrfId == id)) {
-         return vrfId;
-      }
+   if (const auto id = vrfNamed(vrfs, *request.vrf)) {
+      return *id;
    }
-   throw ShowError("no VRF '" + wanted + "' in " + request.dir + " (connroute show summary lists them)");
+   throw ShowError("no VRF '" + *request.vrf + "' in " + request.dir +
+                   " (connroute show summary lists them)");
 }
 
 void show(const ShowRequest& request, std::ostream& out) {

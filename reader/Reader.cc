@@ -140,14 +140,8 @@ void follow(const std::string& dir, const FollowOptions& options,
             const std::function<void()>& batchDone) {
    translated([&] {
       App::TableFollower follower(dir, App::FollowFilter{options.vrf, options.family, options.from});
-      if (options.vrf) {
-         bool known = false;
-         for (const auto& [id, vrf] : follower.vrfs()) {
-            known = known || vrf.name == *options.vrf || std::to_string(id) == *options.vrf;
-         }
-         if (!known) {
-            throw Error("no VRF '" + *options.vrf + "' in " + dir);
-         }
+      if (options.vrf && !vrfNamed(follower.vrfs(), *options.vrf)) {
+         throw Error("no VRF '" + *options.vrf + "' in " + dir);
       }
       follower.run(
             [&](const App::FollowEvent& event) {

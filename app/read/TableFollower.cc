@@ -61,7 +61,8 @@ T decode(std::string_view bytes) {
 }  // namespace
 
 TableFollower::TableFollower(const std::string& dir, FollowFilter filter)
-      : dir_(dir), reader_(dir), filter_(filter), vrfs_(reader_.vrfs()) {
+      : dir_(dir), reader_(dir), filter_(filter) {
+   readVrfs();
    inotify_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
    if (inotify_ < 0) {
       throw Plim::DatabaseError(dir_ + ": cannot watch the table directory: " + std::strerror(errno));
@@ -92,12 +93,18 @@ bool TableFollower::wanted(std::optional<std::uint32_t> vrfId, int family) const
    if (!filter_.vrf || !vrfId) {
       return true;
    }
-   const auto vrf = vrfs_.find(*vrfId);
-   return *filter_.vrf == std::to_string(*vrfId) || (vrf != vrfs_.end() && vrf->second.name == *filter_.vrf);
+   return wantedVrf_ == vrfId;
+}
+
+// The VRFs' names, and which one the filter means now (by name, it may be
+// another identifier than before).
+void TableFollower::readVrfs() {
+   vrfs_ = reader_.vrfs();
+   wantedVrf_ = filter_.vrf ? vrfNamed(vrfs_, *filter_.vrf) : std::nullopt;
 }
 
 void TableFollower::snapshot(const Plim::Feed& feed, const Report& report) {
-   vrfs_ = reader_.vrfs();
+   readVrfs();
    namesLookedUp_.clear();
    std::vector<FollowEvent> rows;
    for (const auto& [id, vrf] : vrfs_) {
@@ -174,7 +181,7 @@ void TableFollower::reportChange(const Plim::LoggedChange& change, const std::st
       }
    }
    if (event.vrfId && !vrfs_.contains(*event.vrfId) && namesLookedUp_.insert(*event.vrfId).second) {
-      vrfs_ = reader_.vrfs();  // a VRF that came after the snapshot: its name, once
+      readVrfs();  // a VRF that came after the snapshot: its name, once
    }
    if (wanted(event.vrfId, event.family)) {
       report(event);

@@ -67,6 +67,7 @@ class TableFollower {
  private:
    void follow(const Report& report, int stopFd, const std::function<void()>& batchDone);
    void watch();
+   void readVrfs();
    void start(const Report& report);
    void catchUp(const Report& report);
    void snapshot(const Plim::Feed& feed, const Report& report);
@@ -78,6 +79,7 @@ class TableFollower {
    TableReader reader_;
    FollowFilter filter_;
    std::map<std::uint32_t, TableReader::Vrf> vrfs_;
+   std::optional<std::uint32_t> wantedVrf_;  // the filter's VRF among vrfs_
    std::set<std::uint32_t> namesLookedUp_;  // VRFs vrfs_ was read again for, since the snapshot
    std::uint64_t writer_ = 0;
    std::uint64_t next_ = 1;  // the next turn whose changes to report

@@ -3,6 +3,7 @@
 #include <set>
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 
 #include "platform/plim/Cursor.h"
@@ -225,6 +226,20 @@ TableReader::Owners TableReader::owners(std::uint32_t vrfId) const {
       db_->fail(rc, "read the owners");
    }
    return owners;
+}
+
+std::optional<std::uint32_t> vrfNamed(const std::map<std::uint32_t, TableReader::Vrf>& vrfs,
+                                      std::string_view nameOrId) {
+   std::uint32_t id = 0;
+   const char* last = nameOrId.data() + nameOrId.size();
+   const auto [end, error] = std::from_chars(nameOrId.data(), last, id);
+   const bool numeric = error == std::errc() && end == last;
+   for (const auto& [vrfId, vrf] : vrfs) {
+      if (vrf.name == nameOrId || (numeric && vrfId == id)) {
+         return vrfId;
+      }
+   }
+   return std::nullopt;
 }
 
 std::vector<NamespaceCounters> TableReader::namespaceCounters() const {

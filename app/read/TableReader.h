@@ -86,4 +86,9 @@ class TableReader {
    std::map<std::uint32_t, std::string> paths_;  // tables_ the other way round
 };
 
+// The VRF of `vrfs` that `nameOrId` names, by its name or by its
+// identifier in decimal, if any.
+std::optional<std::uint32_t> vrfNamed(const std::map<std::uint32_t, TableReader::Vrf>& vrfs,
+                                      std::string_view nameOrId);
+
 }  // namespace App
