@@ -236,6 +236,12 @@ void Host::apply(const Ipv4Step& s) {
    if (s.directedBroadcast) {
       status->directedBroadcastEnabledIs(*s.directedBroadcast);
    }
+   for (const auto& prefix : s.removePeers) {
+      status->peerPrefixDel(prefix);
+   }
+   for (const auto& prefix : s.peers) {
+      status->peerPrefixIs(prefix);
+   }
 }
 
 void Host::apply(const Ipv6Step& s) {
@@ -255,6 +261,12 @@ void Host::apply(const Ipv6Step& s) {
    }
    for (const auto& addr : s.removeAddrs) {
       status->addrDel(addr);
+   }
+   for (const auto& prefix : s.removePeers) {
+      status->peerPrefixDel(prefix);
+   }
+   for (const auto& prefix : s.peers) {
+      status->peerPrefixIs(prefix);
    }
 }
 

@@ -63,6 +63,7 @@ struct Ipv4Step {
    std::map<Ovel::IpAddrWithMask, bool> secondaries;
    std::vector<Ovel::IpAddrWithMask> removeSecondaries;
    std::optional<bool> directedBroadcast;
+   std::vector<Ovel::IpAddrWithMask> peers, removePeers;
 };
 
 struct Ipv6Step {
@@ -70,6 +71,7 @@ struct Ipv6Step {
    Ovel::IntfId intf;
    bool remove = false;
    std::vector<Ovel::Ip6AddrWithMask> add, removeAddrs, makeDefault;
+   std::vector<Ovel::Ip6AddrWithMask> peers, removePeers;
 };
 
 struct CollectionStep {

@@ -10,6 +10,10 @@ class Ip6IntfSm::VokIp6IntfStatus final : public Vok::Reactor<Ip6::IntfStatus> {
    VokIp6IntfStatus(Vok::Ptr<const Ip6::IntfStatus> status, Ip6IntfSm& owner)
          : Vok::Reactor<Ip6::IntfStatus>(std::move(status)), owner_(owner) {}
    void onAddr(const Ovel::Ip6AddrWithMask& addr) override { owner_.handleIp6Address(addr); }
+   void onPeerPrefix(const Ovel::Ip6AddrWithMask& prefix) override {
+      owner_.handlePeerPrefix(prefix);
+   }
+   void onNotifier() override { owner_.syncPeerPrefixes(); }
 
  private:
    Ip6IntfSm& owner_;
@@ -69,6 +73,9 @@ void Ip6IntfSm::updateIntfIdsByPrefix(const Ovel::Ip6AddrWithMask& addr, bool de
    const Ovel::IpGenPrefix host(addr.addr(), 128);
    const bool hasSubnet = addr.len() <= 127;
    if (!del) {
+      if (addedPeerPrefixes_.contains(addr)) {
+         updatePeerPrefix(addr, true);  // the address takes its keys over
+      }
       const IntfViaSetKey keys =
             intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv6);
       if (hasSubnet) {
@@ -98,6 +105,54 @@ void Ip6IntfSm::handleIp6Address(const Ovel::Ip6AddrWithMask& addr) {
            Zipmark::am6(" addr=", addr.addr().bytes(), addr.len()),
            Zipmark::boolean(" found=", found));
    updateIntfIdsByPrefix(addr, !found);
+   if (!found) {
+      handlePeerPrefix(addr);  // a peer prefix the address held back
+   }
+}
+
+void Ip6IntfSm::updatePeerPrefix(const Ovel::Ip6AddrWithMask& prefix, bool del) {
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "peer=" << prefix << " del=" << flagText(del));
+   const Ovel::IpGenAddrWithMask genAddr(prefix);
+   const Ovel::IpGenPrefix subnet(prefix.subnet(), prefix.len());
+   if (!del) {
+      const IntfViaSetKey keys =
+            intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv6);
+      intfBacklog_->addToIntfIdsByPrefix(intfId_, subnet, genAddr, Fib::RouteType::attachedSubnet,
+                                         keys.viaSetKey());
+      keyStatus().incIntfVskRefcount(intfId_);
+      addedPeerPrefixes_.insert(prefix);
+      return;
+   }
+   intfBacklog_->delFromIntfIdsByPrefix(intfId_, subnet, genAddr);
+   addedPeerPrefixes_.erase(prefix);
+   intfBacklogSm_->doReleaseViaSetKey(intfId_, Ovel::AddressFamily::ipv6);
+}
+
+bool Ip6IntfSm::peerPrefixWanted(const Ovel::Ip6AddrWithMask& prefix) const {
+   const auto& status = ip6IntfStatus();
+   return status && status->peerPrefix(prefix) && status->addr(prefix) == Ip6::AddressInfo();
+}
+
+void Ip6IntfSm::handlePeerPrefix(const Ovel::Ip6AddrWithMask& prefix) {
+   const bool wanted = peerPrefixWanted(prefix);
+   if (wanted != addedPeerPrefixes_.contains(prefix)) {
+      updatePeerPrefix(prefix, !wanted);
+   }
+}
+
+void Ip6IntfSm::syncPeerPrefixes() {
+   const auto& status = ip6IntfStatus();
+   const std::set<Ovel::Ip6AddrWithMask> added = addedPeerPrefixes_;
+   for (const auto& prefix : added) {
+      if (!peerPrefixWanted(prefix)) {
+         updatePeerPrefix(prefix, true);
+      }
+   }
+   if (status) {
+      for (const auto& prefix : status->peerPrefix()) {
+         handlePeerPrefix(prefix);
+      }
+   }
 }
 
 void Ip6IntfSm::handleInitialized() {
@@ -109,6 +164,7 @@ void Ip6IntfSm::handleInitialized() {
          handleIp6Address(addr);
       }
    }
+   syncPeerPrefixes();
 }
 
 void Ip6IntfSm::handleIntfDeletion() {
@@ -120,6 +176,9 @@ void Ip6IntfSm::handleIntfDeletion() {
       for (const auto& [addr, info] : status->addr()) {
          updateIntfIdsByPrefix(addr, true);
       }
+   }
+   while (!addedPeerPrefixes_.empty()) {
+      updatePeerPrefix(*addedPeerPrefixes_.begin(), true);
    }
 }
 

@@ -3,9 +3,16 @@
 // addresses, becomes its subnet (type 11, unless /128) and host /128 (type
 // 1, or 2 for a /128) candidates, counted in the store's IPv6 via-set-key
 // table. There is no active address and no broadcast.
+//
+// A peer prefix (a point-to-point address's far end) gives its attached
+// route (type 11) and no host route, and counts once. The machine keeps the
+// peer prefixes it added, and removes exactly those. A peer prefix that is
+// also an address in use is left to the address, whose entries would have
+// the same keys; it is added once the address goes.
 #pragma once
 
 #include <memory>
+#include <set>
 
 #include "install/IntfBacklogSm.h"
 #include "platform/ip6/Ip6IntfStatus.h"
@@ -20,12 +27,17 @@ class Ip6IntfSm final : public Vok::Entity {
 
    void handleInitialized();
    void handleIp6Address(const Ovel::Ip6AddrWithMask& addr);
+   void handlePeerPrefix(const Ovel::Ip6AddrWithMask& prefix);
+   // Adds the peer prefixes the status lists and this machine has not added,
+   // and removes the others.
+   void syncPeerPrefixes();
    void handleIntfDeletion();
    void updateIntfIdsByPrefix(const Ovel::Ip6AddrWithMask& addr, bool del);
 
    const Ovel::IntfId& intfId() const noexcept { return intfId_; }
    const Vok::Ptr<const Ip6::IntfStatus>& ip6IntfStatus() const noexcept;
-   // Watches another status object (without replaying it).
+   // Watches another status object: its peer prefixes are synced, its
+   // addresses not replayed.
    void ip6IntfStatusIs(Vok::Ptr<const Ip6::IntfStatus> status);
    const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
    const Vok::Ptr<IntfBacklogSm>& intfBacklogSm() const noexcept { return intfBacklogSm_; }
@@ -38,11 +50,14 @@ class Ip6IntfSm final : public Vok::Entity {
 
    std::string describe() const;
    IntfViaSetKeyStatus& keyStatus() const;
+   void updatePeerPrefix(const Ovel::Ip6AddrWithMask& prefix, bool del);
+   bool peerPrefixWanted(const Ovel::Ip6AddrWithMask& prefix) const;
 
    Ovel::IntfId intfId_;
    Vok::Ptr<IntfBacklog> intfBacklog_;
    Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
    std::unique_ptr<VokIp6IntfStatus> reactor_;
+   std::set<Ovel::Ip6AddrWithMask> addedPeerPrefixes_;
    bool initialized_ = false;
 };
 

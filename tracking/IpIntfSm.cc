@@ -23,9 +23,13 @@ class IpIntfSm::VokIpIntfStatus final : public Vok::Reactor<Ip::IpIntfStatus> {
       owner_.handleSecondaryAddress(addr);
    }
    void onDirectedBroadcastEnabled() override { owner_.handleDirectedBroadcast(); }
+   void onPeerPrefix(const Ovel::IpAddrWithMask& prefix) override {
+      owner_.handlePeerPrefix(prefix);
+   }
    void onNotifier() override {
       owner_.handleActiveAddress(activeAddr());
       owner_.handleDirectedBroadcast();
+      owner_.syncPeerPrefixes();
    }
 
  private:
@@ -98,6 +102,9 @@ void IpIntfSm::updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del)
    const Ovel::IpGenPrefix host(addr.addr(), 32);
    const bool hasSubnet = addr.len() <= 31;
    if (!del) {
+      if (addedPeerPrefixes_.contains(addr)) {
+         updatePeerPrefix(addr, true);  // the address takes its keys over
+      }
       const IntfViaSetKey keys =
             intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
       if (hasSubnet) {
@@ -127,20 +134,24 @@ void IpIntfSm::updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del) {
    if (addr.len() > 30) {
       return;  // /31 and /32 have no network or broadcast address
    }
-   const Ovel::IpGenAddrWithMask genAddr(addr);
-   const Ovel::IpGenPrefix network(addr.subnet(), 32);
-   const Ovel::IpGenPrefix broadcast(addr.broadcast(), 32);
    // Linux accepts an address equal to its subnet's network or broadcast
    // address and gives it a local route. Its host entry already claims that
    // /32 under the same candidate key, so the network or broadcast entry
    // would overwrite the receive route and be removed twice: leave it out.
-   const bool networkIsHost = addr.subnet() == addr.addr();
-   const bool broadcastIsHost = addr.broadcast() == addr.addr();
+   updateNetworkAndBroadcast(addr, Ovel::IpGenAddrWithMask(addr), addr.subnet() != addr.addr(),
+                             addr.broadcast() != addr.addr(), del);
+}
+
+void IpIntfSm::updateNetworkAndBroadcast(const Ovel::IpAddrWithMask& subnet,
+                                         const Ovel::IpGenAddrWithMask& genAddr, bool withNetwork,
+                                         bool withBroadcast, bool del) {
+   const Ovel::IpGenPrefix network(subnet.subnet(), 32);
+   const Ovel::IpGenPrefix broadcast(subnet.broadcast(), 32);
    if (del) {
-      if (!networkIsHost) {
+      if (withNetwork) {
          remove(network, genAddr);
       }
-      if (!broadcastIsHost) {
+      if (withBroadcast) {
          remove(broadcast, genAddr);
       }
       return;
@@ -148,10 +159,10 @@ void IpIntfSm::updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del) {
    // The count belongs to the address as a whole, so it is not moved here.
    const IntfViaSetKey keys =
          intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
-   if (!networkIsHost) {
+   if (withNetwork) {
       add(network, genAddr, Fib::RouteType::networkOrBroadcastReceive, keys.rxBcastViaSetKey());
    }
-   if (broadcastIsHost) {
+   if (!withBroadcast) {
       return;
    }
    const auto& status = ipIntfStatus();
@@ -160,6 +171,30 @@ void IpIntfSm::updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del) {
    } else {
       add(broadcast, genAddr, Fib::RouteType::networkOrBroadcastReceive, keys.rxBcastViaSetKey());
    }
+}
+
+void IpIntfSm::updatePeerPrefix(const Ovel::IpAddrWithMask& prefix, bool del) {
+   VOK_TRACE(connectedRouteTrace(), 8, describe(), "peer=" << prefix << " del=" << flagText(del));
+   const Ovel::IpGenAddrWithMask genAddr(prefix);
+   const Ovel::IpGenPrefix subnet(prefix.subnet(), prefix.len());
+   const bool networkAndBroadcast = prefix.len() <= 30;
+   if (!del) {
+      const IntfViaSetKey keys =
+            intfBacklogSm_->findOrCreateViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
+      add(subnet, genAddr, Fib::RouteType::attachedSubnet, keys.viaSetKey());
+      if (networkAndBroadcast) {
+         updateNetworkAndBroadcast(prefix, genAddr, true, true, false);
+      }
+      keyStatus().incIntfVskRefcount(intfId_);
+      addedPeerPrefixes_.insert(prefix);
+      return;
+   }
+   remove(subnet, genAddr);
+   if (networkAndBroadcast) {
+      updateNetworkAndBroadcast(prefix, genAddr, true, true, true);
+   }
+   addedPeerPrefixes_.erase(prefix);
+   intfBacklogSm_->doReleaseViaSetKey(intfId_, Ovel::AddressFamily::ipv4);
 }
 
 void IpIntfSm::releaseRole(const Ovel::IpAddrWithMask& addr, bool otherRoleHolds) {
@@ -178,14 +213,18 @@ void IpIntfSm::handleActiveAddress(const Ovel::IpAddrWithMask& addr) {
    ZIPMARK(1, "handleActiveAddress", Zipmark::text("vrf=", vrfName().str()),
            Zipmark::text(" intf=", intfId_.name()), am4(" addr=", addr),
            am4(" prevAddr=", prevActiveAddr_));
-   if (prevActiveAddr_ != addr) {
+   const Ovel::IpAddrWithMask prev = prevActiveAddr_;
+   if (prev != addr) {
       // The old active address keeps its entries while it still counts as
       // a secondary.
-      releaseRole(prevActiveAddr_, countedSecondaries_.contains(prevActiveAddr_));
+      releaseRole(prev, countedSecondaries_.contains(prev));
    }
    // Also when unchanged: a repeat adds (and counts) the address again.
    updateIntfIdsByPrefix(addr, false);
    prevActiveAddr_ = addr;
+   if (prev != addr) {
+      handlePeerPrefix(prev);  // a peer prefix the old address held back
+   }
 }
 
 void IpIntfSm::handleSecondaryAddress(const Ovel::IpAddrWithMask& addr) {
@@ -203,6 +242,7 @@ void IpIntfSm::handleSecondaryAddress(const Ovel::IpAddrWithMask& addr) {
       // while its active role keeps the routes.
       const bool counted = countedSecondaries_.erase(addr) > 0;
       releaseRole(addr, counted && addr == prevActiveAddr_);
+      handlePeerPrefix(addr);  // a peer prefix the address held back
       return;
    }
    updateIntfIdsByPrefix(addr, false);
@@ -225,6 +265,39 @@ void IpIntfSm::handleDirectedBroadcast() {
    for (const auto& [secondary, active] : status->activeSecondaryWithMask()) {
       updateBcastRoute(secondary, false);
    }
+   for (const auto& prefix : addedPeerPrefixes_) {
+      if (prefix.len() <= 30) {
+         updateNetworkAndBroadcast(prefix, Ovel::IpGenAddrWithMask(prefix), true, true, false);
+      }
+   }
+}
+
+bool IpIntfSm::peerPrefixWanted(const Ovel::IpAddrWithMask& prefix) const {
+   const auto& status = ipIntfStatus();
+   return status && status->peerPrefix(prefix) && status->activeAddrWithMask() != prefix &&
+          !status->activeSecondaryWithMask(prefix).value_or(false);
+}
+
+void IpIntfSm::handlePeerPrefix(const Ovel::IpAddrWithMask& prefix) {
+   const bool wanted = peerPrefixWanted(prefix);
+   if (wanted != addedPeerPrefixes_.contains(prefix)) {
+      updatePeerPrefix(prefix, !wanted);
+   }
+}
+
+void IpIntfSm::syncPeerPrefixes() {
+   const auto& status = ipIntfStatus();
+   const std::set<Ovel::IpAddrWithMask> added = addedPeerPrefixes_;
+   for (const auto& prefix : added) {
+      if (!peerPrefixWanted(prefix)) {
+         updatePeerPrefix(prefix, true);
+      }
+   }
+   if (status) {
+      for (const auto& prefix : status->peerPrefix()) {
+         handlePeerPrefix(prefix);
+      }
+   }
 }
 
 void IpIntfSm::handleInitialized() {
@@ -239,6 +312,7 @@ void IpIntfSm::handleInitialized() {
    for (const auto& [secondary, active] : status->activeSecondaryWithMask()) {
       handleSecondaryAddress(secondary);
    }
+   syncPeerPrefixes();
 }
 
 void IpIntfSm::handleIntfDeletion() {
@@ -253,6 +327,9 @@ void IpIntfSm::handleIntfDeletion() {
    releaseRole(active, active == prevActiveAddr_ && countedSecondaries_.contains(active));
    prevActiveAddr_ = Ovel::IpAddrWithMask();
    countedSecondaries_.clear();
+   while (!addedPeerPrefixes_.empty()) {
+      updatePeerPrefix(*addedPeerPrefixes_.begin(), true);
+   }
    if (!status) {
       return;
    }

@@ -12,6 +12,16 @@
 // of directed broadcast re-adds the network and broadcast entries of every
 // listed secondary, active or not.
 //
+// A peer prefix P/L (a point-to-point address's far end) gives the attached
+// route P/L (type 11, a /32 included) and for L <= 30 the network and
+// broadcast /32s as an address would, but no host route: none of it is the
+// interface's own. It counts once, like an address. The machine keeps the
+// peer prefixes it added, so that it removes exactly those, whatever the
+// status lists by then. A peer prefix that is also an address of the
+// interface (its network address, at the same length) is left to the
+// address, whose entries would have the same keys; it is added once the
+// address goes.
+//
 // Two inputs a Linux host produces are handled where the candidate keys of
 // one address would collide: an address equal to its subnet's network or
 // broadcast address gets only its host entry for that /32, and an address
@@ -38,6 +48,10 @@ class IpIntfSm final : public Vok::Entity {
    void handleActiveAddress(const Ovel::IpAddrWithMask& addr);
    void handleSecondaryAddress(const Ovel::IpAddrWithMask& addr);
    void handleDirectedBroadcast();
+   void handlePeerPrefix(const Ovel::IpAddrWithMask& prefix);
+   // Adds the peer prefixes the status lists and this machine has not added,
+   // and removes the others.
+   void syncPeerPrefixes();
    void handleIntfDeletion();
    void updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del);
    void updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del);
@@ -65,6 +79,13 @@ class IpIntfSm final : public Vok::Entity {
    // Removes one role (active, or secondary) of an address: everything, or
    // only that role's count while the other role holds the entries.
    void releaseRole(const Ovel::IpAddrWithMask& addr, bool otherRoleHolds);
+   void updatePeerPrefix(const Ovel::IpAddrWithMask& prefix, bool del);
+   bool peerPrefixWanted(const Ovel::IpAddrWithMask& prefix) const;
+   // The network and broadcast /32s of `subnet` (length 30 or less), each
+   // unless it is the address's own host entry.
+   void updateNetworkAndBroadcast(const Ovel::IpAddrWithMask& subnet,
+                                  const Ovel::IpGenAddrWithMask& genAddr, bool withNetwork,
+                                  bool withBroadcast, bool del);
 
    Ovel::IntfId intfId_;
    Vok::Ptr<IntfBacklog> intfBacklog_;
@@ -75,6 +96,7 @@ class IpIntfSm final : public Vok::Entity {
    // address that is also the active address gives back only its count
    // while the other role holds, and only a role that was counted can.
    std::set<Ovel::IpAddrWithMask> countedSecondaries_;
+   std::set<Ovel::IpAddrWithMask> addedPeerPrefixes_;
    bool initialized_ = false;
 };
 

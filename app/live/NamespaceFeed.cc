@@ -23,12 +23,36 @@ bool usable6(const Linux::AddrRecord& addr) {
    return !linkLocal && routedScope && !tentative && !(addr.flags & IFA_F_DADFAILED);
 }
 
-// The address as the engine is to see it. The kernel makes neither a
-// subnet nor a broadcast route for a subnet whose network lies in 0.0.0.0/8
-// (`10.12.1.1/4`, any `/0`), only the address's local route: as a /32, the
-// address gives the engine that one receive route and nothing else.
-Ovel::IpAddrWithMask engineAddress(Ovel::IpAddrWithMask addr) {
-   return (addr.subnet().value() >> 24) == 0 ? Ovel::IpAddrWithMask(addr.addr(), 32) : addr;
+// `published` becomes `wanted`, restricted to `candidates` (every prefix
+// that may differ); what changes goes to `add` and `remove`.
+template <class Prefix>
+void syncPrefixes(const std::set<Prefix>& candidates, const std::map<Prefix, int>& wanted,
+                  std::set<Prefix>& published, std::vector<Prefix>& add, std::vector<Prefix>& remove) {
+   for (const Prefix& p : candidates) {
+      if (wanted.contains(p)) {
+         if (published.insert(p).second) {
+            add.push_back(p);
+         }
+      } else if (published.erase(p)) {
+         remove.push_back(p);
+      }
+   }
+}
+
+// Every prefix that may differ between what is wanted and what was
+// published: all of them, or those marked changed.
+template <class Prefix>
+std::set<Prefix> prefixCandidates(bool everything, const std::set<Prefix>& changed,
+                                  const std::set<Prefix>& published,
+                                  const std::map<Prefix, int>& wanted) {
+   if (!everything) {
+      return changed;
+   }
+   std::set<Prefix> all = published;
+   for (const auto& [p, count] : wanted) {
+      all.insert(p);
+   }
+   return all;
 }
 
 }  // namespace
@@ -58,18 +82,18 @@ Ovel::IntfId NamespaceFeed::intfIdFor(const Link& link) const {
 }
 
 void NamespaceFeed::Link::addV4(const V4Addr& a) {
-   if (auto it = v4Index.find(a.addr); it != v4Index.end()) {
-      if (it->second.secondary == a.secondary) {
+   if (auto it = v4Index.find(a.kernel); it != v4Index.end()) {
+      if (it->second.secondary == a.secondary && it->second.engine == a.engine) {
          return;  // announced again (lifetimes, flags): the kernel did not move it
       }
-      delV4(a.addr);
+      delV4(a.kernel);
    }
    // The kernel's order: primaries by scope (global first), each scope in
    // the order they came, then secondaries; a promoted secondary is placed
    // as a new primary.
-   std::list<Ovel::IpAddrWithMask>::iterator at;
+   std::list<KernelAddress4>::iterator at;
    if (a.secondary) {
-      at = kernelSecondaries.insert(kernelSecondaries.end(), a.addr);
+      at = kernelSecondaries.insert(kernelSecondaries.end(), a.kernel);
    } else {
       auto before = primaries.end();
       if (!primaries.empty() && v4Index.at(primaries.back()).scope > a.scope) {
@@ -77,17 +101,61 @@ void NamespaceFeed::Link::addV4(const V4Addr& a) {
             return v4Index.at(p).scope > a.scope;
          });
       }
-      at = primaries.insert(before, a.addr);
+      at = primaries.insert(before, a.kernel);
    }
-   v4Index[a.addr] = V4Place{a.secondary, a.scope, at};
-   changed4.insert(a.addr);
+   v4Index[a.kernel] = V4Place{a.engine, a.secondary, a.scope, at};
+   engine4.add(a.engine.addr);
+   changed4.insert(a.engine.addr);
+   if (a.engine.peer) {
+      peers4.add(*a.engine.peer);
+      changedPeers4.insert(*a.engine.peer);
+   }
 }
 
-void NamespaceFeed::Link::delV4(const Ovel::IpAddrWithMask& addr) {
-   if (auto it = v4Index.find(addr); it != v4Index.end()) {
-      (it->second.secondary ? kernelSecondaries : primaries).erase(it->second.at);
-      v4Index.erase(it);
-      changed4.insert(addr);
+void NamespaceFeed::Link::delV4(const KernelAddress4& addr) {
+   auto it = v4Index.find(addr);
+   if (it == v4Index.end()) {
+      return;
+   }
+   const EngineAddress4 engine = it->second.engine;
+   (it->second.secondary ? kernelSecondaries : primaries).erase(it->second.at);
+   v4Index.erase(it);
+   engine4.remove(engine.addr);
+   changed4.insert(engine.addr);
+   if (engine.peer) {
+      peers4.remove(*engine.peer);
+      changedPeers4.insert(*engine.peer);
+   }
+}
+
+void NamespaceFeed::Link::addV6(const Ovel::Ip6AddrWithMask& kernel, const EngineAddress6& engine) {
+   if (auto it = v6.find(kernel); it != v6.end()) {
+      if (it->second == engine) {
+         return;
+      }
+      delV6(kernel);
+   }
+   v6.emplace(kernel, engine);
+   engine6.add(engine.addr);
+   changed6.insert(engine.addr);
+   if (engine.peer) {
+      peers6.add(*engine.peer);
+      changedPeers6.insert(*engine.peer);
+   }
+}
+
+void NamespaceFeed::Link::delV6(const Ovel::Ip6AddrWithMask& kernel) {
+   auto it = v6.find(kernel);
+   if (it == v6.end()) {
+      return;
+   }
+   const EngineAddress6 engine = it->second;
+   v6.erase(it);
+   engine6.remove(engine.addr);
+   changed6.insert(engine.addr);
+   if (engine.peer) {
+      peers6.remove(*engine.peer);
+      changedPeers6.insert(*engine.peer);
    }
 }
 
@@ -95,7 +163,11 @@ void NamespaceFeed::Link::clearAddresses() {
    primaries.clear();
    kernelSecondaries.clear();
    v4Index.clear();
+   engine4 = {};
+   peers4 = {};
    v6.clear();
+   engine6 = {};
+   peers6 = {};
    allChanged = true;
 }
 
@@ -152,25 +224,19 @@ void NamespaceFeed::onLink(const Linux::LinkRecord& record) {
 void NamespaceFeed::onAddr(const Linux::AddrRecord& record) {
    Link& link = linkAt(record.ifindex);  // an address may come before its link
    if (record.family == AF_INET) {
-      std::uint32_t be = 0;
-      std::memcpy(&be, record.addr.data(), 4);
-      const Ovel::IpAddrWithMask addr =
-            engineAddress(Ovel::IpAddrWithMask(Ovel::IpAddr(ntohl(be)), std::uint8_t(record.prefixLen)));
+      const KernelAddress4 kernel = kernelAddress4(record);
       if (record.removed) {
-         link.delV4(addr);
+         link.delV4(kernel);
       } else {
-         link.addV4(V4Addr{addr, (record.flags & IFA_F_SECONDARY) != 0, record.scope});
+         link.addV4(V4Addr{kernel, engineAddress4(kernel, record.flags),
+                           (record.flags & IFA_F_SECONDARY) != 0, record.scope});
       }
    } else if (record.family == AF_INET6) {
-      Ovel::Ip6Addr::Bytes bytes;
-      std::copy(record.addr.begin(), record.addr.end(), bytes.begin());
-      const Ovel::Ip6AddrWithMask addr(Ovel::Ip6Addr(bytes), std::uint8_t(record.prefixLen));
       if (record.removed || !usable6(record)) {
-         link.v6.erase(addr);
+         link.delV6(kernelAddress6(record));
       } else {
-         link.v6.insert(addr);
+         link.addV6(kernelAddress6(record), engineAddress6(record));
       }
-      link.changed6.insert(addr);
    } else {
       return;
    }
@@ -213,10 +279,10 @@ void NamespaceFeed::withdrawAll() {
 
 void NamespaceFeed::withdraw(Link& link) {
    if (link.hasV4) {
-      publish_(Ipv4Step{vrf_, link.intf, true, {}, {}, {}, {}});
+      publish_(Ipv4Step{vrf_, link.intf, true, {}, {}, {}, {}, {}, {}});
    }
    if (link.hasV6) {
-      publish_(Ipv6Step{vrf_, link.intf, true, {}, {}, {}});
+      publish_(Ipv6Step{vrf_, link.intf, true, {}, {}, {}, {}, {}});
    }
    if (link.devicePresent) {
       publish_(KernelStep{netnsName_, {}, {link.device}});
@@ -229,7 +295,9 @@ void NamespaceFeed::withdraw(Link& link) {
    link.devicePresent = link.hasV4 = link.hasV6 = link.publishedBc = false;
    link.active = Ovel::IpAddrWithMask();
    link.secondaries.clear();
+   link.publishedPeers4.clear();
    link.published6.clear();
+   link.publishedPeers6.clear();
    link.allChanged = true;  // everything is to publish again
 }
 
@@ -256,17 +324,20 @@ void NamespaceFeed::sync(Link& link) {
    syncV4(link);
    syncV6(link);
    link.changed4.clear();
+   link.changedPeers4.clear();
    link.changed6.clear();
+   link.changedPeers6.clear();
    link.allChanged = false;
 }
 
 void NamespaceFeed::syncV4(Link& link) {
    if (link.v4Index.empty()) {
       if (link.hasV4) {
-         publish_(Ipv4Step{vrf_, link.intf, true, {}, {}, {}, {}});
+         publish_(Ipv4Step{vrf_, link.intf, true, {}, {}, {}, {}, {}, {}});
          link.hasV4 = link.publishedBc = false;
          link.active = Ovel::IpAddrWithMask();
          link.secondaries.clear();
+         link.publishedPeers4.clear();
       }
       return;
    }
@@ -276,7 +347,7 @@ void NamespaceFeed::syncV4(Link& link) {
    std::set<Ovel::IpAddrWithMask> candidates;
    if (link.allChanged || !link.hasV4) {
       candidates = link.secondaries;
-      for (const auto& [a, where] : link.v4Index) {
+      for (const auto& [a, count] : link.engine4.counts) {
          candidates.insert(a);
       }
    } else {
@@ -284,9 +355,9 @@ void NamespaceFeed::syncV4(Link& link) {
       candidates.insert(link.active);
       candidates.insert(active);
    }
-   Ipv4Step step{vrf_, link.intf, false, {}, {}, {}, {}};
+   Ipv4Step step{vrf_, link.intf, false, {}, {}, {}, {}, {}, {}};
    for (const Ovel::IpAddrWithMask& a : candidates) {
-      const bool wanted = link.v4Index.contains(a) && a != active;
+      const bool wanted = link.engine4.contains(a) && a != active;
       const bool published = link.secondaries.contains(a);
       if (wanted && !published) {
          step.secondaries.emplace(a, true);
@@ -303,8 +374,9 @@ void NamespaceFeed::syncV4(Link& link) {
    if (!link.hasV4 || directedBroadcast != link.publishedBc) {
       step.directedBroadcast = directedBroadcast;
    }
+   syncV4Peers(link, step);
    if (!link.hasV4 || step.active || step.directedBroadcast || !step.secondaries.empty() ||
-       !step.removeSecondaries.empty()) {
+       !step.removeSecondaries.empty() || !step.peers.empty() || !step.removePeers.empty()) {
       publish_(step);
    }
    link.hasV4 = true;
@@ -312,30 +384,31 @@ void NamespaceFeed::syncV4(Link& link) {
    link.publishedBc = directedBroadcast;
 }
 
+void NamespaceFeed::syncV4Peers(Link& link, Ipv4Step& step) {
+   const auto candidates = prefixCandidates(link.allChanged || !link.hasV4, link.changedPeers4,
+                                            link.publishedPeers4, link.peers4.counts);
+   syncPrefixes(candidates, link.peers4.counts, link.publishedPeers4, step.peers, step.removePeers);
+}
+
 void NamespaceFeed::syncV6(Link& link) {
    if (link.v6.empty()) {
       if (link.hasV6) {
-         publish_(Ipv6Step{vrf_, link.intf, true, {}, {}, {}});
+         publish_(Ipv6Step{vrf_, link.intf, true, {}, {}, {}, {}, {}});
          link.hasV6 = false;
          link.published6.clear();
+         link.publishedPeers6.clear();
       }
       return;
    }
-   std::set<Ovel::Ip6AddrWithMask> candidates = link.changed6;
-   if (link.allChanged || !link.hasV6) {
-      candidates = link.published6;
-      candidates.insert(link.v6.begin(), link.v6.end());
-   }
-   Ipv6Step step{vrf_, link.intf, false, {}, {}, {}};
-   for (const Ovel::Ip6AddrWithMask& a : candidates) {
-      const bool wanted = link.v6.contains(a);
-      if (wanted && link.published6.insert(a).second) {
-         step.add.push_back(a);
-      } else if (!wanted && link.published6.erase(a)) {
-         step.removeAddrs.push_back(a);
-      }
-   }
-   if (!link.hasV6 || !step.add.empty() || !step.removeAddrs.empty()) {
+   const bool everything = link.allChanged || !link.hasV6;
+   Ipv6Step step{vrf_, link.intf, false, {}, {}, {}, {}, {}};
+   syncPrefixes(prefixCandidates(everything, link.changed6, link.published6, link.engine6.counts),
+                link.engine6.counts, link.published6, step.add, step.removeAddrs);
+   syncPrefixes(prefixCandidates(everything, link.changedPeers6, link.publishedPeers6,
+                                 link.peers6.counts),
+                link.peers6.counts, link.publishedPeers6, step.peers, step.removePeers);
+   if (!link.hasV6 || !step.add.empty() || !step.removeAddrs.empty() || !step.peers.empty() ||
+       !step.removePeers.empty()) {
       publish_(step);
    }
    link.hasV6 = true;

@@ -11,7 +11,9 @@
 //   primaries and the kernel's secondaries are active secondaries;
 //   directed broadcast follows the link's bc_forwarding setting;
 // - IPv6: every address of global scope once duplicate address detection
-//   is over (not tentative, not failed); link-local addresses are not.
+//   is over (not tentative, not failed); link-local addresses are not;
+// - each address in its engine form (EngineAddress.h): noprefixroute and
+//   point-to-point addresses as the kernel routes them.
 //
 // Nothing is published while a dump is in: a dump replaces the namespace's
 // state (mark and sweep), and only the differences are published when it
@@ -26,6 +28,7 @@
 #include <vector>
 
 #include "app/Scenario.h"
+#include "app/live/EngineAddress.h"
 #include "platform/linux/RtnlSocket.h"
 
 namespace App {
@@ -54,15 +57,31 @@ class NamespaceFeed final : public Linux::RtnlListener {
    void onOverflow() override;
 
  private:
+   // Engine addresses and peer prefixes, each counted by the kernel
+   // addresses that give it: two kernel addresses can give one (10.1.0.1/24
+   // noprefixroute and 10.1.0.1/32).
+   template <class T>
+   struct Counted {
+      std::map<T, int> counts;
+      bool contains(const T& value) const { return counts.contains(value); }
+      void add(const T& value) { ++counts[value]; }
+      void remove(const T& value) {
+         if (auto it = counts.find(value); it != counts.end() && --it->second == 0) {
+            counts.erase(it);
+         }
+      }
+   };
    struct V4Addr {
-      Ovel::IpAddrWithMask addr;
+      KernelAddress4 kernel;
+      EngineAddress4 engine;
       bool secondary;
       int scope = 0;
    };
    struct V4Place {
+      EngineAddress4 engine;
       bool secondary;
       int scope;
-      std::list<Ovel::IpAddrWithMask>::iterator at;
+      std::list<KernelAddress4>::iterator at;
    };
    // What the kernel says about a link, and what was last published for it.
    // Addresses that changed since the last publication are marked, so that
@@ -75,12 +94,14 @@ class NamespaceFeed final : public Linux::RtnlListener {
       bool loopback = false;
       bool seen = true;  // in the current dump
       // IPv4 in the kernel's order: primaries, then secondaries.
-      std::list<Ovel::IpAddrWithMask> primaries, kernelSecondaries;
-      std::map<Ovel::IpAddrWithMask, V4Place> v4Index;
-      std::set<Ovel::Ip6AddrWithMask> v6;
+      std::list<KernelAddress4> primaries, kernelSecondaries;
+      std::map<KernelAddress4, V4Place> v4Index;
+      Counted<Ovel::IpAddrWithMask> engine4, peers4;
+      std::map<Ovel::Ip6AddrWithMask, EngineAddress6> v6;  // the usable ones, by kernel address
+      Counted<Ovel::Ip6AddrWithMask> engine6, peers6;
       bool bcForwarding = false;
-      std::set<Ovel::IpAddrWithMask> changed4;
-      std::set<Ovel::Ip6AddrWithMask> changed6;
+      std::set<Ovel::IpAddrWithMask> changed4, changedPeers4;
+      std::set<Ovel::Ip6AddrWithMask> changed6, changedPeers6;
       bool allChanged = true;  // compare everything at the next publication
 
       Ovel::IntfId intf;  // published under this id, if not empty
@@ -88,15 +109,17 @@ class NamespaceFeed final : public Linux::RtnlListener {
       bool devicePresent = false;
       bool hasV4 = false, hasV6 = false;
       Ovel::IpAddrWithMask active;
-      std::set<Ovel::IpAddrWithMask> secondaries;
-      std::set<Ovel::Ip6AddrWithMask> published6;
+      std::set<Ovel::IpAddrWithMask> secondaries, publishedPeers4;
+      std::set<Ovel::Ip6AddrWithMask> published6, publishedPeers6;
       bool publishedBc = false;
 
       Ovel::IpAddrWithMask desiredActive() const {
-         return primaries.empty() ? Ovel::IpAddrWithMask() : primaries.front();
+         return primaries.empty() ? Ovel::IpAddrWithMask() : v4Index.at(primaries.front()).engine.addr;
       }
       void addV4(const V4Addr& a);
-      void delV4(const Ovel::IpAddrWithMask& addr);
+      void delV4(const KernelAddress4& addr);
+      void addV6(const Ovel::Ip6AddrWithMask& kernel, const EngineAddress6& engine);
+      void delV6(const Ovel::Ip6AddrWithMask& kernel);
       void clearAddresses();
    };
 
@@ -104,6 +127,7 @@ class NamespaceFeed final : public Linux::RtnlListener {
    Link& linkAt(int ifindex);
    void sync(Link& link);
    void syncV4(Link& link);
+   void syncV4Peers(Link& link, Ipv4Step& step);
    void syncV6(Link& link);
    void withdraw(Link& link);
    bool publishing() const noexcept { return !dumping_; }

@@ -41,6 +41,18 @@ void IpIntfStatus::directedBroadcastEnabledIs(bool enabled) {
    notify([](IpIntfStatusNotifiee& n) { n.onDirectedBroadcastEnabled(); });
 }
 
+void IpIntfStatus::peerPrefixIs(const Ovel::IpAddrWithMask& prefix) {
+   if (peerPrefixes_.insert(prefix).second) {
+      notify([&](IpIntfStatusNotifiee& n) { n.onPeerPrefix(prefix); });
+   }
+}
+
+void IpIntfStatus::peerPrefixDel(Ovel::IpAddrWithMask prefix) {
+   if (peerPrefixes_.erase(prefix)) {
+      notify([&](IpIntfStatusNotifiee& n) { n.onPeerPrefix(prefix); });
+   }
+}
+
 Vok::Ptr<IpIntfStatus> VrfIpIntfStatus::ipIntfStatus(const Ovel::IntfId& intfId) const {
    return statuses_.get(intfId);
 }

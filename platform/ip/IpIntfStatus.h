@@ -1,7 +1,13 @@
 // IPv4 status of interfaces as the IP agent publishes it: per VRF
 // (Ip::Status::vrfIpIntfStatus), per interface (VrfIpIntfStatus::ipIntfStatus),
 // the active address, the secondary addresses with whether each is active,
-// and the directed-broadcast setting.
+// the directed-broadcast setting, and the peer prefixes.
+//
+// A peer prefix is a subnet the interface reaches through a point-to-point
+// peer (`ip addr add 10.9.0.1 peer 10.9.1.0/30`): it is on the link though
+// no address of the interface need be in it. The local address is listed as
+// an address of its own (a /32); the peer prefix gives the attached route and,
+// up to /30, the network and broadcast routes.
 //
 // Every mutator notifies per attribute or per key, and only on change.
 // Iterating the ordered collections by key (nextKey) stays well defined
@@ -10,6 +16,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 
 #include "platform/l3/VrfName.h"
 #include "platform/ovel/IntfId.h"
@@ -25,11 +32,13 @@ class IpIntfStatusNotifiee : public Vok::ReactorBase {
    virtual void onActiveAddrWithMask() {}
    virtual void onActiveSecondaryWithMask(const Ovel::IpAddrWithMask& /*addr*/) {}
    virtual void onDirectedBroadcastEnabled() {}
+   virtual void onPeerPrefix(const Ovel::IpAddrWithMask& /*prefix*/) {}
 };
 
 class IpIntfStatus final : public Vok::Notifier<IpIntfStatusNotifiee> {
  public:
    using Secondaries = std::map<Ovel::IpAddrWithMask, bool>;
+   using PeerPrefixes = std::set<Ovel::IpAddrWithMask>;
 
    explicit IpIntfStatus(Ovel::IntfId intfId) : intfId_(intfId) {}
 
@@ -47,11 +56,17 @@ class IpIntfStatus final : public Vok::Notifier<IpIntfStatusNotifiee> {
    bool directedBroadcastEnabled() const noexcept { return directedBroadcast_; }
    void directedBroadcastEnabledIs(bool enabled);
 
+   const PeerPrefixes& peerPrefix() const noexcept { return peerPrefixes_; }
+   bool peerPrefix(const Ovel::IpAddrWithMask& prefix) const { return peerPrefixes_.contains(prefix); }
+   void peerPrefixIs(const Ovel::IpAddrWithMask& prefix);
+   void peerPrefixDel(Ovel::IpAddrWithMask prefix);
+
  private:
    Ovel::IntfId intfId_;
    Ovel::IpAddrWithMask activeAddr_;
    Secondaries secondaries_;
    bool directedBroadcast_ = false;
+   PeerPrefixes peerPrefixes_;
 };
 
 class VrfIpIntfStatusNotifiee : public Vok::ReactorBase {

@@ -25,6 +25,18 @@ void IntfStatus::addrDel(Ovel::Ip6AddrWithMask addr) {
    }
 }
 
+void IntfStatus::peerPrefixIs(const Ovel::Ip6AddrWithMask& prefix) {
+   if (peerPrefixes_.insert(prefix).second) {
+      notify([&](IntfStatusNotifiee& n) { n.onPeerPrefix(prefix); });
+   }
+}
+
+void IntfStatus::peerPrefixDel(Ovel::Ip6AddrWithMask prefix) {
+   if (peerPrefixes_.erase(prefix)) {
+      notify([&](IntfStatusNotifiee& n) { n.onPeerPrefix(prefix); });
+   }
+}
+
 Vok::Ptr<IntfStatus> VrfIp6IntfStatus::ip6IntfStatus(const Ovel::IntfId& intfId) const {
    return statuses_.get(intfId);
 }

@@ -1,12 +1,19 @@
 // IPv6 status of interfaces as the IPv6 agent publishes it: per VRF
 // (Ip6::Status::vrfIp6IntfStatus), per interface
 // (VrfIp6IntfStatus::ip6IntfStatus), the addresses with their address
-// information. An address whose information equals the default record is
-// not in use. Mutators notify per key, and only on change.
+// information, and the peer prefixes. An address whose information equals
+// the default record is not in use. Mutators notify per key, and only on
+// change.
+//
+// A peer prefix is the far end of a point-to-point address (`ip -6 addr add
+// 2001:db8::1 peer 2001:db8::2/128`, always a /128): on the link, though no
+// address of the interface is it. The local address is listed as an address
+// of its own.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <set>
 
 #include "platform/l3/VrfName.h"
 #include "platform/ovel/IntfId.h"
@@ -29,11 +36,13 @@ struct AddressInfo {
 class IntfStatusNotifiee : public Vok::ReactorBase {
  public:
    virtual void onAddr(const Ovel::Ip6AddrWithMask& /*addr*/) {}
+   virtual void onPeerPrefix(const Ovel::Ip6AddrWithMask& /*prefix*/) {}
 };
 
 class IntfStatus final : public Vok::Notifier<IntfStatusNotifiee> {
  public:
    using Addresses = Vok::HashMap<Ovel::Ip6AddrWithMask, AddressInfo>;
+   using PeerPrefixes = std::set<Ovel::Ip6AddrWithMask>;
 
    explicit IntfStatus(Ovel::IntfId intfId) : intfId_(intfId) {}
 
@@ -44,9 +53,15 @@ class IntfStatus final : public Vok::Notifier<IntfStatusNotifiee> {
    void addrIs(const Ovel::Ip6AddrWithMask& addr, const AddressInfo& info);
    void addrDel(Ovel::Ip6AddrWithMask addr);
 
+   const PeerPrefixes& peerPrefix() const noexcept { return peerPrefixes_; }
+   bool peerPrefix(const Ovel::Ip6AddrWithMask& prefix) const { return peerPrefixes_.contains(prefix); }
+   void peerPrefixIs(const Ovel::Ip6AddrWithMask& prefix);
+   void peerPrefixDel(Ovel::Ip6AddrWithMask prefix);
+
  private:
    Ovel::IntfId intfId_;
    Addresses addrs_;
+   PeerPrefixes peerPrefixes_;
 };
 
 class VrfIp6IntfStatusNotifiee : public Vok::ReactorBase {

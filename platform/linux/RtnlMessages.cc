@@ -101,8 +101,9 @@ Message readAddr(const nlmsghdr* message) {
    }
    bool bad = false;
    const nlattr* flags = attributes->checked(IFA_FLAGS, MNL_TYPE_U32, bad);
-   // IPv4's own address is IFA_LOCAL (IFA_ADDRESS is the peer's on a
-   // point-to-point link); IPv6 has IFA_ADDRESS only.
+   // The own address is IFA_LOCAL where there is one; on a point-to-point
+   // link IFA_ADDRESS is then the peer's (IPv4 sends both, equal, for an
+   // ordinary address; IPv6 sends IFA_ADDRESS alone).
    const nlattr* local = attributes->checked(IFA_LOCAL, MNL_TYPE_BINARY, bad, size);
    const nlattr* address = attributes->checked(IFA_ADDRESS, MNL_TYPE_BINARY, bad, size);
    const nlattr* own = local ? local : address;
@@ -117,6 +118,10 @@ Message readAddr(const nlmsghdr* message) {
    addr.scope = body->ifa_scope;
    addr.removed = message->nlmsg_type == RTM_DELADDR;
    std::memcpy(addr.addr.data(), mnl_attr_get_payload(own), size);
+   if (local && address && std::memcmp(mnl_attr_get_payload(address), addr.addr.data(), size) != 0) {
+      addr.peer.emplace();
+      std::memcpy(addr.peer->data(), mnl_attr_get_payload(address), size);
+   }
    return addr;
 }
 

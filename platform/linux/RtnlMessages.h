@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 
@@ -25,7 +26,11 @@ struct LinkRecord {
 struct AddrRecord {
    int family = 0;  // AF_INET or AF_INET6
    int ifindex = 0;
-   std::array<std::uint8_t, 16> addr{};
+   std::array<std::uint8_t, 16> addr{};  // the own (local) address
+   // The peer's address of a point-to-point address (IFA_ADDRESS beside a
+   // different IFA_LOCAL). The prefix length is the peer's for IPv4, the
+   // own address's for IPv6.
+   std::optional<std::array<std::uint8_t, 16>> peer;
    int prefixLen = 0;
    std::uint32_t flags = 0;  // IFA_F_*
    int scope = 0;

@@ -225,6 +225,69 @@ TEST_F(AddressMachine, ReplacingTheStatusReplaysActiveAddressAndBroadcastOnly) {
    EXPECT_EQ(Testing::candidates(h, e1).size(), 4u);
 }
 
+// A point-to-point address: the local address is a /32 of its own, the
+// peer's subnet is attached to the link without a host route.
+TEST_F(AddressMachine, PeerPrefixesAreAttachedWithoutAHostRouteAndYieldToAnEqualAddress) {
+   status->activeAddrWithMaskIs(v4("10.9.0.1/32"));
+   status->peerPrefixIs(v4("10.9.1.0/30"));
+   status->peerPrefixIs(v4("10.9.0.2/32"));
+   auto sm = machine();
+   const Lines both = {"10.9.0.1/32 2 rx", "10.9.0.2/32 11 vsk", "10.9.1.0/30 11 vsk",
+                       "10.9.1.0/32 3 rxBcast", "10.9.1.3/32 3 rxBcast"};
+   EXPECT_EQ(Testing::candidates(h, e1), both);
+   EXPECT_EQ(count4(), 3u);
+   status->directedBroadcastEnabledIs(true);
+   EXPECT_EQ(Testing::candidates(h, e1).back(), "10.9.1.3/32 4 directed");
+   status->directedBroadcastEnabledIs(false);
+
+   // An address equal to a peer prefix would have the same keys: it takes
+   // the prefix over while it lasts.
+   status->activeSecondaryWithMaskIs(v4("10.9.0.2/32"), true);
+   EXPECT_EQ(Testing::candidates(h, e1)[1], "10.9.0.2/32 2 rx");
+   EXPECT_EQ(count4(), 3u);
+   status->activeSecondaryWithMaskDel(v4("10.9.0.2/32"));
+   EXPECT_EQ(Testing::candidates(h, e1), both);
+   status->activeAddrWithMaskIs(v4("10.9.1.0/30"));
+   EXPECT_EQ(Testing::candidates(h, e1),
+             (Lines{"10.9.0.2/32 11 vsk", "10.9.1.0/30 11 vsk", "10.9.1.0/32 1 rx",
+                    "10.9.1.3/32 3 rxBcast"}));
+   status->activeAddrWithMaskIs(v4("10.9.0.1/32"));
+   EXPECT_EQ(Testing::candidates(h, e1), both);
+
+   status->peerPrefixDel(v4("10.9.1.0/30"));
+   EXPECT_EQ(Testing::candidates(h, e1), (Lines{"10.9.0.1/32 2 rx", "10.9.0.2/32 11 vsk"}));
+   EXPECT_EQ(count4(), 2u);
+   // A replacement status: its peer prefixes are the ones that count.
+   auto replacement = Vok::make<Ip::IpIntfStatus>(e1);
+   replacement->activeAddrWithMaskIs(v4("10.9.0.5/32"));
+   replacement->peerPrefixIs(v4("10.9.4.0/31"));
+   sm->ipIntfStatusIs(replacement);
+   EXPECT_EQ(Testing::candidates(h, e1), (Lines{"10.9.0.5/32 2 rx", "10.9.4.0/31 11 vsk"}));
+   EXPECT_EQ(count4(), 2u);
+   sm = nullptr;
+   EXPECT_TRUE(h.store->intfIdsByPrefixes().empty());
+   EXPECT_FALSE(h.keyStatus(Ovel::AddressFamily::ipv4).hasVskRefcount(e1));
+}
+
+TEST_F(AddressMachine, Ipv6PeerPrefixesAreAttachedWithoutAHostRoute) {
+   status6->addrIs(v6("2001:db8::1/64"), Ip6::AddressInfo{Ip6::AddressInfo::Source::manual});
+   status6->peerPrefixIs(v6("2001:db8:2::1/128"));
+   auto sm = machine6();
+   const Lines both = {"2001:db8:2::1/128 11 vsk", "2001:db8::/64 11 vsk", "2001:db8::1/128 1 rx"};
+   EXPECT_EQ(Testing::candidates(h, e1), both);
+   EXPECT_EQ(count6(), 2u);
+   status6->addrIs(v6("2001:db8:2::1/128"), Ip6::AddressInfo{Ip6::AddressInfo::Source::manual});
+   EXPECT_EQ(Testing::candidates(h, e1).front(), "2001:db8:2::1/128 2 rx");
+   status6->addrDel(v6("2001:db8:2::1/128"));
+   EXPECT_EQ(Testing::candidates(h, e1), both);
+   sm->ip6IntfStatusIs(Vok::make<Ip6::IntfStatus>(e1));
+   EXPECT_EQ(Testing::candidates(h, e1), (Lines{"2001:db8::/64 11 vsk", "2001:db8::1/128 1 rx"}))
+         << "the addresses stay (not replayed), the peer prefix goes";
+   EXPECT_EQ(count6(), 1u);
+   status6->peerPrefixIs(v6("2001:db8:2::1/128"));  // the old object is no longer heard
+   EXPECT_EQ(count6(), 1u);
+}
+
 TEST_F(AddressMachine, Ipv6DefaultRecordRemovesTheAddress) {
    status6->addrIs(v6("2001:db8::1/64"), Ip6::AddressInfo{Ip6::AddressInfo::Source::manual});
    status6->addrIs(v6("2001:db8:1::1/64"), Ip6::AddressInfo{Ip6::AddressInfo::Source::dhcp});

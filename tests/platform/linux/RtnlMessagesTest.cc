@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstring>
 #include <functional>
 #include <vector>
 
@@ -102,6 +103,8 @@ TEST(RtnlMessages, WellFormedMessagesGiveTheirRecords) {
    EXPECT_EQ(addr.ifindex, 7);
    EXPECT_EQ(addr.prefixLen, 30);
    EXPECT_EQ(addr.addr[3], 1) << "the local address, not the peer's";
+   ASSERT_TRUE(addr.peer) << "IFA_ADDRESS differs from IFA_LOCAL: a point-to-point address";
+   EXPECT_EQ((*addr.peer)[3], 2);
    EXPECT_EQ(addr.flags, unsigned(IFA_F_PERMANENT | IFA_F_NOPREFIXROUTE)) << "IFA_FLAGS, all 32 bits";
 
    const auto withUnknown = address([](Built& m) {
@@ -109,6 +112,23 @@ TEST(RtnlMessages, WellFormedMessagesGiveTheirRecords) {
       mnl_attr_put(m.header(), IFA_MAX + 5, sizeof future, future);
    });
    EXPECT_TRUE(std::holds_alternative<Linux::AddrRecord>(withUnknown));
+
+   // An ordinary address: IPv4 sends IFA_ADDRESS equal to IFA_LOCAL, IPv6
+   // IFA_ADDRESS alone.
+   const auto ordinary = std::get<Linux::AddrRecord>(address([](Built& m) {
+      nlattr* peer = static_cast<nlattr*>(mnl_nlmsg_get_payload_offset(m.header(), sizeof(ifaddrmsg)));
+      std::memcpy(mnl_attr_get_payload(peer), kLocal, sizeof kLocal);
+   }));
+   EXPECT_FALSE(ordinary.peer);
+   Built v6(RTM_NEWADDR);
+   auto* body6 = v6.body<ifaddrmsg>();
+   body6->ifa_family = AF_INET6;
+   body6->ifa_prefixlen = 64;
+   const std::uint8_t own6[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+   mnl_attr_put(v6.header(), IFA_ADDRESS, sizeof own6, own6);
+   const auto alone = std::get<Linux::AddrRecord>(Linux::readMessage(v6.header()));
+   EXPECT_EQ(alone.addr[15], 1);
+   EXPECT_FALSE(alone.peer);
 
    const auto up = std::get<Linux::LinkRecord>(link());
    EXPECT_EQ(up.name, "eth3");
