@@ -83,8 +83,14 @@ Ovel::IntfId NamespaceFeed::intfIdFor(const Link& link) const {
 
 void NamespaceFeed::Link::addV4(const V4Addr& a) {
    if (auto it = v4Index.find(a.kernel); it != v4Index.end()) {
-      if (it->second.secondary == a.secondary && it->second.engine == a.engine) {
-         return;  // announced again (lifetimes, flags): the kernel did not move it
+      if (it->second.secondary == a.secondary) {
+         // Announced again (lifetimes, flags): the kernel did not move it,
+         // though a flag may change what it gives the engine.
+         const EngineAddress4 before = it->second.engine;
+         it->second.engine = a.engine;
+         uncount(before);
+         count(a.engine);
+         return;
       }
       delV4(a.kernel);
    }
@@ -104,11 +110,24 @@ void NamespaceFeed::Link::addV4(const V4Addr& a) {
       at = primaries.insert(before, a.kernel);
    }
    v4Index[a.kernel] = V4Place{a.engine, a.secondary, a.scope, at};
-   engine4.add(a.engine.addr);
-   changed4.insert(a.engine.addr);
-   if (a.engine.peer) {
-      peers4.add(*a.engine.peer);
-      changedPeers4.insert(*a.engine.peer);
+   count(a.engine);
+}
+
+void NamespaceFeed::Link::count(const EngineAddress4& engine) {
+   engine4.add(engine.addr);
+   changed4.insert(engine.addr);
+   if (engine.peer) {
+      peers4.add(*engine.peer);
+      changedPeers4.insert(*engine.peer);
+   }
+}
+
+void NamespaceFeed::Link::uncount(const EngineAddress4& engine) {
+   engine4.remove(engine.addr);
+   changed4.insert(engine.addr);
+   if (engine.peer) {
+      peers4.remove(*engine.peer);
+      changedPeers4.insert(*engine.peer);
    }
 }
 
@@ -120,12 +139,7 @@ void NamespaceFeed::Link::delV4(const KernelAddress4& addr) {
    const EngineAddress4 engine = it->second.engine;
    (it->second.secondary ? kernelSecondaries : primaries).erase(it->second.at);
    v4Index.erase(it);
-   engine4.remove(engine.addr);
-   changed4.insert(engine.addr);
-   if (engine.peer) {
-      peers4.remove(*engine.peer);
-      changedPeers4.insert(*engine.peer);
-   }
+   uncount(engine);
 }
 
 void NamespaceFeed::Link::addV6(const Ovel::Ip6AddrWithMask& kernel, const EngineAddress6& engine) {

@@ -1,6 +1,7 @@
 // A namespace feed against a simulated kernel: random link and address
-// changes as the kernel announces them (promotion of secondaries included),
-// lost messages followed by a dump. After every announced change, the
+// changes as the kernel announces them (promotion of secondaries,
+// point-to-point, noprefixroute and flag changes included), lost messages
+// followed by a dump. After every announced change, the
 // platform state built from what the feed published must be exactly what
 // the kernel's state implies, and the feed must never publish a change
 // that is no change (the engine counts them).
@@ -11,7 +12,10 @@
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
+#include <array>
+#include <cstring>
 #include <map>
+#include <optional>
 #include <random>
 #include <set>
 
@@ -25,13 +29,28 @@ using App::Action;
 struct Platform {
    struct V4 {
       Ovel::IpAddrWithMask active;
-      std::set<Ovel::IpAddrWithMask> secondaries;
+      std::set<Ovel::IpAddrWithMask> secondaries, peers;
       bool bc = false;
+      friend bool operator==(const V4&, const V4&) = default;
+   };
+   struct V6 {
+      std::set<Ovel::Ip6AddrWithMask> addrs, peers;
+      friend bool operator==(const V6&, const V6&) = default;
    };
    std::map<Ovel::IntfId, std::string> interfaces;  // -> device
    std::set<std::string> devices;
    std::map<Ovel::IntfId, V4> v4;
-   std::map<Ovel::IntfId, std::set<Ovel::Ip6AddrWithMask>> v6;
+   std::map<Ovel::IntfId, V6> v6;
+
+   template <class T>
+   static void change(std::set<T>& set, const std::vector<T>& add, const std::vector<T>& remove) {
+      for (const auto& a : remove) {
+         ASSERT_TRUE(set.erase(a)) << "an absent " << a << " removed";
+      }
+      for (const auto& a : add) {
+         ASSERT_TRUE(set.insert(a).second) << a << " added twice";
+      }
+   }
 
    void apply(const Action& action) {
       std::visit([this](const auto& s) { apply(s); }, action);
@@ -73,6 +92,7 @@ struct Platform {
       if (s.directedBroadcast) {
          status.bc = *s.directedBroadcast;
       }
+      change(status.peers, s.peers, s.removePeers);
    }
    void apply(const App::Ipv6Step& s) {
       ASSERT_TRUE(interfaces.contains(s.intf));
@@ -80,13 +100,9 @@ struct Platform {
          ASSERT_TRUE(v6.erase(s.intf));
          return;
       }
-      auto& addrs = v6[s.intf];
-      for (const auto& a : s.removeAddrs) {
-         ASSERT_TRUE(addrs.erase(a)) << "an absent IPv6 address removed";
-      }
-      for (const auto& a : s.add) {
-         ASSERT_TRUE(addrs.insert(a).second) << "an IPv6 address added twice";
-      }
+      V6& status = v6[s.intf];
+      change(status.addrs, s.add, s.removeAddrs);
+      change(status.peers, s.peers, s.removePeers);
    }
    template <class Other>
    void apply(const Other&) {}
@@ -98,12 +114,22 @@ struct Kernel {
       std::uint32_t addr;
       int len;
       bool secondary;
+      std::uint32_t peer = 0;  // point to point, if not 0
+      bool noPrefixRoute = false;
+      // IFA_ADDRESS, which with the length tells subnets apart.
+      std::uint32_t address() const { return peer ? peer : addr; }
+      bool same(const Addr4& o) const { return addr == o.addr && len == o.len && peer == o.peer; }
+   };
+   struct Addr6 {  // 2001:db8::x/64
+      bool usable = false;
+      std::uint32_t peer = 0;  // 2001:db8:1::peer, if not 0
+      bool noPrefixRoute = false;
    };
    struct Link {
       std::string name;
       bool up = false;
       std::vector<Addr4> v4;
-      std::map<std::uint32_t, bool> v6;  // last byte of 2001:db8::x/64 -> usable
+      std::map<std::uint32_t, Addr6> v6;  // by x
       bool bc = false;
    };
    std::map<int, Link> links;
@@ -120,29 +146,63 @@ struct Kernel {
       const std::uint32_t be = htonl(a.addr);
       std::memcpy(r.addr.data(), &be, 4);
       r.prefixLen = a.len;
-      r.flags = a.secondary ? IFA_F_SECONDARY : 0;
+      r.flags = (a.secondary ? IFA_F_SECONDARY : 0) | (a.noPrefixRoute ? IFA_F_NOPREFIXROUTE : 0);
+      if (a.peer) {
+         const std::uint32_t peer = htonl(a.peer);
+         r.peer.emplace();
+         std::memcpy(r.peer->data(), &peer, 4);
+      }
       r.removed = removed;
       return r;
    }
-   static Linux::AddrRecord v6Record(int ifindex, std::uint32_t x, bool usable, bool removed) {
+   static Linux::AddrRecord v6Record(int ifindex, std::uint32_t x, const Addr6& a, bool removed) {
       Linux::AddrRecord r;
       r.family = AF_INET6;
       r.ifindex = ifindex;
       r.addr = {0x20, 0x01, 0x0d, 0xb8};
       r.addr[15] = std::uint8_t(x);
       r.prefixLen = 64;
-      r.flags = usable ? IFA_F_PERMANENT : IFA_F_TENTATIVE;
+      r.flags = (a.usable ? IFA_F_PERMANENT : IFA_F_TENTATIVE) |
+                (a.noPrefixRoute ? IFA_F_NOPREFIXROUTE : 0);
+      if (a.peer) {
+         r.peer = std::array<std::uint8_t, 16>{0x20, 0x01, 0x0d, 0xb8, 0, 1};
+         (*r.peer)[15] = std::uint8_t(a.peer);
+      }
       r.removed = removed;
       return r;
    }
-   static bool sameSubnet(const Addr4& a, std::uint32_t addr, int len) {
-      const std::uint32_t mask = len == 0 ? 0 : ~0u << (32 - len);
-      return a.len == len && (a.addr & mask) == (addr & mask);
+   // The kernel makes an address a secondary when a primary has the same
+   // length and IFA_ADDRESS in the same subnet.
+   static bool sameSubnet(const Addr4& a, const Addr4& b) {
+      const std::uint32_t mask = a.len == 0 ? 0 : ~0u << (32 - a.len);
+      return a.len == b.len && (a.address() & mask) == (b.address() & mask);
    }
 };
 
 Ovel::IpAddrWithMask v4(std::uint32_t addr, int len) {
    return Ovel::IpAddrWithMask(Ovel::IpAddr(addr), std::uint8_t(len));
+}
+
+// What a kernel address gives the engine, as the kernel routes each kind:
+// its own address, or a host route alone; and a point-to-point peer's subnet.
+Ovel::IpAddrWithMask engineAddr(const Kernel::Addr4& a) {
+   const std::uint32_t mask = a.len == 0 ? 0 : ~0u << (32 - a.len);
+   const bool zeroNetwork = ((a.addr & mask) >> 24) == 0;
+   return a.peer || a.noPrefixRoute || zeroNetwork ? v4(a.addr, 32) : v4(a.addr, a.len);
+}
+
+std::optional<Ovel::IpAddrWithMask> peerPrefix(const Kernel::Addr4& a) {
+   const std::uint32_t mask = a.len == 0 ? 0 : ~0u << (32 - a.len);
+   if (!a.peer || a.noPrefixRoute || ((a.peer & mask) >> 24) == 0) {
+      return std::nullopt;
+   }
+   return v4(a.peer & mask, a.len);
+}
+
+Ovel::Ip6AddrWithMask v6(std::uint8_t group, std::uint32_t x, int len) {
+   Ovel::Ip6Addr::Bytes b{0x20, 0x01, 0x0d, 0xb8, 0, group};
+   b[15] = std::uint8_t(x);
+   return Ovel::Ip6AddrWithMask(Ovel::Ip6Addr(b), std::uint8_t(len));
 }
 
 TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLostMessages) {
@@ -173,8 +233,8 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
             for (const auto& a : l.v4) {
                feed.onAddr(Kernel::v4Record(i, a, false));
             }
-            for (const auto& [x, usable] : l.v6) {
-               feed.onAddr(Kernel::v6Record(i, x, usable, false));
+            for (const auto& [x, a] : l.v6) {
+               feed.onAddr(Kernel::v6Record(i, x, a, false));
             }
             feed.onNetconf(Linux::NetconfRecord{i, l.bc});
          }
@@ -202,47 +262,65 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
          } else if (what < 18 && ifindex != 1) {
             l.name = "e" + std::to_string(nextName++);
             tell(Kernel::linkRecord(ifindex, l));
-         } else if (what < 55) {  // an IPv4 address added or deleted, as the kernel does it
-            const std::uint32_t addr = 0x0A000000u | (random() % 3) << 8 | (1 + random() % 4);
-            const int len = random() % 4 == 0 ? 32 : 24;
-            auto at = std::find_if(l.v4.begin(), l.v4.end(),
-                                   [&](const auto& a) { return a.addr == addr && a.len == len; });
+         } else if (what < 55) {  // an IPv4 address added, changed or deleted, as the kernel does it
+            Kernel::Addr4 a{std::uint32_t(0x0A000000u | (random() % 3) << 8 | (1 + random() % 4)), 24, false};
+            if (random() % 4 == 0) {  // point to point
+               a.peer = std::uint32_t(0x0A000000u | (3 + random() % 2) << 8 | (random() % 4));
+               a.len = random() % 2 == 0 ? 32 : 30;
+            } else {
+               a.len = std::array{24, 24, 32, 4}[random() % 4];  // /4: a subnet in 0.0.0.0/8
+            }
+            a.noPrefixRoute = random() % 5 == 0;
+            auto at = std::find_if(l.v4.begin(), l.v4.end(), [&](const auto& b) { return b.same(a); });
+            const bool refused = std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
+               return !b.same(a) && b.addr == a.addr && Kernel::sameSubnet(a, b);  // EEXIST
+            });
+            if (refused) {
+               continue;
+            }
             if (at == l.v4.end()) {
-               const bool secondary = std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& a) {
-                  return !a.secondary && Kernel::sameSubnet(a, addr, len);
+               a.secondary = std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
+                  return !b.secondary && Kernel::sameSubnet(a, b);
                });
-               const Kernel::Addr4 added{addr, len, secondary};
-               auto pos = secondary ? l.v4.end()
-                                    : std::find_if(l.v4.begin(), l.v4.end(),
-                                                   [](const auto& a) { return a.secondary; });
-               l.v4.insert(pos, added);
-               tell(Kernel::v4Record(ifindex, added, false));
+               auto pos = a.secondary ? l.v4.end()
+                                      : std::find_if(l.v4.begin(), l.v4.end(),
+                                                     [](const auto& b) { return b.secondary; });
+               l.v4.insert(pos, a);
+               tell(Kernel::v4Record(ifindex, a, false));
+            } else if (random() % 3 == 0) {  // `ip addr change`: the flag turned
+               at->noPrefixRoute = !at->noPrefixRoute;
+               tell(Kernel::v4Record(ifindex, *at, false));
             } else {
                const Kernel::Addr4 gone = *at;
                l.v4.erase(at);
                tell(Kernel::v4Record(ifindex, gone, true));
                if (!gone.secondary) {  // promote_secondaries: the first one of the subnet
-                  auto promoted = std::find_if(l.v4.begin(), l.v4.end(), [&](const auto& a) {
-                     return a.secondary && Kernel::sameSubnet(a, gone.addr, gone.len);
+                  auto promoted = std::find_if(l.v4.begin(), l.v4.end(), [&](const auto& b) {
+                     return b.secondary && Kernel::sameSubnet(b, gone);
                   });
                   if (promoted != l.v4.end()) {
                      Kernel::Addr4 p = *promoted;
                      l.v4.erase(promoted);
                      p.secondary = false;
-                     l.v4.insert(std::find_if(l.v4.begin(), l.v4.end(), [](const auto& a) { return a.secondary; }), p);
+                     l.v4.insert(std::find_if(l.v4.begin(), l.v4.end(), [](const auto& b) { return b.secondary; }), p);
                      tell(Kernel::v4Record(ifindex, p, false));
                   }
                }
             }
-         } else if (what < 80) {  // IPv6: added tentative, DAD done, or deleted
+         } else if (what < 80) {  // IPv6: added tentative, DAD done, flags changed, or deleted
             const std::uint32_t x = 1 + random() % 4;
             auto at = l.v6.find(x);
             if (at == l.v6.end()) {
-               l.v6[x] = false;
-               tell(Kernel::v6Record(ifindex, x, false, false));
-            } else if (!at->second && random() % 2 == 0) {
-               at->second = true;
-               tell(Kernel::v6Record(ifindex, x, true, false));
+               Kernel::Addr6 a{false, random() % 3 == 0 ? 1 + std::uint32_t(random() % 3) : 0u,
+                               random() % 4 == 0};
+               l.v6[x] = a;
+               tell(Kernel::v6Record(ifindex, x, a, false));
+            } else if (!at->second.usable && random() % 2 == 0) {
+               at->second.usable = true;
+               tell(Kernel::v6Record(ifindex, x, at->second, false));
+            } else if (random() % 3 == 0) {
+               at->second.noPrefixRoute = !at->second.noPrefixRoute;
+               tell(Kernel::v6Record(ifindex, x, at->second, false));
             } else {
                tell(Kernel::v6Record(ifindex, x, at->second, true));
                l.v6.erase(at);
@@ -281,19 +359,23 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
             if (!l.v4.empty()) {
                Platform::V4& s = expected.v4[intf];
                s.bc = l.bc && kernel.allBc;
+               s.active = engineAddr(l.v4.front());  // the primaries come first
                for (const auto& a : l.v4) {
-                  if (!a.secondary && s.active.addr().isZero()) {
-                     s.active = v4(a.addr, a.len);
-                  } else {
-                     s.secondaries.insert(v4(a.addr, a.len));
+                  if (engineAddr(a) != s.active) {
+                     s.secondaries.insert(engineAddr(a));
+                  }
+                  if (auto peer = peerPrefix(a)) {
+                     s.peers.insert(*peer);
                   }
                }
             }
-            for (const auto& [x, usable] : l.v6) {
-               if (usable) {
-                  Ovel::Ip6Addr::Bytes b{0x20, 0x01, 0x0d, 0xb8};
-                  b[15] = std::uint8_t(x);
-                  expected.v6[intf].insert(Ovel::Ip6AddrWithMask(Ovel::Ip6Addr(b), 64));
+            for (const auto& [x, a] : l.v6) {
+               if (a.usable) {
+                  Platform::V6& s = expected.v6[intf];
+                  s.addrs.insert(v6(0, x, a.noPrefixRoute ? 128 : 64));
+                  if (a.peer) {
+                     s.peers.insert(v6(1, a.peer, 128));
+                  }
                }
             }
          }
@@ -304,9 +386,14 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
             const auto& p = platform.v4.at(intf);
             ASSERT_EQ(p.active, s.active) << intf << " step " << step;
             ASSERT_EQ(p.secondaries, s.secondaries) << intf << " step " << step;
+            ASSERT_EQ(p.peers, s.peers) << intf << " step " << step;
             ASSERT_EQ(p.bc, s.bc) << intf << " step " << step;
          }
-         ASSERT_EQ(platform.v6, expected.v6) << "step " << step;
+         ASSERT_EQ(platform.v6.size(), expected.v6.size()) << "step " << step;
+         for (const auto& [intf, s] : expected.v6) {
+            ASSERT_EQ(platform.v6.at(intf).addrs, s.addrs) << intf << " step " << step;
+            ASSERT_EQ(platform.v6.at(intf).peers, s.peers) << intf << " step " << step;
+         }
       }
    }
 }

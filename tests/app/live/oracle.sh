@@ -72,6 +72,20 @@ n "$A" addr add 10.9.1.1/24 brd 10.9.1.77 dev a4  # an explicit broadcast addres
 n "$A" addr add 10.1.0.255/32 dev a4          # another link's subnet broadcast address
 n "$B" addr add 172.16.1.1/20 dev b0
 n "$B" addr add 2001:db8:f::1/64 dev b0 nodad
+# Point to point: the local address's own route, the peer's prefix attached.
+n "$B" addr add 10.30.0.1 peer 10.30.0.2/32 dev b0
+n "$B" addr add 10.31.0.1 peer 10.31.1.0/30 dev b0    # a subnet with no address of its own
+n "$B" addr add 10.31.0.5 peer 10.31.1.1/30 dev b0    # a secondary: the same peer subnet
+n "$B" addr add 10.34.0.0/30 dev b0
+n "$B" addr add 10.34.0.9 peer 10.34.0.0/30 dev b0    # a peer subnet equal to an address
+n "$B" addr add 10.35.0.1 peer 0.0.0.7/24 dev b0      # a peer subnet in 0.0.0.0/8: no route
+n "$B" addr add 2001:db8:30::1 peer 2001:db8:30::2/128 dev b0 nodad
+n "$B" addr add 2001:db8:31::1 peer 2001:db8:32::/64 dev b0 nodad  # the own /64, the peer's /128
+# noprefixroute: the local route (and for IPv4 the broadcast route) only.
+n "$B" addr add 10.32.0.1/24 noprefixroute dev b0
+n "$B" addr add 10.33.0.1 peer 10.33.1.0/24 noprefixroute dev b0
+n "$B" addr add 2001:db8:33::1/64 noprefixroute dev b0 nodad
+n "$B" addr add 2001:db8:34::1 peer 2001:db8:35::1/64 noprefixroute dev b0 nodad
 n "$B" link add b8 type veth peer name b9
 n "$B" link set b8 up
 n "$C" link add c0 type veth peer name c1
@@ -123,6 +137,9 @@ n "$A" link del a1                            # and a2 with it
 n "$B" link set b9 netns "$A"                 # a link moves to another namespace
 n "$A" link set b9 up
 n "$A" addr add 10.60.0.1/24 dev b9
+n "$B" addr del 10.31.0.1 peer 10.31.1.0/30 dev b0   # a point-to-point primary: its secondary promoted
+n "$B" addr del 10.34.0.0/30 dev b0           # the peer subnet it held back is the peer's again
+n "$B" addr add 10.36.0.1 peer 10.36.0.64/26 dev b0
 ip netns del "$C"                             # a VRF goes
 settled "$A" "$B"
 if grep -q "$C" <("$connroute" show --tables "$work/tables" summary); then

@@ -19,7 +19,10 @@ Deliberate differences:
   down link; the engine treats the link as absent;
 - for an IPv6 address of length 128 the kernel adds a route for the /128
   in its main table besides the local one; the engine writes one
-  full-length receive route.
+  full-length receive route;
+- a broadcast route that is no kernel subnet's all-ones address (an
+  explicit `brd ADDR`, or the subnet of a noprefixroute IPv4 address, which
+  the kernel does not attach): the engine has no broadcast route for it.
 
 With directed broadcast on (bc_forwarding), the engine's broadcast route has
 the directed-broadcast type (4); the kernel's is a broadcast route either way.
@@ -93,7 +96,8 @@ def main():
     k_local, k_broadcast = k_local - dual, k_broadcast - dual
     e_receive, e_broadcast = e_receive - dual, e_broadcast - dual
     # A broadcast route that is no kernel subnet's all-ones address was
-    # configured explicitly (`brd ADDR`): the engine knows the subnet's only.
+    # configured explicitly (`brd ADDR`), or belongs to a noprefixroute
+    # address's subnet, which is not attached: the engine has none.
     all_ones = set()
     for prefix in k_subnet:
         net = ipaddress.ip_network(prefix)
