@@ -147,8 +147,10 @@ TEST(ScenarioReader, ReadsEveryStepKind) {
         {"kernel": {"netns": "ns-red", "up": ["et1"], "down": ["et2"]}},
         {"ipv4Collection": {"vrf": "red", "present": true}},
         {"ipv4": {"vrf": "red", "intf": "Ethernet1", "active": "10.0.0.1/24",
-                  "secondaries": {"10.1.0.1/24": true}, "directedBroadcast": true}},
-        {"ipv6": {"vrf": "red", "intf": "Ethernet1", "add": ["2001:db8::1/64"]}},
+                  "secondaries": {"10.1.0.1/24": true}, "directedBroadcast": true,
+                  "peers": ["10.9.1.0/30"], "removePeers": ["10.9.2.0/30"]}},
+        {"ipv6": {"vrf": "red", "intf": "Ethernet1", "add": ["2001:db8::1/64"],
+                  "peers": ["2001:db8:2::1/128"]}},
         {"startReadyVerification": true},
         {"advance": "150ms"}, {"run": {"limit": "10s"}}, {"dump": "end"}, {"stop": {}}
       ]})",
@@ -158,6 +160,10 @@ TEST(ScenarioReader, ReadsEveryStepKind) {
    EXPECT_DOUBLE_EQ(std::get<AdvanceStep>(s.steps[13].action).seconds, 0.15);
    EXPECT_FALSE(std::get<VrfIdMapStep>(s.steps[5].action).entries.at(L3::VrfName("red")).isValid());
    EXPECT_EQ(std::get<Ipv4Step>(s.steps[10].action).secondaries.size(), 1u);
+   EXPECT_EQ(std::get<Ipv4Step>(s.steps[10].action).peers,
+             std::vector{Ovel::IpAddrWithMask::parse("10.9.1.0/30")});
+   EXPECT_EQ(std::get<Ipv4Step>(s.steps[10].action).removePeers.size(), 1u);
+   EXPECT_EQ(std::get<Ipv6Step>(s.steps[11].action).peers.size(), 1u);
 }
 
 // The output of a play, written to an unnamed file and read back.
