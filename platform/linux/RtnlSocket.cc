@@ -12,6 +12,8 @@
 #include <cstring>
 #include <thread>
 
+#include "platform/linux/Fd.h"
+
 namespace Linux {
 
 namespace {
@@ -21,79 +23,63 @@ std::string errnoText(const std::string& what) { return what + ": " + std::strer
 // Opens the sockets inside the namespace from a helper thread: a socket
 // belongs to the namespace it was created in, and only that thread leaves
 // the process's own namespace.
-std::pair<mnl_socket*, mnl_socket*> openIn(const std::string& netnsPath) {
-   mnl_socket* events = nullptr;
-   mnl_socket* dumps = nullptr;
+std::pair<MnlSocket, MnlSocket> openIn(const std::string& netnsPath) {
+   MnlSocket events, dumps;
    std::string error;
    std::thread opener([&] {
       if (!netnsPath.empty()) {
-         const int ns = ::open(netnsPath.c_str(), O_RDONLY | O_CLOEXEC);
-         if (ns < 0) {
+         const Fd ns{::open(netnsPath.c_str(), O_RDONLY | O_CLOEXEC)};
+         if (ns.fd < 0) {
             error = errnoText("cannot open the namespace " + netnsPath);
             return;
          }
-         const int entered = ::setns(ns, CLONE_NEWNET);
-         ::close(ns);
-         if (entered != 0) {
+         if (::setns(ns.fd, CLONE_NEWNET) != 0) {
             error = errnoText("cannot enter the namespace " + netnsPath);
             return;
          }
       }
-      events = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
-      dumps = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      events.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
+      dumps.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
       if (!events || !dumps) {
          error = errnoText("cannot open an rtnetlink socket");
       }
    });
    opener.join();
    if (!events || !dumps) {
-      for (mnl_socket* socket : {events, dumps}) {
-         if (socket) {
-            mnl_socket_close(socket);
-         }
-      }
       throw NetlinkError(error);
    }
-   return {events, dumps};
+   return {std::move(events), std::move(dumps)};
 }
 
 }  // namespace
 
+void MnlClose::operator()(mnl_socket* socket) const noexcept { mnl_socket_close(socket); }
+
 RtnlSocket::RtnlSocket(const std::string& netnsPath, RtnlListener& listener, int receiveBuffer)
       : listener_(listener), buffer_(MNL_SOCKET_BUFFER_SIZE * 16) {
    std::tie(events_, dumps_) = openIn(netnsPath);
-   const int fd = mnl_socket_get_fd(events_);
+   const int fd = mnl_socket_get_fd(events_.get());
    // Forcing the size past the system's limit needs CAP_NET_ADMIN; without
    // it the largest allowed size is the next best.
-   if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer) != 0) {
-      ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+   if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer) != 0 &&
+       ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer) != 0) {
+      throw NetlinkError(errnoText("cannot size the receive buffer"));
    }
    const unsigned groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
-   if (mnl_socket_bind(events_, groups, MNL_SOCKET_AUTOPID) < 0 ||
-       mnl_socket_bind(dumps_, 0, MNL_SOCKET_AUTOPID) < 0) {
-      const std::string error = errnoText("cannot bind the rtnetlink sockets");
-      mnl_socket_close(events_);
-      mnl_socket_close(dumps_);
-      throw NetlinkError(error);
+   if (mnl_socket_bind(events_.get(), groups, MNL_SOCKET_AUTOPID) < 0 ||
+       mnl_socket_bind(dumps_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
+      throw NetlinkError(errnoText("cannot bind the rtnetlink sockets"));
    }
    const int netconf = RTNLGRP_IPV4_NETCONF;
-   if (mnl_socket_setsockopt(events_, NETLINK_ADD_MEMBERSHIP, const_cast<int*>(&netconf),
+   if (mnl_socket_setsockopt(events_.get(), NETLINK_ADD_MEMBERSHIP, const_cast<int*>(&netconf),
                              sizeof netconf) < 0) {
-      const std::string error = errnoText("cannot listen to IPv4 device settings");
-      mnl_socket_close(events_);
-      mnl_socket_close(dumps_);
-      throw NetlinkError(error);
+      throw NetlinkError(errnoText("cannot listen to IPv4 device settings"));
    }
 }
 
-RtnlSocket::~RtnlSocket() {
-   mnl_socket_close(events_);
-   mnl_socket_close(dumps_);
-}
+int RtnlSocket::eventFd() const { return mnl_socket_get_fd(events_.get()); }
 
-int RtnlSocket::eventFd() const { return mnl_socket_get_fd(events_); }
-
-int RtnlSocket::dumpFd() const { return mnl_socket_get_fd(dumps_); }
+int RtnlSocket::dumpFd() const { return mnl_socket_get_fd(dumps_.get()); }
 
 void RtnlSocket::dump() {
    ++counters_.dumps;
@@ -163,15 +149,15 @@ void RtnlSocket::requestNextPart() {
       auto* body = static_cast<rtgenmsg*>(mnl_nlmsg_put_extra_header(header, sizeof(rtgenmsg)));
       body->rtgen_family = static_cast<std::uint8_t>(family);
    }
-   if (mnl_socket_sendto(dumps_, header, header->nlmsg_len) < 0) {
+   if (mnl_socket_sendto(dumps_.get(), header, header->nlmsg_len) < 0) {
       throw NetlinkError(errnoText("cannot ask the kernel for a dump"));
    }
    waiting_ = true;
 }
 
 bool RtnlSocket::receive(int maxReads) {
-   const bool moreDumped = read(dumps_, maxReads, true);
-   const bool moreEvents = read(events_, maxReads, false);
+   const bool moreDumped = read(dumps_.get(), maxReads, true);
+   const bool moreEvents = read(events_.get(), maxReads, false);
    return moreDumped || moreEvents;
 }
 

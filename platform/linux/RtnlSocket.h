@@ -33,6 +33,12 @@ struct nlmsghdr;
 
 namespace Linux {
 
+// Owns a libmnl socket: closed with it.
+struct MnlClose {
+   void operator()(mnl_socket* socket) const noexcept;
+};
+using MnlSocket = std::unique_ptr<mnl_socket, MnlClose>;
+
 class RtnlListener {
  public:
    virtual ~RtnlListener() = default;
@@ -59,7 +65,6 @@ class RtnlSocket {
    static constexpr int kDefaultReceiveBuffer = 64 << 20;
    RtnlSocket(const std::string& netnsPath, RtnlListener& listener,
               int receiveBuffer = kDefaultReceiveBuffer);
-   ~RtnlSocket();
    RtnlSocket(const RtnlSocket&) = delete;
    RtnlSocket& operator=(const RtnlSocket&) = delete;
 
@@ -106,8 +111,8 @@ class RtnlSocket {
    }
 
    RtnlListener& listener_;
-   mnl_socket* events_ = nullptr;
-   mnl_socket* dumps_ = nullptr;
+   MnlSocket events_;
+   MnlSocket dumps_;
    std::vector<Record> heldBack_;  // events that came during a dump
    std::vector<char> buffer_;
    std::vector<std::pair<int, int>> parts_;  // (message type, family) of the dump
