@@ -81,6 +81,11 @@ n "$B" addr add 10.34.0.9 peer 10.34.0.0/30 dev b0    # a peer subnet equal to a
 n "$B" addr add 10.35.0.1 peer 0.0.0.7/24 dev b0      # a peer subnet in 0.0.0.0/8: no route
 n "$B" addr add 2001:db8:30::1 peer 2001:db8:30::2/128 dev b0 nodad
 n "$B" addr add 2001:db8:31::1 peer 2001:db8:32::/64 dev b0 nodad  # the own /64, the peer's /128
+# Scopes: an IPv4 address of host or link scope has its routes as any;
+# IPv6 takes no scope from the user; a deprecated address keeps its routes.
+n "$B" addr add 10.41.0.1/24 scope host dev b0
+n "$B" addr add 10.42.0.1/24 scope link dev b0
+n "$B" addr add 2001:db8:43::1/64 dev b0 nodad preferred_lft 0
 # noprefixroute: the local route (and for IPv4 the broadcast route) only.
 n "$B" addr add 10.32.0.1/24 noprefixroute dev b0
 n "$B" addr add 10.33.0.1 peer 10.33.1.0/24 noprefixroute dev b0
