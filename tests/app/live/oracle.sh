@@ -18,6 +18,7 @@ A=${tag}a B=${tag}b C=${tag}c
 agent=
 cleanup() {
   [ -n "$agent" ] && kill "$agent" 2> /dev/null && wait "$agent" 2> /dev/null
+  umount "$work/netns/default" 2> /dev/null
   for ns in "$A" "$B" "$C"; do ip netns del "$ns" 2> /dev/null; done
   rm -rf "$work"
 }
@@ -113,6 +114,21 @@ fi
 check "$work/once.json" "$A" 10.8.0.1,2001:db8:e::1 || failures=$((failures + 1))
 check "$work/once.json" "$B" || failures=$((failures + 1))
 check "$work/once.json" "$C" || failures=$((failures + 1))
+
+# A namespace file named like the default VRF, here A's namespace under
+# the name "default" in a directory of the test's own: it is not served,
+# and VRF default stays the agent's own namespace.
+mkdir "$work/netns" && touch "$work/netns/default"
+if mount --bind "/run/netns/$A" "$work/netns/default" 2> /dev/null; then
+  "$connroute" live --once --json --netns-dir "$work/netns" > "$work/default.json" 2> "$work/default.err"
+  umount "$work/netns/default"
+  grep -q "namespace 'default' is not served" "$work/default.err" ||
+    { echo "a namespace file named default was not refused: $(cat "$work/default.err")" >&2; failures=$((failures + 1)); }
+  if ! grep -q '"name":"default"' "$work/default.json" || grep -q '"10.1.0.0/24"' "$work/default.json"; then
+    echo "VRF default is not the agent's own namespace: $(head -c 300 "$work/default.json")" >&2
+    failures=$((failures + 1))
+  fi
+fi
 
 # 2. A running agent while the host changes.
 "$connroute" live --tables "$work/tables" 2> "$work/live.err" &
