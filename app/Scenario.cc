@@ -125,7 +125,7 @@ Action parseIpv4(const json& /*value*/, Reader& r) {
    s.removeSecondaries = r.maybe("removeSecondaries", [](const json& v) { return list(v, v4); })
                                .value_or(std::vector<Ovel::IpAddrWithMask>{});
    s.directedBroadcast = r.maybe("directedBroadcast", boolean);
-   auto prefixes = [](const json& v) { return list(v, v4); };
+   auto prefixes = [](const json& v) { return list(v, peerPrefix<Ovel::IpAddrWithMask>); };
    s.peers = r.maybe("peers", prefixes).value_or(std::vector<Ovel::IpAddrWithMask>{});
    s.removePeers = r.maybe("removePeers", prefixes).value_or(std::vector<Ovel::IpAddrWithMask>{});
    return s;
@@ -140,8 +140,9 @@ Action parseIpv6(const json& /*value*/, Reader& r) {
    s.add = r.maybe("add", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
    s.removeAddrs = r.maybe("remove", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
    s.makeDefault = r.maybe("default", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
-   s.peers = r.maybe("peers", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
-   s.removePeers = r.maybe("removePeers", addrs).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
+   auto prefixes = [](const json& v) { return list(v, peerPrefix<Ovel::Ip6AddrWithMask>); };
+   s.peers = r.maybe("peers", prefixes).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
+   s.removePeers = r.maybe("removePeers", prefixes).value_or(std::vector<Ovel::Ip6AddrWithMask>{});
    return s;
 }
 

@@ -115,6 +115,16 @@ inline Ovel::IpAddrWithMask v4(const json& v) {
    return t == "none" ? Ovel::IpAddrWithMask() : Ovel::IpAddrWithMask::parse(t);
 }
 inline Ovel::Ip6AddrWithMask v6(const json& v) { return Ovel::Ip6AddrWithMask::parse(text(v)); }
+// A peer prefix: a subnet, its host bits clear.
+template <class AddrWithMask>
+AddrWithMask peerPrefix(const json& v) {
+   const std::string t = text(v);
+   const AddrWithMask prefix = AddrWithMask::parse(t);
+   if (prefix.addr() != prefix.subnet()) {
+      throw std::invalid_argument("peer prefix '" + t + "' has host bits set");
+   }
+   return prefix;
+}
 inline std::string device(const json& v) {
    std::string t = text(v);
    if (t.empty() || t.size() > 15 || t.find_first_of(" /") != std::string::npos) {

@@ -89,6 +89,9 @@ void Ip6IntfSm::updateIntfIdsByPrefix(const Ovel::Ip6AddrWithMask& addr, bool de
       keyStatus().incIntfVskRefcount(intfId_);
       return;
    }
+   if (addedPeerPrefixes_.contains(addr)) {
+      return;  // the keys are the peer prefix's: the address never held them
+   }
    if (hasSubnet) {
       intfBacklog_->delFromIntfIdsByPrefix(intfId_, subnet, genAddr);
    }

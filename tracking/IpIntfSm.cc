@@ -117,6 +117,9 @@ void IpIntfSm::updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del)
       keyStatus().incIntfVskRefcount(intfId_);
       return;
    }
+   if (addedPeerPrefixes_.contains(addr)) {
+      return;  // the keys are the peer prefix's: the address never held them
+   }
    if (hasSubnet) {
       remove(subnet, genAddr);
    }
@@ -272,10 +275,11 @@ void IpIntfSm::handleDirectedBroadcast() {
    }
 }
 
+// Listed, and not an address whose entries this machine holds.
 bool IpIntfSm::peerPrefixWanted(const Ovel::IpAddrWithMask& prefix) const {
    const auto& status = ipIntfStatus();
-   return status && status->peerPrefix(prefix) && status->activeAddrWithMask() != prefix &&
-          !status->activeSecondaryWithMask(prefix).value_or(false);
+   return status && status->peerPrefix(prefix) && prevActiveAddr_ != prefix &&
+          !countedSecondaries_.contains(prefix);
 }
 
 void IpIntfSm::handlePeerPrefix(const Ovel::IpAddrWithMask& prefix) {

@@ -38,6 +38,7 @@ class RtnlNamespaceSocket final : public NamespaceSocket {
    RtnlNamespaceSocket(const std::string& netnsPath, Linux::RtnlListener& listener, int receiveBuffer)
          : socket_(netnsPath, listener, receiveBuffer) {}
 
+   FileIdentity identity() const override { return socket_.netnsIdentity(); }
    std::vector<int> fds() const override { return {socket_.eventFd(), socket_.dumpFd()}; }
    void dump() override { socket_.dump(); }
    bool dumping() const override { return socket_.dumping(); }

@@ -35,6 +35,8 @@ class NetnsDirectory {
 class NamespaceSocket {
  public:
    virtual ~NamespaceSocket() = default;
+   // The namespace file the sockets were opened in (zero for the agent's own).
+   virtual FileIdentity identity() const = 0;
    virtual std::vector<int> fds() const = 0;
    virtual void dump() = 0;
    virtual bool dumping() const = 0;

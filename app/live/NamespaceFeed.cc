@@ -23,13 +23,13 @@ bool usable6(const Linux::AddrRecord& addr) {
    return !linkLocal && routedScope && !tentative && !(addr.flags & IFA_F_DADFAILED);
 }
 
-// `published` becomes `wanted`, restricted to `candidates` (every prefix
-// that may differ); what changes goes to `add` and `remove`.
-template <class Prefix>
-void syncPrefixes(const std::set<Prefix>& candidates, const std::map<Prefix, int>& wanted,
-                  std::set<Prefix>& published, std::vector<Prefix>& add, std::vector<Prefix>& remove) {
+// `published` becomes what `wanted` says, restricted to `candidates`
+// (every prefix that may differ); what changes goes to `add` and `remove`.
+template <class Prefix, class Wanted>
+void syncPrefixes(const std::set<Prefix>& candidates, const Wanted& wanted, std::set<Prefix>& published,
+                  std::vector<Prefix>& add, std::vector<Prefix>& remove) {
    for (const Prefix& p : candidates) {
-      if (wanted.contains(p)) {
+      if (wanted(p)) {
          if (published.insert(p).second) {
             add.push_back(p);
          }
@@ -37,6 +37,19 @@ void syncPrefixes(const std::set<Prefix>& candidates, const std::map<Prefix, int
          remove.push_back(p);
       }
    }
+}
+
+// A peer prefix of full length that is an own address of the link (at
+// another length, as the equal one the engine settles itself): the kernel's
+// local route wins over its attached one, and the RIB holds one route per
+// prefix, so the peer's gives way.
+template <class Prefix>
+bool ownHost(const std::map<Prefix, int>& engineAddresses, const Prefix& peer, int fullLength) {
+   if (peer.len() != fullLength) {
+      return false;
+   }
+   const auto at = engineAddresses.lower_bound(Prefix(peer.addr(), 0));
+   return at != engineAddresses.end() && at->first.addr() == peer.addr();
 }
 
 // Every prefix that may differ between what is wanted and what was
@@ -116,6 +129,7 @@ void NamespaceFeed::Link::addV4(const V4Addr& a) {
 void NamespaceFeed::Link::count(const EngineAddress4& engine) {
    engine4.add(engine.addr);
    changed4.insert(engine.addr);
+   markPeerOfHost(engine.addr);
    if (engine.peer) {
       peers4.add(*engine.peer);
       changedPeers4.insert(*engine.peer);
@@ -125,6 +139,7 @@ void NamespaceFeed::Link::count(const EngineAddress4& engine) {
 void NamespaceFeed::Link::uncount(const EngineAddress4& engine) {
    engine4.remove(engine.addr);
    changed4.insert(engine.addr);
+   markPeerOfHost(engine.addr);
    if (engine.peer) {
       peers4.remove(*engine.peer);
       changedPeers4.insert(*engine.peer);
@@ -142,6 +157,19 @@ void NamespaceFeed::Link::delV4(const KernelAddress4& addr) {
    uncount(engine);
 }
 
+// A peer prefix equal to an address's host may now be wanted or not.
+void NamespaceFeed::Link::markPeerOfHost(const Ovel::IpAddrWithMask& addr) {
+   if (!peers4.counts.empty()) {
+      changedPeers4.insert(Ovel::IpAddrWithMask(addr.addr(), 32));
+   }
+}
+
+void NamespaceFeed::Link::markPeerOfHost(const Ovel::Ip6AddrWithMask& addr) {
+   if (!peers6.counts.empty()) {
+      changedPeers6.insert(Ovel::Ip6AddrWithMask(addr.addr(), 128));
+   }
+}
+
 void NamespaceFeed::Link::addV6(const Ovel::Ip6AddrWithMask& kernel, const EngineAddress6& engine) {
    if (auto it = v6.find(kernel); it != v6.end()) {
       if (it->second == engine) {
@@ -152,6 +180,7 @@ void NamespaceFeed::Link::addV6(const Ovel::Ip6AddrWithMask& kernel, const Engin
    v6.emplace(kernel, engine);
    engine6.add(engine.addr);
    changed6.insert(engine.addr);
+   markPeerOfHost(engine.addr);
    if (engine.peer) {
       peers6.add(*engine.peer);
       changedPeers6.insert(*engine.peer);
@@ -167,6 +196,7 @@ void NamespaceFeed::Link::delV6(const Ovel::Ip6AddrWithMask& kernel) {
    v6.erase(it);
    engine6.remove(engine.addr);
    changed6.insert(engine.addr);
+   markPeerOfHost(engine.addr);
    if (engine.peer) {
       peers6.remove(*engine.peer);
       changedPeers6.insert(*engine.peer);
@@ -401,7 +431,10 @@ void NamespaceFeed::syncV4(Link& link) {
 void NamespaceFeed::syncV4Peers(Link& link, Ipv4Step& step) {
    const auto candidates = prefixCandidates(link.allChanged || !link.hasV4, link.changedPeers4,
                                             link.publishedPeers4, link.peers4.counts);
-   syncPrefixes(candidates, link.peers4.counts, link.publishedPeers4, step.peers, step.removePeers);
+   const auto wanted = [&](const Ovel::IpAddrWithMask& p) {
+      return link.peers4.contains(p) && !ownHost(link.engine4.counts, p, 32);
+   };
+   syncPrefixes(candidates, wanted, link.publishedPeers4, step.peers, step.removePeers);
 }
 
 void NamespaceFeed::syncV6(Link& link) {
@@ -417,10 +450,12 @@ void NamespaceFeed::syncV6(Link& link) {
    const bool everything = link.allChanged || !link.hasV6;
    Ipv6Step step{vrf_, link.intf, false, {}, {}, {}, {}, {}};
    syncPrefixes(prefixCandidates(everything, link.changed6, link.published6, link.engine6.counts),
-                link.engine6.counts, link.published6, step.add, step.removeAddrs);
+                [&](const auto& a) { return link.engine6.contains(a); }, link.published6, step.add,
+                step.removeAddrs);
    syncPrefixes(prefixCandidates(everything, link.changedPeers6, link.publishedPeers6,
                                  link.peers6.counts),
-                link.peers6.counts, link.publishedPeers6, step.peers, step.removePeers);
+                [&](const auto& p) { return link.peers6.contains(p) && !ownHost(link.engine6.counts, p, 128); },
+                link.publishedPeers6, step.peers, step.removePeers);
    if (!link.hasV6 || !step.add.empty() || !step.removeAddrs.empty() || !step.peers.empty() ||
        !step.removePeers.empty()) {
       publish_(step);

@@ -119,6 +119,8 @@ class NamespaceFeed final : public Linux::RtnlListener {
       void addV4(const V4Addr& a);
       void delV4(const KernelAddress4& addr);
       void count(const EngineAddress4& engine);
+      void markPeerOfHost(const Ovel::IpAddrWithMask& addr);
+      void markPeerOfHost(const Ovel::Ip6AddrWithMask& addr);
       void uncount(const EngineAddress4& engine);
       void addV6(const Ovel::Ip6AddrWithMask& kernel, const EngineAddress6& engine);
       void delV6(const Ovel::Ip6AddrWithMask& kernel);

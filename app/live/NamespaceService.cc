@@ -102,7 +102,7 @@ void NamespaceService::disconnect(Served& served) {
    served.socket.reset();
 }
 
-void NamespaceService::serve(const std::string& netns, const FileIdentity& identity) {
+void NamespaceService::serve(const std::string& netns) {
    if (served_.contains(netns)) {
       return;
    }
@@ -116,14 +116,16 @@ void NamespaceService::serve(const std::string& netns, const FileIdentity& ident
       return;
    }
    const Vrf::VrfIdMap::VrfId id(vrfIds_.idFor(vrf->str()));
-   auto served = std::make_unique<Served>();
-   served->netns = netns;
-   served->identity = identity;
-   served->feed = std::make_unique<NamespaceFeed>(netns, *vrf, id, [this](Action a) { publish(std::move(a)); });
-   if (!connect(*served, retry)) {
+   auto made = std::make_unique<Served>();
+   made->netns = netns;
+   made->feed = std::make_unique<NamespaceFeed>(netns, *vrf, id, [this](Action a) { publish(std::move(a)); });
+   if (!connect(*made, retry)) {
       return;
    }
    pending_.erase(netns);
+   // In place before anything can throw: its descriptors carry its address.
+   Served& served = *served_.emplace(netns, std::move(made)).first->second;
+   served.identity = served.socket->identity();
    publish(VrfIdMapStep{VrfIdMapStep::Op::set, {{*vrf, id}}, {}});
    if (!netns.empty()) {
       publish(VrfLocalStep{*vrf, false, Ip::VrfState::active, Ovel::NamespaceName(netns)});
@@ -131,7 +133,6 @@ void NamespaceService::serve(const std::string& netns, const FileIdentity& ident
    publish(CollectionStep{4, *vrf, true});
    publish(CollectionStep{6, *vrf, true});
    publish(RibAwaitsStep{{*vrf}, {}});
-   served_.emplace(netns, std::move(served));
    seams_.log << "connroute: serving VRF " << vrf->str() << " (id " << id.value() << ")\n";
 }
 
@@ -178,9 +179,9 @@ void NamespaceService::rescan() {
    for (const std::string& netns : gone) {
       unserve(netns);
    }
-   serve("", {});
+   serve("");
    for (const auto& [netns, identity] : present) {
-      serve(netns, identity);
+      serve(netns);
    }
    reconnectDue();
 }
@@ -188,8 +189,7 @@ void NamespaceService::rescan() {
 void NamespaceService::reconnectDue() {
    const double now = seams_.clock.now();
    for (auto& [netns, served] : served_) {
-      if (served->retry && served->retry->nextTry <= now && connect(*served, *served->retry)) {
-         served->retry.reset();
+      if (reconnecting(*served) && served->retry.nextTry <= now && connect(*served, served->retry)) {
          seams_.log << "connroute: VRF " << served->feed->vrf().str() << ": reading its namespace again\n";
       }
    }
@@ -197,7 +197,7 @@ void NamespaceService::reconnectDue() {
 
 void NamespaceService::onReadable(void* tag) {
    Served& served = *static_cast<Served*>(tag);
-   if (served.socket) {  // another descriptor of the same read may have failed it
+   if (!reconnecting(served)) {  // another descriptor of the same read may have failed it
       pump(served);
    }
 }
@@ -224,7 +224,10 @@ void NamespaceService::pump(Served& served) {
          served.feed->dumpStarted();
          served.socket->dump();
       }
-   } catch (const std::exception& e) {
+      if (!served.socket->dumping()) {
+         served.retry = Retry{};  // a dump is in: the sockets work again
+      }
+   } catch (const Linux::NetlinkError& e) {
       lostSockets(served, e.what());
    }
 }
@@ -235,19 +238,18 @@ void NamespaceService::lostSockets(Served& served, const std::string& error) {
               << ": opening its sockets again\n";
    disconnect(served);
    served.malformedReported = 0;  // the count is the socket's
-   served.retry.emplace();
-   served.retry->reported = true;
-   failed(served.netns, *served.retry, error);
+   served.retry.reported = true;
+   failed(served.netns, served.retry, error);
 }
 
 void NamespaceService::refreshSettings() {
    for (auto& [netns, served] : served_) {
-      if (!served->socket || served->socket->dumping()) {
+      if (reconnecting(*served) || served->socket->dumping()) {
          continue;
       }
       try {
          served->socket->refreshSettings();
-      } catch (const std::exception& e) {
+      } catch (const Linux::NetlinkError& e) {
          lostSockets(*served, e.what());
       }
    }
@@ -260,8 +262,8 @@ std::optional<double> NamespaceService::secondsToNextTry() const {
       consider(retry);
    }
    for (const auto& [netns, served] : served_) {
-      if (served->retry) {
-         consider(*served->retry);
+      if (reconnecting(*served)) {
+         consider(served->retry);
       }
    }
    if (!next) {
@@ -270,8 +272,8 @@ std::optional<double> NamespaceService::secondsToNextTry() const {
    return std::max(0.0, *next - seams_.clock.now());
 }
 
-// A namespace whose first dump is not in, or that is still being tried and
-// not yet reported: the verification waits for it.
+// A namespace whose first dump is not in, or that is still being tried, and
+// has not failed long enough to be given up on: the verification waits.
 bool NamespaceService::blockingVerification() const {
    for (const auto& [netns, retry] : pending_) {
       if (!retry.reported) {
@@ -279,7 +281,7 @@ bool NamespaceService::blockingVerification() const {
       }
    }
    for (const auto& [netns, served] : served_) {
-      if (!served->feed->synced()) {
+      if (!served->feed->synced() && served->retry.failures < kFailuresReported) {
          return true;
       }
    }

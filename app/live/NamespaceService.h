@@ -14,8 +14,9 @@
 //   reported, once, and no longer holds back the verification.
 // - A served namespace whose sockets fail (a read, a dump request, its
 //   registration with the event loop) loses its sockets, not its routes:
-//   they are opened again on the same terms, and a fresh dump reconciles.
-//   One namespace's failure never ends the agent.
+//   they are opened again on the same terms (the waits growing until a
+//   dump is in again), and a fresh dump reconciles. One namespace's failure
+//   never ends the agent.
 // - A file deleted, or made anew under the same name (another identity),
 //   ends its VRF: routes withdrawn, tables emptied.
 #pragma once
@@ -76,7 +77,9 @@ class NamespaceService {
       std::unique_ptr<NamespaceFeed> feed;
       std::unique_ptr<NamespaceSocket> socket;  // null while it is to be opened again
       FileIdentity identity{};
-      std::optional<Retry> retry;  // while the socket is to be opened again
+      // Failures in a row: kept until a dump is in again, so that sockets
+      // that open but fail at once are tried less and less often.
+      Retry retry;
       std::uint64_t malformedReported = 0;
       Linux::RtnlSocket::Counters countersBefore;  // of the sockets it had before
    };
@@ -85,11 +88,12 @@ class NamespaceService {
    // The VRF a namespace is served as, or nothing (reported once) when no
    // VRF can have its name.
    std::optional<L3::VrfName> vrfFor(const std::string& netns);
-   void serve(const std::string& netns, const FileIdentity& identity);
+   void serve(const std::string& netns);
    void unserve(const std::string& netns);
    // Opens the namespace's sockets and asks for a dump; false (the failure
    // counted in `retry`) if that fails.
    bool connect(Served& served, Retry& retry);
+   bool reconnecting(const Served& served) const { return !served.socket; }
    void disconnect(Served& served);
    void failed(const std::string& netns, Retry& retry, const std::string& error);
    void reconnectDue();

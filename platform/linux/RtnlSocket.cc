@@ -6,6 +6,7 @@
 #include <linux/rtnetlink.h>
 #include <sched.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,35 +21,42 @@ namespace {
 
 std::string errnoText(const std::string& what) { return what + ": " + std::strerror(errno); }
 
+struct Opened {
+   MnlSocket events, dumps;
+   std::pair<dev_t, ino_t> identity{};
+};
+
 // Opens the sockets inside the namespace from a helper thread: a socket
 // belongs to the namespace it was created in, and only that thread leaves
 // the process's own namespace.
-std::pair<MnlSocket, MnlSocket> openIn(const std::string& netnsPath) {
-   MnlSocket events, dumps;
+Opened openIn(const std::string& netnsPath) {
+   Opened opened;
    std::string error;
    std::thread opener([&] {
       if (!netnsPath.empty()) {
          const Fd ns{::open(netnsPath.c_str(), O_RDONLY | O_CLOEXEC)};
-         if (ns.fd < 0) {
+         struct stat st {};
+         if (ns.fd < 0 || ::fstat(ns.fd, &st) != 0) {
             error = errnoText("cannot open the namespace " + netnsPath);
             return;
          }
+         opened.identity = {st.st_dev, st.st_ino};
          if (::setns(ns.fd, CLONE_NEWNET) != 0) {
             error = errnoText("cannot enter the namespace " + netnsPath);
             return;
          }
       }
-      events.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
-      dumps.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
-      if (!events || !dumps) {
+      opened.events.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
+      opened.dumps.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
+      if (!opened.events || !opened.dumps) {
          error = errnoText("cannot open an rtnetlink socket");
       }
    });
    opener.join();
-   if (!events || !dumps) {
+   if (!opened.events || !opened.dumps) {
       throw NetlinkError(error);
    }
-   return {std::move(events), std::move(dumps)};
+   return opened;
 }
 
 }  // namespace
@@ -57,7 +65,10 @@ void MnlClose::operator()(mnl_socket* socket) const noexcept { mnl_socket_close(
 
 RtnlSocket::RtnlSocket(const std::string& netnsPath, RtnlListener& listener, int receiveBuffer)
       : listener_(listener), buffer_(MNL_SOCKET_BUFFER_SIZE * 16) {
-   std::tie(events_, dumps_) = openIn(netnsPath);
+   Opened opened = openIn(netnsPath);
+   events_ = std::move(opened.events);
+   dumps_ = std::move(opened.dumps);
+   netnsIdentity_ = opened.identity;
    const int fd = mnl_socket_get_fd(events_.get());
    // Forcing the size past the system's limit needs CAP_NET_ADMIN; without
    // it the largest allowed size is the next best.

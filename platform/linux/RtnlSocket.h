@@ -18,11 +18,14 @@
 // changed under it) is repeated.
 #pragma once
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -68,6 +71,9 @@ class RtnlSocket {
    RtnlSocket(const RtnlSocket&) = delete;
    RtnlSocket& operator=(const RtnlSocket&) = delete;
 
+   // The namespace file entered (device and inode), zero for the process's
+   // own: which namespace the sockets are in, whatever the path names now.
+   std::pair<dev_t, ino_t> netnsIdentity() const noexcept { return netnsIdentity_; }
    // Both descriptors to wait on.
    int eventFd() const;
    int dumpFd() const;
@@ -111,6 +117,7 @@ class RtnlSocket {
    }
 
    RtnlListener& listener_;
+   std::pair<dev_t, ino_t> netnsIdentity_{};
    MnlSocket events_;
    MnlSocket dumps_;
    std::vector<Record> heldBack_;  // events that came during a dump

@@ -95,6 +95,10 @@ TEST(ScenarioReader, RefusesValuesThatWouldMisbehaveLater) {
                "step 1 (ipv4), field 'secondaries': key '10.0.0.1/24...' holds the control character U+0009"},
               {R"({"ipv4": {"vrf": "red", "vrf": "blue", "intf": "Ethernet1"}})",
                "step 1 (ipv4): duplicate key 'vrf'"},
+              {R"({"ipv4": {"vrf": "red", "intf": "Tunnel1", "peers": ["10.9.1.1/30"]}})",
+               "step 1 (ipv4): field 'peers': peer prefix '10.9.1.1/30' has host bits set"},
+              {R"({"ipv6": {"vrf": "red", "intf": "Tunnel1", "removePeers": ["2001:db8::1/64"]}})",
+               "step 1 (ipv6): field 'removePeers': peer prefix '2001:db8::1/64' has host bits set"},
               {R"({"dump": "a\u009bb"})", "holds the control character U+009B"},
               {R"({"dump": "a\u202eb"})", "holds the control character U+202E"},
         }) {

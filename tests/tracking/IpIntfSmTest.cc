@@ -247,6 +247,11 @@ TEST_F(AddressMachine, PeerPrefixesAreAttachedWithoutAHostRouteAndYieldToAnEqual
    EXPECT_EQ(count4(), 3u);
    status->activeSecondaryWithMaskDel(v4("10.9.0.2/32"));
    EXPECT_EQ(Testing::candidates(h, e1), both);
+   // Listed but not active, it holds nothing: the peer prefix's entries stay.
+   status->activeSecondaryWithMaskIs(v4("10.9.0.2/32"), false);
+   EXPECT_EQ(Testing::candidates(h, e1), both);
+   EXPECT_EQ(count4(), 3u);
+   status->activeSecondaryWithMaskDel(v4("10.9.0.2/32"));
    status->activeAddrWithMaskIs(v4("10.9.1.0/30"));
    EXPECT_EQ(Testing::candidates(h, e1),
              (Lines{"10.9.0.2/32 11 vsk", "10.9.1.0/30 11 vsk", "10.9.1.0/32 1 rx",
@@ -280,6 +285,11 @@ TEST_F(AddressMachine, Ipv6PeerPrefixesAreAttachedWithoutAHostRoute) {
    EXPECT_EQ(Testing::candidates(h, e1).front(), "2001:db8:2::1/128 2 rx");
    status6->addrDel(v6("2001:db8:2::1/128"));
    EXPECT_EQ(Testing::candidates(h, e1), both);
+   // An address given the default record was never added: nothing of the
+   // peer prefix goes with it.
+   status6->addrIs(v6("2001:db8:2::1/128"), Ip6::AddressInfo());
+   EXPECT_EQ(Testing::candidates(h, e1), both);
+   EXPECT_EQ(count6(), 2u);
    sm->ip6IntfStatusIs(Vok::make<Ip6::IntfStatus>(e1));
    EXPECT_EQ(Testing::candidates(h, e1), (Lines{"2001:db8::/64 11 vsk", "2001:db8::1/128 1 rx"}))
          << "the addresses stay (not replayed), the peer prefix goes";

@@ -265,7 +265,11 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
          } else if (what < 55) {  // an IPv4 address added, changed or deleted, as the kernel does it
             Kernel::Addr4 a{std::uint32_t(0x0A000000u | (random() % 3) << 8 | (1 + random() % 4)), 24, false};
             if (random() % 4 == 0) {  // point to point
-               a.peer = std::uint32_t(0x0A000000u | (3 + random() % 2) << 8 | (random() % 4));
+               // Sometimes an address of the link's own.
+               a.peer = std::uint32_t(0x0A000000u | (random() % 5) << 8 | (random() % 4));
+               if (a.peer == a.addr) {
+                  a.peer = 0;  // IFA_ADDRESS equal to IFA_LOCAL: an ordinary address
+               }
                a.len = random() % 2 == 0 ? 32 : 30;
             } else {
                a.len = std::array{24, 24, 32, 4}[random() % 4];  // /4: a subnet in 0.0.0.0/8
@@ -364,7 +368,15 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
                   if (engineAddr(a) != s.active) {
                      s.secondaries.insert(engineAddr(a));
                   }
-                  if (auto peer = peerPrefix(a)) {
+               }
+               // A /32 peer that is an own address of the link gives way to it.
+               for (const auto& a : l.v4) {
+                  const auto peer = peerPrefix(a);
+                  const bool own = peer && peer->len() == 32 &&
+                                   std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
+                                      return engineAddr(b).addr() == peer->addr();
+                                   });
+                  if (peer && !own) {
                      s.peers.insert(*peer);
                   }
                }

@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 
 #include <cstring>
+#include <set>
 #include <sstream>
 
 namespace App {
@@ -27,24 +28,30 @@ struct FakeDirectory final : NetnsDirectory {
 struct FakeKernel {
    std::map<std::string, int> subnet;  // by path
    std::map<std::string, int> openFailures;  // left to fail, -1 for ever
-   bool failReceive = false;
+   std::set<std::string> failReceive, failRefresh;  // paths whose reads fail
    std::vector<std::pair<std::string, double>> opens;  // path, time tried
 };
 
 class FakeSocket final : public NamespaceSocket {
  public:
-   FakeSocket(FakeKernel& kernel, std::string path, Linux::RtnlListener& listener, int fd)
-         : kernel_(kernel), path_(std::move(path)), listener_(listener), fd_(fd) {}
+   FakeSocket(FakeKernel& kernel, std::string path, FileIdentity identity, Linux::RtnlListener& listener,
+              int fd)
+         : kernel_(kernel), path_(std::move(path)), identity_(identity), listener_(listener), fd_(fd) {}
+   FileIdentity identity() const override { return identity_; }
    std::vector<int> fds() const override { return {fd_, fd_ + 1}; }
    void dump() override {
       dumping_ = true;
       ++counters_.dumps;
    }
    bool dumping() const override { return dumping_; }
-   void refreshSettings() override {}
+   void refreshSettings() override {
+      if (kernel_.failRefresh.contains(path_)) {
+         throw Linux::NetlinkError("cannot ask the kernel for a dump: Connection refused");
+      }
+   }
    // Delivers the dump asked for, if any.
    void receive() override {
-      if (kernel_.failReceive) {
+      if (kernel_.failReceive.contains(path_)) {
          throw Linux::NetlinkError("cannot read an rtnetlink socket: No buffer space available");
       }
       if (!dumping_) {
@@ -68,6 +75,7 @@ class FakeSocket final : public NamespaceSocket {
  private:
    FakeKernel& kernel_;
    std::string path_;
+   FileIdentity identity_;
    Linux::RtnlListener& listener_;
    int fd_;
    bool dumping_ = false;
@@ -76,9 +84,10 @@ class FakeSocket final : public NamespaceSocket {
 
 struct FakeSockets final : SocketFactory {
    FakeKernel& kernel;
+   FakeDirectory& directory;
    Vok::ManualTimeSource& clock;
    int nextFd = 10;
-   FakeSockets(FakeKernel& k, Vok::ManualTimeSource& c) : kernel(k), clock(c) {}
+   FakeSockets(FakeKernel& k, FakeDirectory& d, Vok::ManualTimeSource& c) : kernel(k), directory(d), clock(c) {}
    std::unique_ptr<NamespaceSocket> open(const std::string& path, Linux::RtnlListener& listener) override {
       kernel.opens.emplace_back(path, clock.peek());
       if (int& left = kernel.openFailures[path]; left != 0) {
@@ -86,7 +95,9 @@ struct FakeSockets final : SocketFactory {
          throw Linux::NetlinkError("cannot enter the namespace " + path + ": Invalid argument");
       }
       nextFd += 2;
-      return std::make_unique<FakeSocket>(kernel, path, listener, nextFd);
+      const auto file = directory.files.find(path.substr(path.find_last_of('/') + 1));
+      const FileIdentity identity = path.empty() ? FileIdentity{} : file->second;
+      return std::make_unique<FakeSocket>(kernel, path, identity, listener, nextFd);
    }
 };
 
@@ -106,7 +117,7 @@ struct Service : ::testing::Test {
    Vok::ManualTimeSource clock{100.0};
    FakeDirectory directory;
    FakeKernel kernel;
-   FakeSockets sockets{kernel, clock};
+   FakeSockets sockets{kernel, directory, clock};
    FakeRegistry registry;
    std::ostringstream log;
    Host host{0.0};
@@ -147,6 +158,21 @@ struct Service : ::testing::Test {
       return count;
    }
    std::size_t routes() const { return host.totals().routes; }
+   bool hasRoute(const std::string& prefix) {
+      std::ostringstream text;
+      host.dump("now", *textDumpWriter(text));
+      return text.str().find(" " + prefix + " ") != std::string::npos;
+   }
+   // The waits before each of the next `count` tries, each try failing.
+   std::vector<double> waits(int count) {
+      std::vector<double> seen;
+      for (int i = 0; i < count; ++i) {
+         seen.push_back(*service.secondsToNextTry());
+         nextTry();
+         settle();
+      }
+      return seen;
+   }
 };
 
 TEST_F(Service, ANamespaceNotYetOpenableIsTriedAgainAfterLongerAndLongerWaits) {
@@ -207,23 +233,52 @@ TEST_F(Service, ANamespaceWhoseSocketsFailKeepsItsRoutesAndIsReadAgain) {
    settle();
    ASSERT_EQ(routes(), 8u);
    const std::size_t opened = kernel.opens.size();
-   kernel.failReceive = true;
+   kernel.failReceive = {"", "/netns/blue"};
+   kernel.subnet["/netns/blue"] = 3;  // changed while its sockets are down
    settle();  // both namespaces' reads fail: the agent goes on
    EXPECT_EQ(lines(": opening its sockets again"), 2u) << log.str();
    EXPECT_TRUE(registry.watched.empty());
    EXPECT_EQ(routes(), 8u) << "routes stay while the sockets are opened again";
-   kernel.failReceive = false;
-   kernel.subnet["/netns/blue"] = 3;  // changed meanwhile
+   EXPECT_TRUE(hasRoute("10.2.0.0/24"));
+   kernel.failReceive.clear();
    nextTry();
    EXPECT_EQ(kernel.opens.size(), opened + 2);
    EXPECT_EQ(registry.watched.size(), 4u);
    settle();
    EXPECT_EQ(lines("reading its namespace again"), 2u) << log.str();
+   EXPECT_TRUE(hasRoute("10.3.0.0/24")) << "the fresh dump reconciled";
+   EXPECT_FALSE(hasRoute("10.2.0.0/24"));
    EXPECT_EQ(routes(), 8u);
    const auto counters = service.counters();
    ASSERT_EQ(counters.size(), 2u);
    EXPECT_EQ(counters[0].resyncs, 1u) << "the namespace read again after the failure";
    EXPECT_EQ(counters[0].messages, 4u) << "the counts go on over the sockets it had";
+}
+
+TEST_F(Service, SocketsThatKeepFailingAreOpenedLessAndLessOftenAndHoldNothingBack) {
+   directory.files["blue"] = {1, 1};
+   kernel.failReceive = {"/netns/blue"};
+   service.rescan();
+   settle();  // its first read fails before any dump is in
+   EXPECT_FALSE(service.everythingReady());
+   const std::vector<double> seen = waits(8);
+   for (std::size_t i = 1; i < seen.size(); ++i) {
+      EXPECT_NEAR(seen[i], 2 * seen[i - 1], 1e-9) << "wait " << i;
+   }
+   EXPECT_EQ(lines(": opening its sockets again"), 9u);
+   EXPECT_TRUE(service.everythingReady()) << "given up on for the verification";
+   kernel.failReceive.clear();
+   nextTry();
+   settle();
+   EXPECT_TRUE(hasRoute("10.0.0.0/24"));
+   EXPECT_TRUE(service.everythingReady());
+   // Working again: a later failure waits the shortest time.
+   kernel.failRefresh = {"/netns/blue"};
+   service.refreshSettings();
+   EXPECT_NEAR(*service.secondsToNextTry(), 0.02, 1e-9);
+   kernel.failRefresh.clear();
+   nextTry();
+   EXPECT_EQ(registry.watched.size(), 4u);
 }
 
 TEST_F(Service, AFailedRegistrationIsAFailureToOpen) {
@@ -249,12 +304,15 @@ TEST_F(Service, ANamespaceDeletedOrMadeAnewEndsItsVrf) {
    settle();
    EXPECT_EQ(lines("VRF blue deleted"), 1u);
    EXPECT_EQ(lines("serving VRF blue"), 2u);
-   EXPECT_EQ(routes(), 8u);
+   EXPECT_TRUE(hasRoute("10.5.0.0/24"));
+   EXPECT_FALSE(hasRoute("10.2.0.0/24"));
+   service.rescan();
+   EXPECT_EQ(lines("serving VRF blue"), 2u) << "the same file is the same namespace";
    directory.files.clear();
    service.rescan();
    settle();
    EXPECT_EQ(lines("VRF blue deleted"), 2u);
-   EXPECT_EQ(routes(), 4u);
+   EXPECT_EQ(routes(), 4u) << "the VRFs served hold the default namespace's routes alone";
    EXPECT_EQ(registry.watched.size(), 2u) << "the default namespace's alone";
 }
 

@@ -80,6 +80,8 @@ n "$B" addr add 10.31.0.5 peer 10.31.1.1/30 dev b0    # a secondary: the same pe
 n "$B" addr add 10.34.0.0/30 dev b0
 n "$B" addr add 10.34.0.9 peer 10.34.0.0/30 dev b0    # a peer subnet equal to an address
 n "$B" addr add 10.35.0.1 peer 0.0.0.7/24 dev b0      # a peer subnet in 0.0.0.0/8: no route
+n "$B" addr add 10.37.0.2/24 dev b0
+n "$B" addr add 10.37.1.1 peer 10.37.0.2 dev b0       # a /32 peer that is an own address
 n "$B" addr add 2001:db8:30::1 peer 2001:db8:30::2/128 dev b0 nodad
 n "$B" addr add 2001:db8:31::1 peer 2001:db8:32::/64 dev b0 nodad  # the own /64, the peer's /128
 # Scopes: an IPv4 address of host or link scope has its routes as any;
@@ -161,6 +163,7 @@ n "$A" addr add 10.60.0.1/24 dev b9
 n "$B" addr del 10.31.0.1 peer 10.31.1.0/30 dev b0   # a point-to-point primary: its secondary promoted
 n "$B" addr del 10.34.0.0/30 dev b0           # the peer subnet it held back is the peer's again
 n "$B" addr add 10.36.0.1 peer 10.36.0.64/26 dev b0
+n "$B" addr change 2001:db8:33::1/64 dev b0 nodad   # noprefixroute turned off in place
 ip netns del "$C"                             # a VRF goes
 settled "$A" "$B"
 if grep -q "$C" <("$connroute" show --tables "$work/tables" summary); then

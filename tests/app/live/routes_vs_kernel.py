@@ -20,6 +20,8 @@ Deliberate differences:
 - for an IPv6 address of length 128 the kernel adds a route for the /128
   in its main table besides the local one; the engine writes one
   full-length receive route;
+- a full-length route of a point-to-point peer that is an own address of
+  the namespace besides its local route: the engine's receive route;
 - a broadcast route that is no kernel subnet's all-ones address (an
   explicit `brd ADDR`, or the subnet of a noprefixroute IPv4 address, which
   the kernel does not attach): the engine has no broadcast route for it.
@@ -81,6 +83,12 @@ def main():
             k_local.add(str(net))
         elif kind == "broadcast":
             k_broadcast.add(str(net))
+
+    # A full-length attached route for an address that is also local (a
+    # point-to-point peer equal to an own address): the RIB holds one route
+    # per prefix, and the kernel's local route wins: deliberate.
+    k_subnet -= {p for p in k_subnet if p in k_local and ipaddress.ip_network(p).prefixlen
+                 == ipaddress.ip_network(p).max_prefixlen}
 
     e_subnet = by_type.get(SUBNET, set())
     e_receive = by_type.get(RECEIVE, set()) | by_type.get(FULL_LENGTH, set())
