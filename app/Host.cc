@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "platform/agent/FeatureToggle.h"
+#include "platform/rib/TablePaths.h"
 
 namespace App {
 
@@ -336,7 +337,7 @@ void Host::apply(const StaleStep& s) {
          continue;
       }
       auto table = Vok::Ptr<Rib::RouteConfig>(
-            dynamic_cast<Rib::RouteConfig*>(mountFor(path, "Routing::Rib::RouteConfig").get()));
+            dynamic_cast<Rib::RouteConfig*>(mountFor(path, Rib::kRouteConfigType).get()));
       for (const auto& prefix : *prefixes) {
          table->routeAdd(Rib::Route{Ovel::IpGenPrefix::parse(prefix), Rib::RoutingProtocol::connected,
                                     {0, 0}, Rib::ViaSetKey(), Rib::kUnassignedFecIndex,
@@ -349,7 +350,7 @@ void Host::apply(const StaleStep& s) {
          continue;
       }
       auto table = Vok::Ptr<Rib::Ip::ViaConfig>(
-            dynamic_cast<Rib::Ip::ViaConfig*>(mountFor(path, "Routing::Rib::Ip::ViaConfig").get()));
+            dynamic_cast<Rib::Ip::ViaConfig*>(mountFor(path, Rib::kViaConfigType).get()));
       table->transportIs(static_cast<std::uint8_t>(transport));
       table->vrfIdIs(s.vrfId);
       for (const auto& intf : s.vias) {
@@ -365,7 +366,7 @@ void Host::apply(const StaleStep& s) {
    }
    for (const auto& name : s.protoVrfStatus) {
       auto entity = shared_.protoVrfStatusDir->entityIs<Rib::ProtoVrfStatus>(
-            name.str(), "Routing::Rib::ProtoVrfStatus");
+            name.str(), Rib::kProtoVrfStatusType);
       entity->readyTimeIs(clockTime());
       entity->readyIs(true);
    }

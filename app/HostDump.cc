@@ -174,7 +174,7 @@ class Host::DumpWalk {
    std::pair<Vok::Ptr<VokPlim::Mount>, std::vector<OwnedRoute>> routesOf(const std::string& path,
                                                                         const ContainerSm* container) const {
       std::pair<Vok::Ptr<VokPlim::Mount>, std::vector<OwnedRoute>> out{
-            mounted(path, "Routing::Rib::RouteConfig"), {}};
+            mounted(path, Rib::kRouteConfigType), {}};
       if (out.first) {
          out.first->entityAs<Rib::RouteConfig>()->forEachRoute([&](const Rib::Route& r) {
             out.second.push_back(OwnedRoute{r.prefix, &r, ownerOf(r, container)});
@@ -186,7 +186,7 @@ class Host::DumpWalk {
    }
 
    MountedRows<Rib::Via> viasOf(const std::string& path) const {
-      MountedRows<Rib::Via> out{mounted(path, "Routing::Rib::Ip::ViaConfig"), {}};
+      MountedRows<Rib::Via> out{mounted(path, Rib::kViaConfigType), {}};
       if (out.mount) {
          auto table = out.mount->entityAs<Rib::Ip::ViaConfig>();
          out.rows = sortedRows<Rib::Via>([&](auto visit) { table->forEachVia(visit); },

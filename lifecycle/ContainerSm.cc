@@ -84,19 +84,19 @@ void ContainerSm::handleInitialized() {
    doKniInit();
    kernelIntfStatusIs(vrfName_, kernelIntfStatusDir_);
    if (!vrfScaleToggle().enabled()) {
-      route4Mount_ = mountTable(rib4Path(vrfId_), "Routing::Rib::RouteConfig", "route",
+      route4Mount_ = mountTable(rib4Path(vrfId_), Rib::kRouteConfigType, "route",
                                 kRouteCollectionSize);
       route4Config_ = route4Mount_->entityAs<Rib::RouteConfig>();
-      route6Mount_ = mountTable(rib6Path(vrfId_), "Routing::Rib::RouteConfig", "route",
+      route6Mount_ = mountTable(rib6Path(vrfId_), Rib::kRouteConfigType, "route",
                                 kRouteCollectionSize);
       route6Config_ = route6Mount_->entityAs<Rib::RouteConfig>();
    }
-   via4Mount_ = mountTable(via4Path(vrfId_), "Routing::Rib::Ip::ViaConfig", "via", kViaCollectionSize);
+   via4Mount_ = mountTable(via4Path(vrfId_), Rib::kViaConfigType, "via", kViaCollectionSize);
    ipv4ViaConfig_ = via4Mount_->entityAs<Rib::Ip::ViaConfig>();
    ipv4ViaConfig_->transportIs(1);
    ipv4ViaConfig_->rpIs(Rib::RoutingProtocol::connected);
    ipv4ViaConfig_->vrfIdIs(vrfId_);
-   via6Mount_ = mountTable(via6Path(vrfId_), "Routing::Rib::Ip::ViaConfig", "via", kViaCollectionSize);
+   via6Mount_ = mountTable(via6Path(vrfId_), Rib::kViaConfigType, "via", kViaCollectionSize);
    ipv6ViaConfig_ = via6Mount_->entityAs<Rib::Ip::ViaConfig>();
    ipv6ViaConfig_->transportIs(2);
    ipv6ViaConfig_->rpIs(Rib::RoutingProtocol::connected);
@@ -124,7 +124,7 @@ void ContainerSm::handleInitialized() {
 void ContainerSm::doKniInit() {
    VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(),
              "Mounting kniStatus and initializing KernelIntfStatusManager for vrf : " << vrfName_);
-   if (vrfName_.str() == "default") {
+   if (vrfName_.isDefault()) {
       netNs_ = Ovel::NamespaceName::defaultNamespace();
    } else {
       // The root builds no container for a non-default VRF without one.

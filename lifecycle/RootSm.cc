@@ -214,7 +214,7 @@ void RootSm::doCreateOrDeleteContainer(const L3::VrfName& name) {
    if (!id || !id->isValid()) {
       VOK_TRACE(connectedRouteTrace(), 8, describe(),
                 "VRF name to ID map has been deleted for VRF " << name);
-   } else if (name.str() == "default") {
+   } else if (name.isDefault()) {
       wanted = true;  // the default VRF needs no local status
    } else if (auto local = allVrfStatusLocal_->vrf(name); !local) {
       VOK_TRACE(connectedRouteTrace(), 8, describe(), "allVrfStatusLocal missing for VRF " << name);

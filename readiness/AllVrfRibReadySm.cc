@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "platform/rib/TablePaths.h"
 #include "platform/trace/Trace.h"
 #include "platform/vok/ActivityManager.h"
 
@@ -14,7 +15,7 @@ const Vok::TraceHandle& trace() {
    return handle;
 }
 
-constexpr std::string_view kProtoVrfStatusType = "Routing::Rib::ProtoVrfStatus";
+constexpr std::string_view kProtoVrfStatusType = Routing::Rib::kProtoVrfStatusType;
 
 }  // namespace
 

@@ -17,7 +17,7 @@ namespace {
 // its routes from the kernel) whose duplicate address detection is over,
 // or optimistic: the kernel installs an address's local route only then.
 bool usable6(const Linux::AddrRecord& addr) {
-   const bool linkLocal = addr.addr[0] == 0xfe && (addr.addr[1] & 0xc0) == 0x80;
+   const bool linkLocal = kernelAddress6(addr).addr().isLinkLocal();
    const bool routedScope = addr.scope == RT_SCOPE_UNIVERSE || addr.scope == RT_SCOPE_SITE;
    const bool tentative = (addr.flags & IFA_F_TENTATIVE) && !(addr.flags & IFA_F_OPTIMISTIC);
    return !linkLocal && routedScope && !tentative && !(addr.flags & IFA_F_DADFAILED);
@@ -92,127 +92,6 @@ Ovel::IntfId NamespaceFeed::intfIdFor(const Link& link) const {
       // link nor a namespace name contains '/', so this id is nobody else's.
       return Ovel::IntfId("/" + std::to_string(vrfId_.value()) + "/" + std::to_string(link.ifindex));
    }
-}
-
-void NamespaceFeed::Link::addV4(const V4Addr& a) {
-   if (auto it = v4Index.find(a.kernel); it != v4Index.end()) {
-      if (it->second.secondary == a.secondary) {
-         // Announced again (lifetimes, flags): the kernel did not move it,
-         // though a flag may change what it gives the engine.
-         const EngineAddress4 before = it->second.engine;
-         it->second.engine = a.engine;
-         uncount(before);
-         count(a.engine);
-         return;
-      }
-      delV4(a.kernel);
-   }
-   // The kernel's order: primaries by scope (global first), each scope in
-   // the order they came, then secondaries; a promoted secondary is placed
-   // as a new primary.
-   std::list<KernelAddress4>::iterator at;
-   if (a.secondary) {
-      at = kernelSecondaries.insert(kernelSecondaries.end(), a.kernel);
-   } else {
-      auto before = primaries.end();
-      if (!primaries.empty() && v4Index.at(primaries.back()).scope > a.scope) {
-         before = std::find_if(primaries.begin(), primaries.end(), [&](const auto& p) {
-            return v4Index.at(p).scope > a.scope;
-         });
-      }
-      at = primaries.insert(before, a.kernel);
-   }
-   v4Index[a.kernel] = V4Place{a.engine, a.secondary, a.scope, at};
-   count(a.engine);
-}
-
-void NamespaceFeed::Link::count(const EngineAddress4& engine) {
-   engine4.add(engine.addr);
-   changed4.insert(engine.addr);
-   markPeerOfHost(engine.addr);
-   if (engine.peer) {
-      peers4.add(*engine.peer);
-      changedPeers4.insert(*engine.peer);
-   }
-}
-
-void NamespaceFeed::Link::uncount(const EngineAddress4& engine) {
-   engine4.remove(engine.addr);
-   changed4.insert(engine.addr);
-   markPeerOfHost(engine.addr);
-   if (engine.peer) {
-      peers4.remove(*engine.peer);
-      changedPeers4.insert(*engine.peer);
-   }
-}
-
-void NamespaceFeed::Link::delV4(const KernelAddress4& addr) {
-   auto it = v4Index.find(addr);
-   if (it == v4Index.end()) {
-      return;
-   }
-   const EngineAddress4 engine = it->second.engine;
-   (it->second.secondary ? kernelSecondaries : primaries).erase(it->second.at);
-   v4Index.erase(it);
-   uncount(engine);
-}
-
-// A peer prefix equal to an address's host may now be wanted or not.
-void NamespaceFeed::Link::markPeerOfHost(const Ovel::IpAddrWithMask& addr) {
-   if (!peers4.counts.empty()) {
-      changedPeers4.insert(Ovel::IpAddrWithMask(addr.addr(), 32));
-   }
-}
-
-void NamespaceFeed::Link::markPeerOfHost(const Ovel::Ip6AddrWithMask& addr) {
-   if (!peers6.counts.empty()) {
-      changedPeers6.insert(Ovel::Ip6AddrWithMask(addr.addr(), 128));
-   }
-}
-
-void NamespaceFeed::Link::addV6(const Ovel::Ip6AddrWithMask& kernel, const EngineAddress6& engine) {
-   if (auto it = v6.find(kernel); it != v6.end()) {
-      if (it->second == engine) {
-         return;
-      }
-      delV6(kernel);
-   }
-   v6.emplace(kernel, engine);
-   engine6.add(engine.addr);
-   changed6.insert(engine.addr);
-   markPeerOfHost(engine.addr);
-   if (engine.peer) {
-      peers6.add(*engine.peer);
-      changedPeers6.insert(*engine.peer);
-   }
-}
-
-void NamespaceFeed::Link::delV6(const Ovel::Ip6AddrWithMask& kernel) {
-   auto it = v6.find(kernel);
-   if (it == v6.end()) {
-      return;
-   }
-   const EngineAddress6 engine = it->second;
-   v6.erase(it);
-   engine6.remove(engine.addr);
-   changed6.insert(engine.addr);
-   markPeerOfHost(engine.addr);
-   if (engine.peer) {
-      peers6.remove(*engine.peer);
-      changedPeers6.insert(*engine.peer);
-   }
-}
-
-void NamespaceFeed::Link::clearAddresses() {
-   primaries.clear();
-   kernelSecondaries.clear();
-   v4Index.clear();
-   engine4 = {};
-   peers4 = {};
-   v6.clear();
-   engine6 = {};
-   peers6 = {};
-   allChanged = true;
 }
 
 void NamespaceFeed::dumpStarted() {

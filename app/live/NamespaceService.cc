@@ -20,7 +20,7 @@ constexpr int kFailuresReported = 7;
 
 // How metrics name a namespace: the agent's own is "default", a name no
 // named namespace may have (it is refused as a VRF's).
-std::string counterName(const std::string& netns) { return netns.empty() ? "default" : netns; }
+std::string counterName(const std::string& netns) { return netns.empty() ? std::string(L3::VrfName::kDefault) : netns; }
 
 Linux::RtnlSocket::Counters operator+(Linux::RtnlSocket::Counters a, const Linux::RtnlSocket::Counters& b) {
    a.messages += b.messages;
@@ -48,10 +48,10 @@ std::optional<L3::VrfName> NamespaceService::vrfFor(const std::string& netns) {
       return std::nullopt;
    }
    try {
-      if (netns == "default") {
+      if (netns == L3::VrfName::kDefault) {
          throw std::invalid_argument("'default' is the host's own namespace's VRF");
       }
-      L3::VrfName vrf(netns.empty() ? "default" : netns);
+      L3::VrfName vrf(netns.empty() ? std::string(L3::VrfName::kDefault) : netns);
       if (!netns.empty()) {
          (void)Ovel::NamespaceName(netns);
       }

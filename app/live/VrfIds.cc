@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "app/live/LiveAgent.h"
+#include "platform/l3/VrfName.h"
 #include "platform/plim/Cursor.h"
 
 namespace App {
@@ -45,7 +46,7 @@ VrfIds::VrfIds(const std::string& file, std::shared_ptr<Plim::RowDatabase> table
          if (!value || (fields >> extra)) {
             throw LiveError(where + "expected 'name id', got '" + line + "'");
          }
-         if ((name == "default") != (*value == 0)) {
+         if ((name == L3::VrfName::kDefault) != (*value == 0)) {
             throw LiveError(where + "identifier 0 is the default VRF's, and only its");
          }
          if (fromFile_.contains(name) || (*value != 0 && used_.contains(*value))) {
@@ -85,7 +86,7 @@ void VrfIds::remember(const std::string& name, std::uint32_t id) {
 }
 
 std::uint32_t VrfIds::idFor(const std::string& name) {
-   if (name == "default") {
+   if (name == L3::VrfName::kDefault) {
       return 0;
    }
    if (auto it = fromFile_.find(name); it != fromFile_.end()) {

@@ -136,13 +136,13 @@ std::vector<Rib::Route> TableReader::routes(std::uint32_t vrfId, int family) con
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
    std::vector<Rib::Route> routes;
    if (auto config = table<Rib::RouteConfig>(Rib::routeTablePath(family, vrfId),
-                                             "Routing::Rib::RouteConfig")) {
+                                             Rib::kRouteConfigType)) {
       routes.reserve(config->routeCount());
       config->forEachRoute([&](const Rib::Route& r) { routes.push_back(r); });
    }
    if (auto query = table<Rib::IpRibRouteOrqTable>(
              family == 4 ? Rib::kRouteQuery4Path : Rib::kRouteQuery6Path,
-             "Routing::Rib::IpRibRouteOrqTable")) {
+             Rib::kRouteQueryType)) {
       query->forEachRow([&](const Rib::IpRibRouteOrq& row) {
          if (row.key().vrfId == id) {
             routes.push_back(row.route());
@@ -158,12 +158,12 @@ std::size_t TableReader::routeCount(std::uint32_t vrfId, int family) const {
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
    std::size_t count = 0;
    if (auto config = table<Rib::RouteConfig>(Rib::routeTablePath(family, vrfId),
-                                             "Routing::Rib::RouteConfig")) {
+                                             Rib::kRouteConfigType)) {
       count += config->routeCount();
    }
    if (auto query = table<Rib::IpRibRouteOrqTable>(
              family == 4 ? Rib::kRouteQuery4Path : Rib::kRouteQuery6Path,
-             "Routing::Rib::IpRibRouteOrqTable")) {
+             Rib::kRouteQueryType)) {
       query->forEachRow([&](const Rib::IpRibRouteOrq& row) { count += row.key().vrfId == id; });
    }
    return count;
@@ -172,7 +172,7 @@ std::size_t TableReader::routeCount(std::uint32_t vrfId, int family) const {
 std::size_t TableReader::viaCount(std::uint32_t vrfId, int family) const {
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
    auto config = table<Rib::Ip::ViaConfig>(Rib::viaTablePath(family, vrfId),
-                                           "Routing::Rib::Ip::ViaConfig");
+                                           Rib::kViaConfigType);
    return config ? config->viaCount() : 0;
 }
 
@@ -180,7 +180,7 @@ std::vector<Rib::Via> TableReader::vias(std::uint32_t vrfId, int family) const {
    const ::Vrf::VrfIdMap::VrfId id(vrfId);
    std::vector<Rib::Via> vias;
    if (auto config = table<Rib::Ip::ViaConfig>(Rib::viaTablePath(family, vrfId),
-                                               "Routing::Rib::Ip::ViaConfig")) {
+                                               Rib::kViaConfigType)) {
       config->forEachVia([&](const Rib::Via& v) { vias.push_back(v); });
    }
    std::sort(vias.begin(), vias.end(),
@@ -190,7 +190,7 @@ std::vector<Rib::Via> TableReader::vias(std::uint32_t vrfId, int family) const {
 
 std::vector<Rib::Plim::ViaSet> TableReader::viaSets() const {
    std::vector<Rib::Plim::ViaSet> sets;
-   if (auto config = table<Rib::ViaSetConfig>(Rib::kViaSetPath, "Routing::Rib::ViaSetConfig")) {
+   if (auto config = table<Rib::ViaSetConfig>(Rib::kViaSetPath, Rib::kViaSetConfigType)) {
       config->forEachViaSet([&](const Rib::Plim::ViaSet& v) { sets.push_back(v); });
    }
    std::sort(sets.begin(), sets.end(),

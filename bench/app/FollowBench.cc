@@ -68,7 +68,7 @@ struct WriterPlan {
    auto db = dir.open(Plim::Access::write);
    auto manager = Vok::make<Kordb::EntityManager>();
    manager->rowDatabaseIs(db);
-   auto mount = manager->mount(Rib::routeTablePath(4, 1), "Routing::Rib::RouteConfig", {},
+   auto mount = manager->mount(Rib::routeTablePath(4, 1), Routing::Rib::kRouteConfigType, {},
                                Kordb::MountMode::write);
    auto table = mount->entityAs<Rib::RouteConfig>();
    const std::int64_t cpuStart = nowNs(CLOCK_PROCESS_CPUTIME_ID);

@@ -29,6 +29,7 @@
 #include "bench/support/TableDirectory.h"
 #include "bench/support/ThreadCpuTime.h"
 #include "install/IntfBacklogSm.h"
+#include "platform/rib/TablePaths.h"
 #include "tests/support/InstallerHarness.h"
 
 namespace {
@@ -163,7 +164,7 @@ BENCHMARK(BM_DrainMillionEntriesInDirectory)->Arg(50'000)->Unit(benchmark::kMill
          auto manager = Vok::make<Kordb::EntityManager>();
          manager->rowDatabaseIs(db);
          auto mount = manager->mount("routing/rib/routeConfig/ipv4/1/connected",
-                                     "Routing::Rib::RouteConfig", {}, Kordb::MountMode::readOnly);
+                                     Routing::Rib::kRouteConfigType, {}, Kordb::MountMode::readOnly);
          counts.push_back(mount->entityAs<Routing::Rib::RouteConfig>()->routeCount());
       }
    } catch (...) {

@@ -1,4 +1,5 @@
 #include "platform/agent/SharedState.h"
+#include "platform/rib/TablePaths.h"
 
 namespace Agent {
 
@@ -8,14 +9,14 @@ SharedState::SharedState(std::shared_ptr<Plim::RowDatabase> rowDatabase) {
       // Without a database the query tables are the process's own; with one
       // they are found by path like every other table.
       auto mountQuery = [&](const std::string& path) {
-         auto mount = entityManager->mount(path, "Routing::Rib::IpRibRouteOrqTable", {},
+         auto mount = entityManager->mount(path, Routing::Rib::kRouteQueryType, {},
                                            Kordb::MountMode::write);
          return std::pair{mount, mount->entityAs<Routing::Rib::IpRibRouteOrqTable>()};
       };
       std::tie(route4OrmoMount, route4OrmoConfig) = mountQuery(kRouteQuery4Path);
       std::tie(route6OrmoMount, route6OrmoConfig) = mountQuery(kRouteQuery6Path);
    }
-   viaSetMount = entityManager->mount(Routing::Rib::kViaSetPath, "Routing::Rib::ViaSetConfig",
+   viaSetMount = entityManager->mount(Routing::Rib::kViaSetPath, Routing::Rib::kViaSetConfigType,
                                       {{{"viaSet", 4096}}}, Kordb::MountMode::write);
    viaSetConfig = viaSetMount->entityAs<Routing::Rib::ViaSetConfig>();
 }

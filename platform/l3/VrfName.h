@@ -16,6 +16,8 @@ namespace L3 {
 class VrfName {
  public:
    static constexpr size_t maxBytes = 100;
+   // The VRF every switch has, whose routes live in the host's own namespace.
+   static constexpr std::string_view kDefault = "default";
 
    VrfName() = default;
    // Throws std::range_error for more than 100 bytes.
@@ -23,6 +25,7 @@ class VrfName {
 
    const std::string& str() const { return name_; }
    bool empty() const { return name_.empty(); }
+   bool isDefault() const { return name_ == kDefault; }
 
    std::string toString() const { return name_; }
    // The text is the name; refuses over-long names and surrounding

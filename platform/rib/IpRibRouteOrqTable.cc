@@ -2,17 +2,18 @@
 
 #include "platform/kordb/EntityManager.h"
 #include "platform/plim/DatabaseStore.h"
+#include "platform/rib/TablePaths.h"
 
 namespace Routing::Rib {
 
 namespace {
 const bool registered = Kordb::registerMountableType(
-      "Routing::Rib::IpRibRouteOrqTable", {"route"},
+      kRouteQueryType, {"route"},
       [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
          return IpRibRouteOrqTable::attach(backing, writable);
       });
 const bool persistent = Kordb::registerPersistentType(
-      "Routing::Rib::IpRibRouteOrqTable", ::Plim::rowLayout<OrqKey, IpRibRouteOrq>("routeQuery"),
+      kRouteQueryType, ::Plim::rowLayout<OrqKey, IpRibRouteOrq>("routeQuery"),
       [](::Plim::Backing& backing, const std::shared_ptr<::Plim::RowDatabase>& db,
          const std::string& path) {
          static_cast<IpRibRouteOrqTable::Backing&>(backing).rows =

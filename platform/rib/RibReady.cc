@@ -1,11 +1,12 @@
 #include "platform/rib/RibReady.h"
 
+#include "platform/rib/TablePaths.h"
 #include "platform/vok/TypeRegistry.h"
 
 namespace Routing::Rib {
 
 namespace {
-const bool registered = Vok::registerEntityType<ProtoVrfStatus>("Routing::Rib::ProtoVrfStatus",
+const bool registered = Vok::registerEntityType<ProtoVrfStatus>(kProtoVrfStatusType,
                                                                  {"ready", "readyTime"});
 }  // namespace
 

@@ -4,17 +4,18 @@
 
 #include "platform/kordb/EntityManager.h"
 #include "platform/plim/DatabaseStore.h"
+#include "platform/rib/TablePaths.h"
 
 namespace Routing::Rib {
 
 namespace {
 const bool registered = Kordb::registerMountableType(
-      "Routing::Rib::RouteConfig", {"route"},
+      kRouteConfigType, {"route"},
       [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
          return RouteConfig::attach(backing, writable);
       });
 const bool persistent = Kordb::registerPersistentType(
-      "Routing::Rib::RouteConfig", ::Plim::rowLayout<Ovel::IpGenPrefix, Route>("route"),
+      kRouteConfigType, ::Plim::rowLayout<Ovel::IpGenPrefix, Route>("route"),
       [](::Plim::Backing& backing, const std::shared_ptr<::Plim::RowDatabase>& db,
          const std::string& path) {
          static_cast<RouteConfig::Backing&>(backing).routes =

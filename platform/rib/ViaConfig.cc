@@ -4,6 +4,7 @@
 
 #include "platform/kordb/EntityManager.h"
 #include "platform/plim/DatabaseStore.h"
+#include "platform/rib/TablePaths.h"
 #include "platform/vok/Assert.h"
 
 namespace Routing::Rib {
@@ -24,14 +25,14 @@ namespace Routing::Rib::Ip {
 
 namespace {
 const bool registered = Kordb::registerMountableType(
-      "Routing::Rib::Ip::ViaConfig", {"via"},
+      kViaConfigType, {"via"},
       [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
          return ViaConfig::attach(backing, writable);
       });
 // The table's scalars (transport, VRF, identifier allocator) are not kept:
 // a restarted agent sets them again and starts its tables afresh.
 const bool persistent = Kordb::registerPersistentType(
-      "Routing::Rib::Ip::ViaConfig",
+      kViaConfigType,
       ::Plim::rowLayout<ViaKey, Via>("via") + " " + ::Plim::rowLayout<ViaKey, ViaMapEntry>("viaMap"),
       [](::Plim::Backing& backing, const std::shared_ptr<::Plim::RowDatabase>& db,
          const std::string& path) {

@@ -4,6 +4,7 @@
 
 #include "platform/kordb/EntityManager.h"
 #include "platform/plim/DatabaseStore.h"
+#include "platform/rib/TablePaths.h"
 #include "platform/vok/Assert.h"
 
 namespace Routing::Rib {
@@ -17,12 +18,12 @@ std::ostream& operator<<(std::ostream& os, const ViaSet& s) {
 
 namespace {
 const bool registered = Kordb::registerMountableType(
-      "Routing::Rib::ViaSetConfig", {"viaSet"},
+      kViaSetConfigType, {"viaSet"},
       [](std::shared_ptr<::Plim::Backing>& backing, bool writable) -> Vok::Ptr<Vok::Entity> {
          return ViaSetConfig::attach(backing, writable);
       });
 const bool persistent = Kordb::registerPersistentType(
-      "Routing::Rib::ViaSetConfig", ::Plim::rowLayout<ViaSetKey, Plim::ViaSet>("viaSet"),
+      kViaSetConfigType, ::Plim::rowLayout<ViaSetKey, Plim::ViaSet>("viaSet"),
       [](::Plim::Backing& backing, const std::shared_ptr<::Plim::RowDatabase>& db,
          const std::string& path) {
          static_cast<ViaSetConfig::Backing&>(backing).viaSets =
