@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "app/read/PublishedRows.h"
+#include "platform/plim/BytewiseOrder.h"
 #include "platform/plim/SortedWrites.h"
 
 namespace App {
@@ -133,21 +134,19 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
       return;
    }
    const IntfBacklog& store = *container.intfBacklog();
-   const IntfBacklogSm& installer = *container.intfBacklogSm();
    // In key order and once each, like the tables' own writes.
-   auto before = [](const Ovel::IpGenPrefix& a, const Ovel::IpGenPrefix& b) {
-      return std::memcmp(&a, &b, sizeof a) < 0;
-   };
-   std::sort(watch.changed.begin(), watch.changed.end(), before);
+   std::sort(watch.changed.begin(), watch.changed.end(), Plim::bytewiseLess<Ovel::IpGenPrefix>);
    watch.changed.erase(std::unique(watch.changed.begin(), watch.changed.end()), watch.changed.end());
    Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
    std::string value;
    for (const Ovel::IpGenPrefix& prefix : watch.changed) {
       std::string key = candidateKey(vrfId, prefix);
       const MDB_val k{key.size(), key.data()};
-      const Ovel::IntfId owner = installer.installedIntfId(prefix);
-      const IntfIdSet* set = store.intfIdsByPrefix(prefix);
-      if (owner.empty() && !set) {
+      // One lookup finds the candidates and the installed owner.
+      const PrefixRecord* record = store.prefixRecord(prefix);
+      const IntfIdSet* set = record ? record->listedCandidates() : nullptr;
+      const IntfNumber owner = record ? record->installedOwner : PrefixRecord::kNoOwner;
+      if (owner == PrefixRecord::kNoOwner && !set) {
          writes.del(k, "withdraw a published row");
          continue;
       }
@@ -160,7 +159,9 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
                                               entry.property.viaSetKey().value()});
          });
       }
-      value = candidatesValue(owner.empty() ? "-" : std::string(owner.name()), candidates);
+      value = candidatesValue(
+            owner == PrefixRecord::kNoOwner ? "-" : std::string(store.intfNumbers().name(owner).name()),
+            candidates);
       writes.put(k, MDB_val{value.size(), value.data()}, "publish a row");
    }
    watch.changed.clear();

@@ -111,6 +111,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    // records the owner through one lookup. Valid until the store's own
    // mutators next run.
    PrefixRecord* prefixRecord(const Ovel::IpGenPrefix& prefix) { return prefixes_.lookup(prefix); }
+   const PrefixRecord* prefixRecord(const Ovel::IpGenPrefix& prefix) const { return prefixes_.lookup(prefix); }
    void installedOwnerIs(PrefixRecord& record, IntfNumber owner);
    void installedOwnerDel(Ovel::IpGenPrefix prefix);
    void installedOwnerDelAll();
