@@ -257,33 +257,6 @@ TEST_F(Installer, ScaleToggleDeletionIsIssuedEvenWithoutARow) {
                 Belm::NoPermissionException);
 }
 
-TEST_F(Installer, ReadOnlyTablesRefuseEveryChangeWithTheirTexts) {
-   std::shared_ptr<Plim::Backing> backing;
-   auto writer = Rib::RouteConfig::attach(backing, true);
-   auto reader = Rib::RouteConfig::attach(backing, false);
-   Rib::Route r;
-   r.prefix = prefix("10.0.0.0/8");
-   writer->routeAdd(r);
-   EXPECT_TRUE(reader->route(prefix("10.0.0.0/8")));  // one contents, two views
-   struct Row {
-      std::function<void()> change;
-      const char* text;
-   };
-   for (const Row& row : {Row{[&] { reader->routeAdd(r); },
-                              "write to read-only Plim table"},
-                          Row{[&] { reader->routeDel(prefix("10.0.0.0/8")); },
-                              "remove to read-only Plim table"},
-                          Row{[&] { reader->routeDelAll(); }, "cleanup to read-only Plim table"}}) {
-      try {
-         row.change();
-         ADD_FAILURE() << "accepted";
-      } catch (const Belm::NoPermissionException& e) {
-         EXPECT_STREQ(e.what(), row.text);
-      }
-   }
-   EXPECT_EQ(writer->routeCount(), 1u);
-}
-
 TEST_F(Installer, AWriteToAReadOnlyTableEndsTheNotification) {
    std::shared_ptr<Plim::Backing> backing;
    auto readOnly = Rib::RouteConfig::attach(backing, false);
