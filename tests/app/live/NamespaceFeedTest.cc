@@ -205,6 +205,147 @@ Ovel::Ip6AddrWithMask v6(std::uint8_t group, std::uint32_t x, int len) {
    return Ovel::Ip6AddrWithMask(Ovel::Ip6Addr(b), std::uint8_t(len));
 }
 
+// One IPv4 address of link `l` added, changed or deleted, as the kernel
+// does it (an address it would refuse with EEXIST changes nothing).
+template <class Tell>
+void changeAddr4(Kernel::Link& l, int ifindex, std::mt19937& random, const Tell& tell) {
+   Kernel::Addr4 a{std::uint32_t(0x0A000000u | (random() % 3) << 8 | (1 + random() % 4)), 24, false};
+   if (random() % 4 == 0) {  // point to point
+      // Sometimes an address of the link's own.
+      a.peer = std::uint32_t(0x0A000000u | (random() % 5) << 8 | (random() % 4));
+      if (a.peer == a.addr) {
+         a.peer = 0;  // IFA_ADDRESS equal to IFA_LOCAL: an ordinary address
+      }
+      a.len = random() % 2 == 0 ? 32 : 30;
+   } else {
+      a.len = std::array{24, 24, 32, 4}[random() % 4];  // /4: a subnet in 0.0.0.0/8
+   }
+   a.noPrefixRoute = random() % 5 == 0;
+   auto at = std::find_if(l.v4.begin(), l.v4.end(), [&](const auto& b) { return b.same(a); });
+   const bool refused = std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
+      return !b.same(a) && b.addr == a.addr && Kernel::sameSubnet(a, b);  // EEXIST
+   });
+   if (refused) {
+      return;
+   }
+   if (at == l.v4.end()) {
+      a.secondary = std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
+         return !b.secondary && Kernel::sameSubnet(a, b);
+      });
+      auto pos = a.secondary ? l.v4.end()
+                             : std::find_if(l.v4.begin(), l.v4.end(),
+                                            [](const auto& b) { return b.secondary; });
+      l.v4.insert(pos, a);
+      tell(Kernel::v4Record(ifindex, a, false));
+   } else if (random() % 3 == 0) {  // `ip addr change`: the flag turned
+      at->noPrefixRoute = !at->noPrefixRoute;
+      tell(Kernel::v4Record(ifindex, *at, false));
+   } else {
+      const Kernel::Addr4 gone = *at;
+      l.v4.erase(at);
+      tell(Kernel::v4Record(ifindex, gone, true));
+      if (!gone.secondary) {  // promote_secondaries: the first one of the subnet
+         auto promoted = std::find_if(l.v4.begin(), l.v4.end(), [&](const auto& b) {
+            return b.secondary && Kernel::sameSubnet(b, gone);
+         });
+         if (promoted != l.v4.end()) {
+            Kernel::Addr4 p = *promoted;
+            l.v4.erase(promoted);
+            p.secondary = false;
+            l.v4.insert(std::find_if(l.v4.begin(), l.v4.end(), [](const auto& b) { return b.secondary; }), p);
+            tell(Kernel::v4Record(ifindex, p, false));
+         }
+      }
+   }
+}
+
+// One IPv6 address added tentative, its DAD done, its flag changed, or
+// deleted.
+template <class Tell>
+void changeAddr6(Kernel::Link& l, int ifindex, std::mt19937& random, const Tell& tell) {
+   const std::uint32_t x = 1 + random() % 4;
+   auto at = l.v6.find(x);
+   if (at == l.v6.end()) {
+      Kernel::Addr6 a{false, random() % 3 == 0 ? 1 + std::uint32_t(random() % 3) : 0u,
+                      random() % 4 == 0};
+      l.v6[x] = a;
+      tell(Kernel::v6Record(ifindex, x, a, false));
+   } else if (!at->second.usable && random() % 2 == 0) {
+      at->second.usable = true;
+      tell(Kernel::v6Record(ifindex, x, at->second, false));
+   } else if (random() % 3 == 0) {
+      at->second.noPrefixRoute = !at->second.noPrefixRoute;
+      tell(Kernel::v6Record(ifindex, x, at->second, false));
+   } else {
+      tell(Kernel::v6Record(ifindex, x, at->second, true));
+      l.v6.erase(at);
+   }
+}
+
+// What the kernel's state implies, derived here independently.
+Platform expectedOf(const Kernel& kernel) {
+   Platform expected;
+   for (const auto& [i, l] : kernel.links) {
+      if (i == 1) {
+         continue;  // the loopback is no routed interface
+      }
+      const Ovel::IntfId intf("ns:" + l.name);
+      expected.interfaces[intf] = l.name;
+      if (l.up) {
+         expected.devices.insert(l.name);
+      }
+      if (!l.v4.empty()) {
+         Platform::V4& s = expected.v4[intf];
+         s.bc = l.bc && kernel.allBc;
+         s.active = engineAddr(l.v4.front());  // the primaries come first
+         for (const auto& a : l.v4) {
+            if (engineAddr(a) != s.active) {
+               s.secondaries.insert(engineAddr(a));
+            }
+         }
+         // A /32 peer that is an own address of the link gives way to it.
+         for (const auto& a : l.v4) {
+            const auto peer = peerPrefix(a);
+            const bool own = peer && peer->len() == 32 &&
+                             std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
+                                return engineAddr(b).addr() == peer->addr();
+                             });
+            if (peer && !own) {
+               s.peers.insert(*peer);
+            }
+         }
+      }
+      for (const auto& [x, a] : l.v6) {
+         if (a.usable) {
+            Platform::V6& s = expected.v6[intf];
+            s.addrs.insert(v6(0, x, a.noPrefixRoute ? 128 : 64));
+            if (a.peer) {
+               s.peers.insert(v6(1, a.peer, 128));
+            }
+         }
+      }
+   }
+   return expected;
+}
+
+void expectSame(const Platform& platform, const Platform& expected, int step) {
+   ASSERT_EQ(platform.interfaces, expected.interfaces) << "step " << step;
+   ASSERT_EQ(platform.devices, expected.devices) << "step " << step;
+   ASSERT_EQ(platform.v4.size(), expected.v4.size()) << "step " << step;
+   for (const auto& [intf, s] : expected.v4) {
+      const auto& p = platform.v4.at(intf);
+      ASSERT_EQ(p.active, s.active) << intf << " step " << step;
+      ASSERT_EQ(p.secondaries, s.secondaries) << intf << " step " << step;
+      ASSERT_EQ(p.peers, s.peers) << intf << " step " << step;
+      ASSERT_EQ(p.bc, s.bc) << intf << " step " << step;
+   }
+   ASSERT_EQ(platform.v6.size(), expected.v6.size()) << "step " << step;
+   for (const auto& [intf, s] : expected.v6) {
+      ASSERT_EQ(platform.v6.at(intf).addrs, s.addrs) << intf << " step " << step;
+      ASSERT_EQ(platform.v6.at(intf).peers, s.peers) << intf << " step " << step;
+   }
+}
+
 TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLostMessages) {
    for (unsigned seed = 1; seed <= 40; ++seed) {
       SCOPED_TRACE("seed " + std::to_string(seed));
@@ -262,73 +403,10 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
          } else if (what < 18 && ifindex != 1) {
             l.name = "e" + std::to_string(nextName++);
             tell(Kernel::linkRecord(ifindex, l));
-         } else if (what < 55) {  // an IPv4 address added, changed or deleted, as the kernel does it
-            Kernel::Addr4 a{std::uint32_t(0x0A000000u | (random() % 3) << 8 | (1 + random() % 4)), 24, false};
-            if (random() % 4 == 0) {  // point to point
-               // Sometimes an address of the link's own.
-               a.peer = std::uint32_t(0x0A000000u | (random() % 5) << 8 | (random() % 4));
-               if (a.peer == a.addr) {
-                  a.peer = 0;  // IFA_ADDRESS equal to IFA_LOCAL: an ordinary address
-               }
-               a.len = random() % 2 == 0 ? 32 : 30;
-            } else {
-               a.len = std::array{24, 24, 32, 4}[random() % 4];  // /4: a subnet in 0.0.0.0/8
-            }
-            a.noPrefixRoute = random() % 5 == 0;
-            auto at = std::find_if(l.v4.begin(), l.v4.end(), [&](const auto& b) { return b.same(a); });
-            const bool refused = std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
-               return !b.same(a) && b.addr == a.addr && Kernel::sameSubnet(a, b);  // EEXIST
-            });
-            if (refused) {
-               continue;
-            }
-            if (at == l.v4.end()) {
-               a.secondary = std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
-                  return !b.secondary && Kernel::sameSubnet(a, b);
-               });
-               auto pos = a.secondary ? l.v4.end()
-                                      : std::find_if(l.v4.begin(), l.v4.end(),
-                                                     [](const auto& b) { return b.secondary; });
-               l.v4.insert(pos, a);
-               tell(Kernel::v4Record(ifindex, a, false));
-            } else if (random() % 3 == 0) {  // `ip addr change`: the flag turned
-               at->noPrefixRoute = !at->noPrefixRoute;
-               tell(Kernel::v4Record(ifindex, *at, false));
-            } else {
-               const Kernel::Addr4 gone = *at;
-               l.v4.erase(at);
-               tell(Kernel::v4Record(ifindex, gone, true));
-               if (!gone.secondary) {  // promote_secondaries: the first one of the subnet
-                  auto promoted = std::find_if(l.v4.begin(), l.v4.end(), [&](const auto& b) {
-                     return b.secondary && Kernel::sameSubnet(b, gone);
-                  });
-                  if (promoted != l.v4.end()) {
-                     Kernel::Addr4 p = *promoted;
-                     l.v4.erase(promoted);
-                     p.secondary = false;
-                     l.v4.insert(std::find_if(l.v4.begin(), l.v4.end(), [](const auto& b) { return b.secondary; }), p);
-                     tell(Kernel::v4Record(ifindex, p, false));
-                  }
-               }
-            }
-         } else if (what < 80) {  // IPv6: added tentative, DAD done, flags changed, or deleted
-            const std::uint32_t x = 1 + random() % 4;
-            auto at = l.v6.find(x);
-            if (at == l.v6.end()) {
-               Kernel::Addr6 a{false, random() % 3 == 0 ? 1 + std::uint32_t(random() % 3) : 0u,
-                               random() % 4 == 0};
-               l.v6[x] = a;
-               tell(Kernel::v6Record(ifindex, x, a, false));
-            } else if (!at->second.usable && random() % 2 == 0) {
-               at->second.usable = true;
-               tell(Kernel::v6Record(ifindex, x, at->second, false));
-            } else if (random() % 3 == 0) {
-               at->second.noPrefixRoute = !at->second.noPrefixRoute;
-               tell(Kernel::v6Record(ifindex, x, at->second, false));
-            } else {
-               tell(Kernel::v6Record(ifindex, x, at->second, true));
-               l.v6.erase(at);
-            }
+         } else if (what < 55) {
+            changeAddr4(l, ifindex, random, tell);
+         } else if (what < 80) {
+            changeAddr6(l, ifindex, random, tell);
          } else if (what < 86) {
             l.bc = !l.bc;
             if (!lost) {
@@ -349,63 +427,7 @@ TEST(NamespaceFeedTest, PublishedStateFollowsTheKernelThroughRandomChangesAndLos
          if (lost) {
             continue;
          }
-         // What the kernel's state implies, derived here independently.
-         Platform expected;
-         for (const auto& [i, l] : kernel.links) {
-            if (i == 1) {
-               continue;  // the loopback is no routed interface
-            }
-            const Ovel::IntfId intf("ns:" + l.name);
-            expected.interfaces[intf] = l.name;
-            if (l.up) {
-               expected.devices.insert(l.name);
-            }
-            if (!l.v4.empty()) {
-               Platform::V4& s = expected.v4[intf];
-               s.bc = l.bc && kernel.allBc;
-               s.active = engineAddr(l.v4.front());  // the primaries come first
-               for (const auto& a : l.v4) {
-                  if (engineAddr(a) != s.active) {
-                     s.secondaries.insert(engineAddr(a));
-                  }
-               }
-               // A /32 peer that is an own address of the link gives way to it.
-               for (const auto& a : l.v4) {
-                  const auto peer = peerPrefix(a);
-                  const bool own = peer && peer->len() == 32 &&
-                                   std::any_of(l.v4.begin(), l.v4.end(), [&](const auto& b) {
-                                      return engineAddr(b).addr() == peer->addr();
-                                   });
-                  if (peer && !own) {
-                     s.peers.insert(*peer);
-                  }
-               }
-            }
-            for (const auto& [x, a] : l.v6) {
-               if (a.usable) {
-                  Platform::V6& s = expected.v6[intf];
-                  s.addrs.insert(v6(0, x, a.noPrefixRoute ? 128 : 64));
-                  if (a.peer) {
-                     s.peers.insert(v6(1, a.peer, 128));
-                  }
-               }
-            }
-         }
-         ASSERT_EQ(platform.interfaces, expected.interfaces) << "step " << step;
-         ASSERT_EQ(platform.devices, expected.devices) << "step " << step;
-         ASSERT_EQ(platform.v4.size(), expected.v4.size()) << "step " << step;
-         for (const auto& [intf, s] : expected.v4) {
-            const auto& p = platform.v4.at(intf);
-            ASSERT_EQ(p.active, s.active) << intf << " step " << step;
-            ASSERT_EQ(p.secondaries, s.secondaries) << intf << " step " << step;
-            ASSERT_EQ(p.peers, s.peers) << intf << " step " << step;
-            ASSERT_EQ(p.bc, s.bc) << intf << " step " << step;
-         }
-         ASSERT_EQ(platform.v6.size(), expected.v6.size()) << "step " << step;
-         for (const auto& [intf, s] : expected.v6) {
-            ASSERT_EQ(platform.v6.at(intf).addrs, s.addrs) << intf << " step " << step;
-            ASSERT_EQ(platform.v6.at(intf).peers, s.peers) << intf << " step " << step;
-         }
+         ASSERT_NO_FATAL_FAILURE(expectSame(platform, expectedOf(kernel), step));
       }
    }
 }
