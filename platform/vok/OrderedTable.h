@@ -153,18 +153,7 @@ class OrderedTable {
    // keeping order. Both are empty and sized with reserve(); as in a
    // growth, each entry goes to its home slot or just after the entry before
    // it, without the search an insertion makes.
-   void splitInto(std::uint32_t upperBit, OrderedTable& lower, OrderedTable& upper) {
-      VOK_ASSERT(lower.empty() && upper.empty(), "splitInto: the halves must start empty");
-      std::size_t next[2] = {0, 0};
-      for (std::size_t i = 0; i < length_; ++i) {
-         if (usedAt(i)) {
-            const std::uint32_t hash = hashAt(i);
-            const bool up = (hash & upperBit) != 0;
-            OrderedTable& half = up ? upper : lower;
-            next[up] = half.put(std::max(half.home(hash), next[up]), hash, std::move(entryAt(i)));
-         }
-      }
-   }
+   void splitInto(std::uint32_t upperBit, OrderedTable& lower, OrderedTable& upper);
    // The hashes of the first and last entries; the table must not be empty.
    std::pair<std::uint32_t, std::uint32_t> hashRange() const {
       VOK_ASSERT(size_ != 0, "hashRange of an empty table");
@@ -383,45 +372,7 @@ private:
    bool ordersLast(std::uint32_t hash) const noexcept { return size_ == 0 || hash > lastHash_; }
 
    template <class... Args>
-   std::size_t insertSlot(const K& key, std::uint32_t hash, Args&&... args) {
-      if (full()) {
-         rehash(grownCapacity());
-      }
-      if (ordersLast(hash)) {
-         // Where inserting in sorted order puts it: at home, or right after
-         // the last entry, whose run reaches any home before it.
-         const std::size_t slot = size_ == 0 ? home(hash) : std::max(home(hash), std::size_t{last_} + 1);
-         while (slot >= length_) {
-            extendTail();
-         }
-         build(slot, hash, key, std::forward<Args>(args)...);
-         return slot;
-      }
-      std::size_t slot, freeSlot;
-      for (;;) {
-         slot = home(hash);
-         while (slot < length_ && usedAt(slot) && before(slot, hash, key)) {
-            ++slot;
-         }
-         freeSlot = slot;
-         while (freeSlot < length_ && usedAt(freeSlot)) {
-            ++freeSlot;
-         }
-         if (freeSlot - home(hash) <= kLongProbe || size_ < capacity_ / 8) {
-            break;
-         }
-         rehash(grownCapacity());
-      }
-      if (freeSlot == length_) {
-         extendTail();
-      }
-      shiftUp(slot, freeSlot);
-      if (last_ >= slot && last_ < freeSlot) {
-         ++last_;  // the last entry moved up with its run
-      }
-      build(slot, hash, key, std::forward<Args>(args)...);
-      return slot;
-   }
+   std::size_t insertSlot(const K& key, std::uint32_t hash, Args&&... args);
 
    // Builds key -> V(args...) in the free slot `slot`.
    template <class... Args>
@@ -442,64 +393,15 @@ private:
       }
    }
 
-   void eraseSlot(std::size_t slot) {
-      std::destroy_at(&entryAt(slot));
-      usedAt(slot) = 0;
-      --size_;
-      // Backward shift: displaced successors move up so no gap breaks a
-      // cluster; an entry sitting at its home slot ends the shift.
-      std::size_t end = slot + 1;
-      while (end < length_ && usedAt(end) && home(hashAt(end)) < end) {
-         ++end;
-      }
-      shiftDown(slot, end);
-      if (last_ > slot && last_ < end) {
-         --last_;  // moved down with its run
-      } else if (last_ == slot && size_ != 0) {
-         while (!usedAt(--last_)) {
-         }
-         lastHash_ = hashAt(last_);
-      }
-   }
+   void eraseSlot(std::size_t slot);
 
    // Moves the slots (hole, end) one place down, into the free slot `hole`.
-   void shiftDown(std::size_t hole, std::size_t end) {
-      if (end == hole + 1) {
-         return;
-      }
-      if constexpr (kBytewise) {
-         std::memmove(static_cast<void*>(slots() + hole), static_cast<const void*>(slots() + hole + 1),
-                      (end - hole - 1) * sizeof(Slot));
-         usedAt(end - 1) = 0;
-      } else {
-         for (std::size_t i = hole + 1; i < end; ++i) {
-            moveSlot(i, i - 1);
-         }
-      }
-   }
+   void shiftDown(std::size_t hole, std::size_t end);
 
    // Moves the slots [first, free) one place up, into the free slot `free`.
-   void shiftUp(std::size_t first, std::size_t free) {
-      if constexpr (kBytewise) {
-         // Entries of plain bytes move as one block, hash and occupancy
-         // included; the slot left at `first` is rebuilt by the caller.
-         std::memmove(static_cast<void*>(slots() + first + 1), static_cast<const void*>(slots() + first),
-                      (free - first) * sizeof(Slot));
-         usedAt(first) = 0;
-      } else {
-         for (std::size_t i = free; i > first; --i) {
-            moveSlot(i - 1, i);
-         }
-      }
-   }
+   void shiftUp(std::size_t first, std::size_t free);
 
-   void moveSlot(std::size_t from, std::size_t to) {
-      std::construct_at(placeAt(to), std::move(entryAt(from)));
-      std::destroy_at(&entryAt(from));
-      hashAt(to) = hashAt(from);
-      usedAt(to) = 1;
-      usedAt(from) = 0;
-   }
+   void moveSlot(std::size_t from, std::size_t to);
 
    // A map gives its memory back only once it is empty. Shrinking a
    // partly emptied table is unsafe here: keys erased in iteration order
@@ -519,75 +421,21 @@ private:
    // order inserts keys in sorted order, which is the canonical layout.
    // Both build the new table beside this one and swap only once it is
    // complete: a failed allocation leaves this table as it was.
-   void rehash(std::size_t capacity) {
-      OrderedTable grown;
-      grown.shift_ = shift_;
-      grown.capacity_ = static_cast<std::uint32_t>(capacity);
-      grown.allocate(capacity + tailFor(capacity));
-      grown.adopt(*this, [&grown](std::size_t, std::uint32_t hash, std::size_t next) {
-         return std::max(grown.home(hash), next);
-      });
-      swap(grown);
-   }
+   void rehash(std::size_t capacity);
 
-   void extendTail() {
-      OrderedTable longer;
-      longer.shift_ = shift_;
-      longer.capacity_ = capacity_;
-      longer.allocate(length_ + std::max<std::size_t>(4, length_ / 8));
-      longer.adopt(*this, [](std::size_t slot, std::uint32_t, std::size_t) { return slot; });
-      swap(longer);
-   }
+   void extendTail();
 
    // Moves every entry of `old`, in order, to the slot `place` picks.
    template <class Place>
-   void adopt(OrderedTable& old, Place place) {
-      std::size_t next = 0;
-      for (std::size_t i = 0; i < old.length_; ++i) {
-         if (!old.usedAt(i)) {
-            continue;
-         }
-         next = put(place(i, old.hashAt(i), next), old.hashAt(i), std::move(old.entryAt(i)));
-      }
-   }
+   void adopt(OrderedTable& old, Place place);
 
    // Builds `entry` in `slot`, lengthening the tail to reach it; returns the
    // slot after it.
-   std::size_t put(std::size_t slot, std::uint32_t hash, value_type&& entry) {
-      while (slot >= length_) {
-         extendTail();
-      }
-      std::construct_at(placeAt(slot), std::move(entry));
-      hashAt(slot) = hash;
-      usedAt(slot) = 1;
-      noteIfLast(slot);
-      ++size_;
-      return slot + 1;
-   }
+   std::size_t put(std::size_t slot, std::uint32_t hash, value_type&& entry);
 
-   void allocate(std::size_t length) {
-      VOK_ASSERT(length < 0xFFFFFFFFu, "hash map too large");
-      block_ = static_cast<std::byte*>(::operator new(length * sizeof(Slot)));
-      length_ = static_cast<std::uint32_t>(length);
-      for (std::size_t i = 0; i < length; ++i) {
-         usedAt(i) = 0;
-      }
-   }
+   void allocate(std::size_t length);
 
-   void release() {
-      if (!block_) {
-         return;
-      }
-      for (std::size_t i = 0; i < length_; ++i) {
-         if (usedAt(i)) {
-            std::destroy_at(&entryAt(i));
-         }
-      }
-      ::operator delete(block_);
-      block_ = nullptr;
-      length_ = 0;
-      size_ = 0;
-   }
+   void release();
 
    std::byte* block_ = nullptr;
    std::uint32_t capacity_ = 0;  // home slots; length_ adds the spill tail
@@ -603,3 +451,5 @@ private:
 }  // namespace detail
 
 }  // namespace Vok
+
+#include "platform/vok/OrderedTableSlots.h"
