@@ -5,6 +5,7 @@
 #include <random>
 
 #include "platform/plim/Cursor.h"
+#include "platform/plim/MdbBytes.h"
 #include "platform/plim/RowDatabase.h"
 
 namespace Plim {
@@ -52,8 +53,6 @@ std::uint64_t seqOfKey(const MDB_val& key) {
    }
    return seq;
 }
-
-MDB_val bytesOf(std::string_view text) { return MDB_val{text.size(), const_cast<char*>(text.data())}; }
 
 std::uint64_t newWriterId() {
    std::random_device random;
