@@ -21,26 +21,22 @@ class Ip6IntfSm::VokIp6IntfStatus final : public Vok::Reactor<Ip6::IntfStatus> {
 
 Ip6IntfSm::Ip6IntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip6::IntfStatus> ip6IntfStatus,
                      Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm)
-      : intfId_(intfId),
-        intfBacklog_(std::move(intfBacklog)),
-        intfBacklogSm_(std::move(intfBacklogSm)),
-        reactor_(std::make_unique<VokIp6IntfStatus>(std::move(ip6IntfStatus), *this)) {
+      : AddressMachine(std::move(intfId), std::move(intfBacklog), std::move(intfBacklogSm)) {
+   reactor_ = std::make_unique<VokIp6IntfStatus>(std::move(ip6IntfStatus), *this);
    handleInitialized();
 }
 
 Ip6IntfSm::~Ip6IntfSm() {
    handleIntfDeletion();
-   reactor_->isZombieIs(true);
+   retire();
 }
 
 Vok::Ptr<Ip6IntfSm> ip6IntfSmFactory(Ovel::IntfId intfId,
                                      Vok::Ptr<const Ip6::IntfStatus> ip6IntfStatus,
                                      Vok::Ptr<IntfBacklog> intfBacklog,
                                      Vok::Ptr<IntfBacklogSm> intfBacklogSm) {
-   auto sm = Vok::make<Ip6IntfSm>(intfId, std::move(ip6IntfStatus), std::move(intfBacklog),
-                                  std::move(intfBacklogSm));
-   sm->hasNotificationActiveIs(true);
-   return sm;
+   return activeMachine<Ip6IntfSm>(std::move(intfId), std::move(ip6IntfStatus),
+                                   std::move(intfBacklog), std::move(intfBacklogSm));
 }
 
 const Vok::Ptr<const Ip6::IntfStatus>& Ip6IntfSm::ip6IntfStatus() const noexcept {
@@ -50,14 +46,6 @@ const Vok::Ptr<const Ip6::IntfStatus>& Ip6IntfSm::ip6IntfStatus() const noexcept
 void Ip6IntfSm::ip6IntfStatusIs(Vok::Ptr<const Ip6::IntfStatus> status) {
    reactor_->notifierIs(std::move(status));
 }
-
-void Ip6IntfSm::hasNotificationActiveIs(bool active) { reactor_->hasNotificationActiveIs(active); }
-
-L3::VrfName Ip6IntfSm::vrfName() const {
-   return intfBacklog_ ? intfBacklog_->vrfName() : L3::VrfName();
-}
-
-std::string Ip6IntfSm::describe() const { return describeIntf(vrfName(), intfId_); }
 
 IntfViaSetKeyStatus& Ip6IntfSm::keyStatus() const {
    return *Vok::ValidPtr<IntfViaSetKeyStatus>(intfBacklog_->intfViaSetKeyStatus6());

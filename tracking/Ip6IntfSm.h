@@ -14,12 +14,12 @@
 #include <memory>
 #include <set>
 
-#include "install/IntfBacklogSm.h"
 #include "platform/ip6/Ip6IntfStatus.h"
+#include "tracking/AddressMachine.h"
 
 namespace Routing::ConnectedRoute {
 
-class Ip6IntfSm final : public Vok::Entity {
+class Ip6IntfSm final : public AddressMachine<Ip6::IntfStatus> {
  public:
    Ip6IntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip6::IntfStatus> ip6IntfStatus,
              Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm);
@@ -34,31 +34,19 @@ class Ip6IntfSm final : public Vok::Entity {
    void handleIntfDeletion();
    void updateIntfIdsByPrefix(const Ovel::Ip6AddrWithMask& addr, bool del);
 
-   const Ovel::IntfId& intfId() const noexcept { return intfId_; }
    const Vok::Ptr<const Ip6::IntfStatus>& ip6IntfStatus() const noexcept;
    // Watches another status object: its peer prefixes are synced, its
    // addresses not replayed.
    void ip6IntfStatusIs(Vok::Ptr<const Ip6::IntfStatus> status);
-   const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
-   const Vok::Ptr<IntfBacklogSm>& intfBacklogSm() const noexcept { return intfBacklogSm_; }
-   bool initialized() const noexcept { return initialized_; }
-   L3::VrfName vrfName() const;
-   void hasNotificationActiveIs(bool active);
 
  private:
    class VokIp6IntfStatus;
 
-   std::string describe() const;
    IntfViaSetKeyStatus& keyStatus() const;
    void updatePeerPrefix(const Ovel::Ip6AddrWithMask& prefix, bool del);
    bool peerPrefixWanted(const Ovel::Ip6AddrWithMask& prefix) const;
 
-   Ovel::IntfId intfId_;
-   Vok::Ptr<IntfBacklog> intfBacklog_;
-   Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
-   std::unique_ptr<VokIp6IntfStatus> reactor_;
    std::set<Ovel::Ip6AddrWithMask> addedPeerPrefixes_;
-   bool initialized_ = false;
 };
 
 Vok::Ptr<Ip6IntfSm> ip6IntfSmFactory(Ovel::IntfId intfId,

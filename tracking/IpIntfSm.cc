@@ -41,26 +41,22 @@ class IpIntfSm::VokIpIntfStatus final : public Vok::Reactor<Ip::IpIntfStatus> {
 
 IpIntfSm::IpIntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip::IpIntfStatus> ipIntfStatus,
                    Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm)
-      : intfId_(intfId),
-        intfBacklog_(std::move(intfBacklog)),
-        intfBacklogSm_(std::move(intfBacklogSm)),
-        reactor_(std::make_unique<VokIpIntfStatus>(std::move(ipIntfStatus), *this)) {
+      : AddressMachine(std::move(intfId), std::move(intfBacklog), std::move(intfBacklogSm)) {
+   reactor_ = std::make_unique<VokIpIntfStatus>(std::move(ipIntfStatus), *this);
    handleInitialized();
 }
 
 IpIntfSm::~IpIntfSm() {
    handleIntfDeletion();
-   reactor_->isZombieIs(true);
+   retire();
 }
 
 Vok::Ptr<IpIntfSm> ipIntfSmFactory(Ovel::IntfId intfId,
                                    Vok::Ptr<const Ip::IpIntfStatus> ipIntfStatus,
                                    Vok::Ptr<IntfBacklog> intfBacklog,
                                    Vok::Ptr<IntfBacklogSm> intfBacklogSm) {
-   auto sm = Vok::make<IpIntfSm>(intfId, std::move(ipIntfStatus), std::move(intfBacklog),
-                                 std::move(intfBacklogSm));
-   sm->hasNotificationActiveIs(true);
-   return sm;
+   return activeMachine<IpIntfSm>(std::move(intfId), std::move(ipIntfStatus), std::move(intfBacklog),
+                                  std::move(intfBacklogSm));
 }
 
 const Vok::Ptr<const Ip::IpIntfStatus>& IpIntfSm::ipIntfStatus() const noexcept {
@@ -70,14 +66,6 @@ const Vok::Ptr<const Ip::IpIntfStatus>& IpIntfSm::ipIntfStatus() const noexcept 
 void IpIntfSm::ipIntfStatusIs(Vok::Ptr<const Ip::IpIntfStatus> status) {
    reactor_->notifierIs(std::move(status));
 }
-
-void IpIntfSm::hasNotificationActiveIs(bool active) { reactor_->hasNotificationActiveIs(active); }
-
-L3::VrfName IpIntfSm::vrfName() const {
-   return intfBacklog_ ? intfBacklog_->vrfName() : L3::VrfName();
-}
-
-std::string IpIntfSm::describe() const { return describeIntf(vrfName(), intfId_); }
 
 IntfViaSetKeyStatus& IpIntfSm::keyStatus() const {
    return *Vok::ValidPtr<IntfViaSetKeyStatus>(intfBacklog_->intfViaSetKeyStatus4());

@@ -33,12 +33,12 @@
 #include <memory>
 #include <set>
 
-#include "install/IntfBacklogSm.h"
 #include "platform/ip/IpIntfStatus.h"
+#include "tracking/AddressMachine.h"
 
 namespace Routing::ConnectedRoute {
 
-class IpIntfSm final : public Vok::Entity {
+class IpIntfSm final : public AddressMachine<Ip::IpIntfStatus> {
  public:
    IpIntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip::IpIntfStatus> ipIntfStatus,
             Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm);
@@ -56,22 +56,15 @@ class IpIntfSm final : public Vok::Entity {
    void updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del);
    void updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del);
 
-   const Ovel::IntfId& intfId() const noexcept { return intfId_; }
    const Vok::Ptr<const Ip::IpIntfStatus>& ipIntfStatus() const noexcept;
    // Watches another status object and replays its active address and
    // directed-broadcast setting (not its secondaries).
    void ipIntfStatusIs(Vok::Ptr<const Ip::IpIntfStatus> status);
-   const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
-   const Vok::Ptr<IntfBacklogSm>& intfBacklogSm() const noexcept { return intfBacklogSm_; }
    const Ovel::IpAddrWithMask& prevActiveAddrWithMask() const noexcept { return prevActiveAddr_; }
-   bool initialized() const noexcept { return initialized_; }
-   L3::VrfName vrfName() const;
-   void hasNotificationActiveIs(bool active);
 
  private:
    class VokIpIntfStatus;
 
-   std::string describe() const;
    void add(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr,
             Fib::RouteType type, Rib::ViaSetKey viaSetKey);
    void remove(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr);
@@ -87,17 +80,12 @@ class IpIntfSm final : public Vok::Entity {
                                   const Ovel::IpGenAddrWithMask& genAddr, bool withNetwork,
                                   bool withBroadcast, bool del);
 
-   Ovel::IntfId intfId_;
-   Vok::Ptr<IntfBacklog> intfBacklog_;
-   Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
-   std::unique_ptr<VokIpIntfStatus> reactor_;
    Ovel::IpAddrWithMask prevActiveAddr_;
    // Secondaries whose entries this machine added and has not removed: an
    // address that is also the active address gives back only its count
    // while the other role holds, and only a role that was counted can.
    std::set<Ovel::IpAddrWithMask> countedSecondaries_;
    std::set<Ovel::IpAddrWithMask> addedPeerPrefixes_;
-   bool initialized_ = false;
 };
 
 // Builds a machine with its notifications active (the initial sweep runs in

@@ -1,0 +1,55 @@
+// What the IPv4 and IPv6 address machines share: the interface they serve,
+// the VRF's store and installer, the reactor that watches the interface's
+// status, and how a machine is built active and retired.
+//
+//   class IpIntfSm final : public AddressMachine<Ip::IpIntfStatus> { ... };
+//   auto sm = activeMachine<IpIntfSm>(intfId, status, store, installer);
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "install/IntfBacklogSm.h"
+#include "tracking/ConnectedRouteTrace.h"
+
+namespace Routing::ConnectedRoute {
+
+template <class Status>
+class AddressMachine : public Vok::Entity {
+ public:
+   const Ovel::IntfId& intfId() const noexcept { return intfId_; }
+   const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
+   const Vok::Ptr<IntfBacklogSm>& intfBacklogSm() const noexcept { return intfBacklogSm_; }
+   bool initialized() const noexcept { return initialized_; }
+   L3::VrfName vrfName() const { return intfBacklog_ ? intfBacklog_->vrfName() : L3::VrfName(); }
+   void hasNotificationActiveIs(bool active) { reactor_->hasNotificationActiveIs(active); }
+
+ protected:
+   AddressMachine(Ovel::IntfId intfId, Vok::Ptr<IntfBacklog> intfBacklog,
+                  Vok::Ptr<IntfBacklogSm> intfBacklogSm)
+         : intfId_(std::move(intfId)),
+           intfBacklog_(std::move(intfBacklog)),
+           intfBacklogSm_(std::move(intfBacklogSm)) {}
+   // The machine's own destructor withdraws what it added, then retires:
+   // its reactor hears nothing more.
+   void retire() { reactor_->isZombieIs(true); }
+   std::string describe() const { return describeIntf(vrfName(), intfId_); }
+
+   Ovel::IntfId intfId_;
+   Vok::Ptr<IntfBacklog> intfBacklog_;
+   Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
+   // Built by the machine, which the reactor calls back.
+   std::unique_ptr<Vok::Reactor<Status>> reactor_;
+   bool initialized_ = false;
+};
+
+// Builds a machine with its notifications active (its initial sweep runs in
+// its constructor).
+template <class Machine, class... Args>
+Vok::Ptr<Machine> activeMachine(Args&&... args) {
+   auto machine = Vok::make<Machine>(std::forward<Args>(args)...);
+   machine->hasNotificationActiveIs(true);
+   return machine;
+}
+
+}  // namespace Routing::ConnectedRoute
