@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "app/read/PublishedRows.h"
-#include "platform/plim/BytewiseOrder.h"
 #include "platform/plim/SortedWrites.h"
+#include "platform/vok/SameBytes.h"
 
 namespace App {
 
@@ -135,7 +135,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
    }
    const IntfBacklog& store = *container.intfBacklog();
    // In key order and once each, like the tables' own writes.
-   std::sort(watch.changed.begin(), watch.changed.end(), Plim::bytewiseLess<Ovel::IpGenPrefix>);
+   std::sort(watch.changed.begin(), watch.changed.end(), Vok::bytesLess<Ovel::IpGenPrefix>);
    watch.changed.erase(std::unique(watch.changed.begin(), watch.changed.end()), watch.changed.end());
    Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
    std::string value;

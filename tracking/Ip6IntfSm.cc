@@ -124,28 +124,6 @@ bool Ip6IntfSm::peerPrefixWanted(const Ovel::Ip6AddrWithMask& prefix) const {
    return status && status->peerPrefix(prefix) && status->addr(prefix) == Ip6::AddressInfo();
 }
 
-void Ip6IntfSm::handlePeerPrefix(const Ovel::Ip6AddrWithMask& prefix) {
-   const bool wanted = peerPrefixWanted(prefix);
-   if (wanted != addedPeerPrefixes_.contains(prefix)) {
-      updatePeerPrefix(prefix, !wanted);
-   }
-}
-
-void Ip6IntfSm::syncPeerPrefixes() {
-   const auto& status = ip6IntfStatus();
-   const std::set<Ovel::Ip6AddrWithMask> added = addedPeerPrefixes_;
-   for (const auto& prefix : added) {
-      if (!peerPrefixWanted(prefix)) {
-         updatePeerPrefix(prefix, true);
-      }
-   }
-   if (status) {
-      for (const auto& prefix : status->peerPrefix()) {
-         handlePeerPrefix(prefix);
-      }
-   }
-}
-
 void Ip6IntfSm::handleInitialized() {
    VOK_TRACE(connectedRouteTrace(), 0, describe(), "");
    ZIPMARK(1, "handleInitialized", Zipmark::text("vrf=", vrfName().str()));

@@ -19,7 +19,7 @@
 
 namespace Routing::ConnectedRoute {
 
-class Ip6IntfSm final : public AddressMachine<Ip6::IntfStatus> {
+class Ip6IntfSm final : public AddressMachine<Ip6IntfSm, Ip6::IntfStatus> {
  public:
    Ip6IntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip6::IntfStatus> ip6IntfStatus,
              Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm);
@@ -27,10 +27,6 @@ class Ip6IntfSm final : public AddressMachine<Ip6::IntfStatus> {
 
    void handleInitialized();
    void handleIp6Address(const Ovel::Ip6AddrWithMask& addr);
-   void handlePeerPrefix(const Ovel::Ip6AddrWithMask& prefix);
-   // Adds the peer prefixes the status lists and this machine has not added,
-   // and removes the others.
-   void syncPeerPrefixes();
    void handleIntfDeletion();
    void updateIntfIdsByPrefix(const Ovel::Ip6AddrWithMask& addr, bool del);
 
@@ -40,13 +36,13 @@ class Ip6IntfSm final : public AddressMachine<Ip6::IntfStatus> {
    void ip6IntfStatusIs(Vok::Ptr<const Ip6::IntfStatus> status);
 
  private:
+   friend AddressMachine<Ip6IntfSm, Ip6::IntfStatus>;
    class VokIp6IntfStatus;
 
    IntfViaSetKeyStatus& keyStatus() const;
    void updatePeerPrefix(const Ovel::Ip6AddrWithMask& prefix, bool del);
    bool peerPrefixWanted(const Ovel::Ip6AddrWithMask& prefix) const;
 
-   std::set<Ovel::Ip6AddrWithMask> addedPeerPrefixes_;
 };
 
 Vok::Ptr<Ip6IntfSm> ip6IntfSmFactory(Ovel::IntfId intfId,

@@ -270,28 +270,6 @@ bool IpIntfSm::peerPrefixWanted(const Ovel::IpAddrWithMask& prefix) const {
           !countedSecondaries_.contains(prefix);
 }
 
-void IpIntfSm::handlePeerPrefix(const Ovel::IpAddrWithMask& prefix) {
-   const bool wanted = peerPrefixWanted(prefix);
-   if (wanted != addedPeerPrefixes_.contains(prefix)) {
-      updatePeerPrefix(prefix, !wanted);
-   }
-}
-
-void IpIntfSm::syncPeerPrefixes() {
-   const auto& status = ipIntfStatus();
-   const std::set<Ovel::IpAddrWithMask> added = addedPeerPrefixes_;
-   for (const auto& prefix : added) {
-      if (!peerPrefixWanted(prefix)) {
-         updatePeerPrefix(prefix, true);
-      }
-   }
-   if (status) {
-      for (const auto& prefix : status->peerPrefix()) {
-         handlePeerPrefix(prefix);
-      }
-   }
-}
-
 void IpIntfSm::handleInitialized() {
    VOK_TRACE(connectedRouteTrace(), 0, describe(), "");
    ZIPMARK(1, "handleInitialized", Zipmark::text("vrf=", vrfName().str()));

@@ -38,7 +38,7 @@
 
 namespace Routing::ConnectedRoute {
 
-class IpIntfSm final : public AddressMachine<Ip::IpIntfStatus> {
+class IpIntfSm final : public AddressMachine<IpIntfSm, Ip::IpIntfStatus> {
  public:
    IpIntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip::IpIntfStatus> ipIntfStatus,
             Vok::Ptr<IntfBacklog> intfBacklog, Vok::Ptr<IntfBacklogSm> intfBacklogSm);
@@ -48,10 +48,6 @@ class IpIntfSm final : public AddressMachine<Ip::IpIntfStatus> {
    void handleActiveAddress(const Ovel::IpAddrWithMask& addr);
    void handleSecondaryAddress(const Ovel::IpAddrWithMask& addr);
    void handleDirectedBroadcast();
-   void handlePeerPrefix(const Ovel::IpAddrWithMask& prefix);
-   // Adds the peer prefixes the status lists and this machine has not added,
-   // and removes the others.
-   void syncPeerPrefixes();
    void handleIntfDeletion();
    void updateIntfIdsByPrefix(const Ovel::IpAddrWithMask& addr, bool del);
    void updateBcastRoute(const Ovel::IpAddrWithMask& addr, bool del);
@@ -63,6 +59,7 @@ class IpIntfSm final : public AddressMachine<Ip::IpIntfStatus> {
    const Ovel::IpAddrWithMask& prevActiveAddrWithMask() const noexcept { return prevActiveAddr_; }
 
  private:
+   friend AddressMachine<IpIntfSm, Ip::IpIntfStatus>;
    class VokIpIntfStatus;
 
    void add(const Ovel::IpGenPrefix& prefix, const Ovel::IpGenAddrWithMask& addr,
@@ -85,7 +82,6 @@ class IpIntfSm final : public AddressMachine<Ip::IpIntfStatus> {
    // address that is also the active address gives back only its count
    // while the other role holds, and only a role that was counted can.
    std::set<Ovel::IpAddrWithMask> countedSecondaries_;
-   std::set<Ovel::IpAddrWithMask> addedPeerPrefixes_;
 };
 
 // Builds a machine with its notifications active (the initial sweep runs in

@@ -70,6 +70,7 @@ class NamespaceFeed final : public Linux::RtnlListener {
             counts.erase(it);
          }
       }
+      void change(const T& value, bool added) { added ? add(value) : remove(value); }
    };
    struct V4Addr {
       KernelAddress4 kernel;
@@ -118,10 +119,11 @@ class NamespaceFeed final : public Linux::RtnlListener {
       }
       void addV4(const V4Addr& a);
       void delV4(const KernelAddress4& addr);
-      void count(const EngineAddress4& engine);
-      void markPeerOfHost(const Ovel::IpAddrWithMask& addr);
-      void markPeerOfHost(const Ovel::Ip6AddrWithMask& addr);
-      void uncount(const EngineAddress4& engine);
+      // Counts (or uncounts) what one kernel address gives the engine, and
+      // marks what may differ now: the address, its peer prefix, and a
+      // full-length peer prefix equal to its host.
+      void count(const EngineAddress4& engine, bool added);
+      void count(const EngineAddress6& engine, bool added);
       void addV6(const Ovel::Ip6AddrWithMask& kernel, const EngineAddress6& engine);
       void delV6(const Ovel::Ip6AddrWithMask& kernel);
       void clearAddresses();

@@ -4,6 +4,8 @@
 #include "app/live/NamespaceFeed.h"
 
 #include <algorithm>
+#include <optional>
+#include <set>
 
 namespace App {
 
@@ -14,8 +16,8 @@ void NamespaceFeed::Link::addV4(const V4Addr& a) {
          // though a flag may change what it gives the engine.
          const EngineAddress4 before = it->second.engine;
          it->second.engine = a.engine;
-         uncount(before);
-         count(a.engine);
+         count(before, false);
+         count(a.engine, true);
          return;
       }
       delV4(a.kernel);
@@ -36,27 +38,33 @@ void NamespaceFeed::Link::addV4(const V4Addr& a) {
       at = primaries.insert(before, a.kernel);
    }
    v4Index[a.kernel] = V4Place{a.engine, a.secondary, a.scope, at};
-   count(a.engine);
+   count(a.engine, true);
 }
 
-void NamespaceFeed::Link::count(const EngineAddress4& engine) {
-   engine4.add(engine.addr);
-   changed4.insert(engine.addr);
-   markPeerOfHost(engine.addr);
-   if (engine.peer) {
-      peers4.add(*engine.peer);
-      changedPeers4.insert(*engine.peer);
+namespace {
+
+template <class Addr, class Counted>
+void tally(const Addr& addr, const std::optional<Addr>& peer, bool added, int fullLength,
+           Counted& addrs, Counted& peers, std::set<Addr>& changedAddrs, std::set<Addr>& changedPeers) {
+   addrs.change(addr, added);
+   changedAddrs.insert(addr);
+   if (!peers.counts.empty()) {
+      changedPeers.insert(Addr(addr.addr(), std::uint8_t(fullLength)));
+   }
+   if (peer) {
+      peers.change(*peer, added);
+      changedPeers.insert(*peer);
    }
 }
 
-void NamespaceFeed::Link::uncount(const EngineAddress4& engine) {
-   engine4.remove(engine.addr);
-   changed4.insert(engine.addr);
-   markPeerOfHost(engine.addr);
-   if (engine.peer) {
-      peers4.remove(*engine.peer);
-      changedPeers4.insert(*engine.peer);
-   }
+}  // namespace
+
+void NamespaceFeed::Link::count(const EngineAddress4& engine, bool added) {
+   tally(engine.addr, engine.peer, added, 32, engine4, peers4, changed4, changedPeers4);
+}
+
+void NamespaceFeed::Link::count(const EngineAddress6& engine, bool added) {
+   tally(engine.addr, engine.peer, added, 128, engine6, peers6, changed6, changedPeers6);
 }
 
 void NamespaceFeed::Link::delV4(const KernelAddress4& addr) {
@@ -67,22 +75,10 @@ void NamespaceFeed::Link::delV4(const KernelAddress4& addr) {
    const EngineAddress4 engine = it->second.engine;
    (it->second.secondary ? kernelSecondaries : primaries).erase(it->second.at);
    v4Index.erase(it);
-   uncount(engine);
+   count(engine, false);
 }
 
 // A peer prefix equal to an address's host may now be wanted or not.
-void NamespaceFeed::Link::markPeerOfHost(const Ovel::IpAddrWithMask& addr) {
-   if (!peers4.counts.empty()) {
-      changedPeers4.insert(Ovel::IpAddrWithMask(addr.addr(), 32));
-   }
-}
-
-void NamespaceFeed::Link::markPeerOfHost(const Ovel::Ip6AddrWithMask& addr) {
-   if (!peers6.counts.empty()) {
-      changedPeers6.insert(Ovel::Ip6AddrWithMask(addr.addr(), 128));
-   }
-}
-
 void NamespaceFeed::Link::addV6(const Ovel::Ip6AddrWithMask& kernel, const EngineAddress6& engine) {
    if (auto it = v6.find(kernel); it != v6.end()) {
       if (it->second == engine) {
@@ -91,13 +87,7 @@ void NamespaceFeed::Link::addV6(const Ovel::Ip6AddrWithMask& kernel, const Engin
       delV6(kernel);
    }
    v6.emplace(kernel, engine);
-   engine6.add(engine.addr);
-   changed6.insert(engine.addr);
-   markPeerOfHost(engine.addr);
-   if (engine.peer) {
-      peers6.add(*engine.peer);
-      changedPeers6.insert(*engine.peer);
-   }
+   count(engine, true);
 }
 
 void NamespaceFeed::Link::delV6(const Ovel::Ip6AddrWithMask& kernel) {
@@ -107,13 +97,7 @@ void NamespaceFeed::Link::delV6(const Ovel::Ip6AddrWithMask& kernel) {
    }
    const EngineAddress6 engine = it->second;
    v6.erase(it);
-   engine6.remove(engine.addr);
-   changed6.insert(engine.addr);
-   markPeerOfHost(engine.addr);
-   if (engine.peer) {
-      peers6.remove(*engine.peer);
-      changedPeers6.insert(*engine.peer);
-   }
+   count(engine, false);
 }
 
 void NamespaceFeed::Link::clearAddresses() {

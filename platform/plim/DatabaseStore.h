@@ -22,11 +22,11 @@
 #include <type_traits>
 #include <vector>
 
-#include "platform/plim/BytewiseOrder.h"
 #include "platform/plim/Cursor.h"
 #include "platform/plim/RowDatabase.h"
 #include "platform/plim/SortedWrites.h"
 #include "platform/plim/Store.h"
+#include "platform/vok/SameBytes.h"
 
 namespace Plim {
 
@@ -156,7 +156,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       }
       // Stable: of a key's changes, the last stays last.
       std::stable_sort(changes_.begin(), changes_.end(), [](const Change& a, const Change& b) {
-         return bytewiseLess(a.key, b.key);
+         return Vok::bytesLess(a.key, b.key);
       });
       SortedWrites writes(*db_, *rows_);
       ChangeLog& log = db_->changeLog();

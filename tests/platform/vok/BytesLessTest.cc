@@ -1,6 +1,6 @@
-// bytewiseLess orders objects exactly as memcmp orders their bytes, for
+// bytesLess orders objects exactly as memcmp orders their bytes, for
 // sizes with and without a tail shorter than a word.
-#include "platform/plim/BytewiseOrder.h"
+#include "platform/vok/SameBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -24,12 +24,12 @@ void checkAgainstMemcmp(unsigned seed) {
          b[random() % N] = static_cast<unsigned char>(random());
       }
       const int expected = std::memcmp(a.data(), b.data(), N);
-      ASSERT_EQ(Plim::bytewiseLess(a, b), expected < 0) << "size " << N << " case " << i;
-      ASSERT_EQ(Plim::bytewiseLess(b, a), expected > 0) << "size " << N << " case " << i;
+      ASSERT_EQ(Vok::bytesLess(a, b), expected < 0) << "size " << N << " case " << i;
+      ASSERT_EQ(Vok::bytesLess(b, a), expected > 0) << "size " << N << " case " << i;
    }
 }
 
-TEST(BytewiseOrder, OrdersAsMemcmpDoes) {
+TEST(SameBytes, OrdersAsMemcmpDoes) {
    checkAgainstMemcmp<1>(1);
    checkAgainstMemcmp<8>(2);
    checkAgainstMemcmp<13>(3);
