@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstring>
@@ -98,7 +97,7 @@ class LiveLoop {
    void tellServiceManager();
    void readSettingsWhenDue();
    std::string metricsText() const;
-   int epollTimeout() const;
+   int epollTimeout();
    void dumpOnce();
    bool handleEvents();
 
@@ -185,17 +184,13 @@ std::string LiveLoop::metricsText() const {
    return text.str();
 }
 
-double monotonicSeconds() {
-   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
 void LiveLoop::tellServiceManager() {
    const Host::Totals totals = host_->totals();
    const std::size_t ready = host_->readyVrfs().size();
    notifier_.statusIs("VRFs served " + std::to_string(totals.vrfs) + ", ready " + std::to_string(ready) +
                             ", routes " + std::to_string(totals.routes) + ", backlog " +
                             std::to_string(totals.backlog),
-                      monotonicSeconds());
+                      clock_.now());
    if (namespaces_->everythingReady()) {
       notifier_.ready();
    }
@@ -207,7 +202,7 @@ void LiveLoop::tellServiceManager() {
 constexpr double kSettingsPeriod = 1.0;
 
 void LiveLoop::readSettingsWhenDue() {
-   const double now = monotonicSeconds();
+   const double now = clock_.now();
    if (now < nextSettingsRead_) {
       return;
    }
@@ -218,8 +213,8 @@ void LiveLoop::readSettingsWhenDue() {
 // Until the next clock, the next message to the service manager, the next
 // read of the settings, or the next try of a namespace, whichever comes
 // first.
-int LiveLoop::epollTimeout() const {
-   const double now = monotonicSeconds();
+int LiveLoop::epollTimeout() {
+   const double now = clock_.now();
    std::optional<double> next = host_->secondsToNextClock();
    if (const auto message = notifier_.secondsToNextMessage(now)) {
       next = next ? std::min(*next, *message) : *message;
@@ -295,9 +290,9 @@ int LiveLoop::run() {
          namespaces_->rescan();
       }
       host_->runDueClocks();
-      notifier_.tick(monotonicSeconds());
+      notifier_.tick(clock_.now());
       readSettingsWhenDue();
-      metrics_.writeIfDue(monotonicSeconds(), [this] { return metricsText(); });
+      metrics_.writeIfDue(clock_.now(), [this] { return metricsText(); });
    }
 }
 
