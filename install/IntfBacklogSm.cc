@@ -61,13 +61,9 @@ IntfBacklogSm::IntfBacklogSm(L3::VrfName vrfName, VrfId vrfId, Vok::ActivityMana
         vrfId_(vrfId),
         ipStatus_(std::move(ipStatus)),
         ip6Status_(std::move(ip6Status)),
-        ipv4ViaConfig_(std::move(ipv4ViaConfig)),
-        route4Config_(std::move(route4Config)),
-        route4OrmoConfig_(std::move(route4OrmoConfig)),
-        ipv6ViaConfig_(std::move(ipv6ViaConfig)),
-        route6Config_(std::move(route6Config)),
-        route6OrmoConfig_(std::move(route6OrmoConfig)),
-        viaSetConfig_(std::move(viaSetConfig)),
+        tables_{{std::move(ipv4ViaConfig), std::move(route4Config), std::move(route4OrmoConfig)},
+                {std::move(ipv6ViaConfig), std::move(route6Config), std::move(route6OrmoConfig)},
+                std::move(viaSetConfig)},
         intfBacklog_(std::move(intfBacklog)) {
    if (systemClock) {
       backlogClock_ = std::make_unique<Vok::Clock>(*systemClock, [this] { handleBacklog(); });
@@ -262,24 +258,22 @@ void IntfBacklogSm::reserveRouteTables() {
    if (vrfScaleToggle().enabled()) {
       return;  // the query tables serve every VRF: no one VRF knows their size
    }
-   if (route4Config_) {
-      route4Config_->reserveRoutes(intfBacklog_->listedCount(Ovel::AddressFamily::ipv4));
-   }
-   if (route6Config_) {
-      route6Config_->reserveRoutes(intfBacklog_->listedCount(Ovel::AddressFamily::ipv6));
+   for (const Ovel::AddressFamily af : {Ovel::AddressFamily::ipv4, Ovel::AddressFamily::ipv6}) {
+      if (const auto& routeConfig = tables_.of(af).routeConfig) {
+         routeConfig->reserveRoutes(intfBacklog_->listedCount(af));
+      }
    }
 }
 
 ConnectedRouteProperty IntfBacklogSm::installedProperty(const Ovel::IpGenPrefix& prefix) const {
-   const bool v4 = prefix.af() == Ovel::AddressFamily::ipv4;
+   const FamilyRibTables& tables = tables_.of(prefix.af());
    if (vrfScaleToggle().enabled()) {
-      const auto& table = v4 ? route4OrmoConfig_ : route6OrmoConfig_;
-      const Rib::IpRibRouteOrq* row =
-            Vok::ValidPtr<Rib::IpRibRouteOrqTable>(table)->row(Rib::OrqKey{vrfId_, prefix});
+      const Rib::IpRibRouteOrq* row = Vok::ValidPtr<Rib::IpRibRouteOrqTable>(tables.queryTable)
+                                            ->row(Rib::OrqKey{vrfId_, prefix});
       return row ? ConnectedRouteProperty(row->route().routeType, row->route().viaSetKey)
                  : ConnectedRouteProperty();
    }
-   Vok::ValidPtr<Rib::RouteConfig> table(v4 ? route4Config_ : route6Config_);
+   Vok::ValidPtr<Rib::RouteConfig> table(tables.routeConfig);
    try {
       const Rib::Route* route = table->route(prefix);
       return route ? ConnectedRouteProperty(route->routeType, route->viaSetKey)
@@ -306,9 +300,8 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    const Ovel::AddressFamily af = prefix.af();
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
              "intf=" << key.intfId() << " pfx=" << prefix << " af=" << static_cast<int>(af));
-   const bool v4 = af == Ovel::AddressFamily::ipv4;
-   Rib::RouteConfig* routeConfig = (v4 ? route4Config_ : route6Config_).get();
-   Rib::IpRibRouteOrqTable* queryTable = (v4 ? route4OrmoConfig_ : route6OrmoConfig_).get();
+   Rib::RouteConfig* routeConfig = tables_.of(af).routeConfig.get();
+   Rib::IpRibRouteOrqTable* queryTable = tables_.of(af).queryTable.get();
 
    const ConnectedRouteProperty installed = installedProperty(prefix);
    // One lookup finds the candidates and where the owner is recorded. The

@@ -16,13 +16,10 @@
 #include <cstdint>
 #include <memory>
 
+#include "install/RibTables.h"
 #include "model/IntfBacklog.h"
 #include "platform/ip/IpIntfStatus.h"
 #include "platform/ip6/Ip6IntfStatus.h"
-#include "platform/rib/IpRibRouteOrqTable.h"
-#include "platform/rib/RouteConfig.h"
-#include "platform/rib/ViaConfig.h"
-#include "platform/rib/ViaSetConfig.h"
 #include "platform/vok/ActivityManager.h"
 
 namespace Routing::ConnectedRoute {
@@ -81,13 +78,19 @@ class IntfBacklogSm final : public Vok::Entity {
    const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
    const Vok::Ptr<const Ip::Status>& ipStatus() const noexcept { return ipStatus_; }
    const Vok::Ptr<const Ip6::Status>& ip6Status() const noexcept { return ip6Status_; }
-   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv4ViaConfig() const noexcept { return ipv4ViaConfig_; }
-   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv6ViaConfig() const noexcept { return ipv6ViaConfig_; }
-   const Vok::Ptr<Rib::RouteConfig>& route4Config() const noexcept { return route4Config_; }
-   const Vok::Ptr<Rib::RouteConfig>& route6Config() const noexcept { return route6Config_; }
-   const Vok::Ptr<Rib::IpRibRouteOrqTable>& route4OrmoConfig() const noexcept { return route4OrmoConfig_; }
-   const Vok::Ptr<Rib::IpRibRouteOrqTable>& route6OrmoConfig() const noexcept { return route6OrmoConfig_; }
-   const Vok::Ptr<Rib::ViaSetConfig>& viaSetConfig() const noexcept { return viaSetConfig_; }
+   // The tables it writes, also one by one.
+   const RibTables& ribTables() const noexcept { return tables_; }
+   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv4ViaConfig() const noexcept { return tables_.ipv4.viaConfig; }
+   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv6ViaConfig() const noexcept { return tables_.ipv6.viaConfig; }
+   const Vok::Ptr<Rib::RouteConfig>& route4Config() const noexcept { return tables_.ipv4.routeConfig; }
+   const Vok::Ptr<Rib::RouteConfig>& route6Config() const noexcept { return tables_.ipv6.routeConfig; }
+   const Vok::Ptr<Rib::IpRibRouteOrqTable>& route4OrmoConfig() const noexcept {
+      return tables_.ipv4.queryTable;
+   }
+   const Vok::Ptr<Rib::IpRibRouteOrqTable>& route6OrmoConfig() const noexcept {
+      return tables_.ipv6.queryTable;
+   }
+   const Vok::Ptr<Rib::ViaSetConfig>& viaSetConfig() const noexcept { return tables_.viaSetConfig; }
    // The store's backlog, which the installer drains in place.
    const IntfBacklog::Backlog& backlog() const;
    // How many prefixes have an installed owner.
@@ -149,13 +152,7 @@ class IntfBacklogSm final : public Vok::Entity {
    std::unique_ptr<Vok::Clock> backlogClock_;
    Vok::Ptr<const Ip::Status> ipStatus_;
    Vok::Ptr<const Ip6::Status> ip6Status_;
-   Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig_;
-   Vok::Ptr<Rib::RouteConfig> route4Config_;
-   Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig_;
-   Vok::Ptr<Rib::Ip::ViaConfig> ipv6ViaConfig_;
-   Vok::Ptr<Rib::RouteConfig> route6Config_;
-   Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig_;
-   Vok::Ptr<Rib::ViaSetConfig> viaSetConfig_;
+   RibTables tables_;
    Vok::Ptr<IntfBacklog> intfBacklog_;
    std::unique_ptr<VokIntfBacklog> intfBacklogReactor_;
    // Entries the store held as false when the installer was built and that

@@ -14,11 +14,9 @@ IntfViaSetKey IntfBacklogSm::findOrCreateViaSetKey(const Ovel::IntfId& intfId,
                 "intf=" << intfId << " af=" << static_cast<int>(af));
    }
    IntfViaSetKeyStatus& keyStatus = keyStatusFor(af);  // any other family: fatal "0"
-   const bool v4 = af == Ovel::AddressFamily::ipv4;
    const IntfViaSetKey* record = keyStatus.intfViaSetKey(intfId);
    if (!record || record->isEmpty()) {
-      doAddViaSet(intfId, *Vok::ValidPtr<Rib::Ip::ViaConfig>(v4 ? ipv4ViaConfig_ : ipv6ViaConfig_),
-                  keyStatus);
+      doAddViaSet(intfId, *Vok::ValidPtr<Rib::Ip::ViaConfig>(tables_.of(af).viaConfig), keyStatus);
       record = keyStatus.intfViaSetKey(intfId);
    }
    return *record;
@@ -31,12 +29,12 @@ void IntfBacklogSm::writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey,
    viaSet.via = Rib::ViaRef{viaKey, rp};
    viaSet.kind = kind;
    viaSet.viaCount = 1;
-   viaSetConfig_->viaSetIs(viaSet);
+   tables_.viaSetConfig->viaSetIs(viaSet);
 }
 
 void IntfBacklogSm::doAddViaSet(const Ovel::IntfId& intfId, Rib::Ip::ViaConfig& viaConfig,
                                 IntfViaSetKeyStatus& keyStatus) {
-   Vok::ValidPtr<Rib::ViaSetConfig> viaSets(viaSetConfig_);
+   Vok::ValidPtr<Rib::ViaSetConfig> viaSets(tables_.viaSetConfig);
    const Rib::RoutingProtocol rp = viaConfig.rp();
    const Rib::ViaKey viaKey = viaConfig.newViaKey();
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
@@ -81,9 +79,9 @@ void IntfBacklogSm::delViaSetKey(const Ovel::IntfId& intfId, Ovel::AddressFamily
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(), (v4 ? "ipv4 intf=" : "ipv6 intf=") << intfId);
    for (Rib::ViaSetKey key : {record.viaSetKey(), record.rxViaSetKey(), record.rxBcastViaSetKey(),
                               record.directedBcastViaSetKey()}) {
-      viaSetConfig_->viaSetDel(key);
+      tables_.viaSetConfig->viaSetDel(key);
    }
-   Vok::ValidPtr<Rib::Ip::ViaConfig>(v4 ? ipv4ViaConfig_ : ipv6ViaConfig_)->viaDel(record.viaKey());
+   Vok::ValidPtr<Rib::Ip::ViaConfig>(tables_.of(af).viaConfig)->viaDel(record.viaKey());
    keyStatus.intfViaSetKeyDel(intfId);
 }
 

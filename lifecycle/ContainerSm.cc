@@ -11,6 +11,21 @@ namespace {
 constexpr std::size_t kRouteCollectionSize = 4112;
 constexpr std::size_t kViaCollectionSize = 1028;
 
+constexpr Ovel::AddressFamily kFamilies[] = {Ovel::AddressFamily::ipv4, Ovel::AddressFamily::ipv6};
+
+int ipVersion(Ovel::AddressFamily af) { return af == Ovel::AddressFamily::ipv4 ? 4 : 6; }
+
+}  // namespace
+
+namespace {
+
+void unmount(Vok::Ptr<VokPlim::Mount>& mount) {
+   if (mount) {
+      mount->unmount();
+      mount = nullptr;
+   }
+}
+
 }  // namespace
 
 ContainerSm::ContainerSm(
@@ -28,7 +43,6 @@ ContainerSm::ContainerSm(
       : entityManager_(std::move(entityManager)),
         vrfName_(std::move(vrfName)),
         vrfId_(vrfId),
-        viaSetConfig_(std::move(viaSetConfig)),
         ipStatus_(std::move(ipStatus)),
         ip6Status_(std::move(ip6Status)),
         nameToIdMapWrapper_(std::move(nameToIdMapWrapper)),
@@ -36,10 +50,11 @@ ContainerSm::ContainerSm(
         allIntfStatusDir_(std::move(allIntfStatusDir)),
         allIntfStatusLocalDir_(std::move(allIntfStatusLocalDir)),
         intfStatusManagerRoot_(std::move(intfStatusManagerRoot)),
-        route4OrmoConfig_(std::move(route4OrmoConfig)),
-        route6OrmoConfig_(std::move(route6OrmoConfig)),
         ivoState_(std::move(ivoState)),
-        vrfReadyStatus_(std::move(vrfReadyStatus)) {
+        vrfReadyStatus_(std::move(vrfReadyStatus)),
+        tables_{{nullptr, nullptr, std::move(route4OrmoConfig)},
+                {nullptr, nullptr, std::move(route6OrmoConfig)},
+                std::move(viaSetConfig)} {
    try {
       handleInitialized();
    } catch (...) {
@@ -83,42 +98,48 @@ void ContainerSm::handleInitialized() {
    }
    doKniInit();
    kernelIntfStatusIs(vrfName_, kernelIntfStatusDir_);
-   if (!vrfScaleToggle().enabled()) {
-      route4Mount_ = mountTable(rib4Path(vrfId_), Rib::kRouteConfigType, "route",
-                                kRouteCollectionSize);
-      route4Config_ = route4Mount_->entityAs<Rib::RouteConfig>();
-      route6Mount_ = mountTable(rib6Path(vrfId_), Rib::kRouteConfigType, "route",
-                                kRouteCollectionSize);
-      route6Config_ = route6Mount_->entityAs<Rib::RouteConfig>();
-   }
-   via4Mount_ = mountTable(via4Path(vrfId_), Rib::kViaConfigType, "via", kViaCollectionSize);
-   ipv4ViaConfig_ = via4Mount_->entityAs<Rib::Ip::ViaConfig>();
-   ipv4ViaConfig_->transportIs(1);
-   ipv4ViaConfig_->rpIs(Rib::RoutingProtocol::connected);
-   ipv4ViaConfig_->vrfIdIs(vrfId_);
-   via6Mount_ = mountTable(via6Path(vrfId_), Rib::kViaConfigType, "via", kViaCollectionSize);
-   ipv6ViaConfig_ = via6Mount_->entityAs<Rib::Ip::ViaConfig>();
-   ipv6ViaConfig_->transportIs(2);
-   ipv6ViaConfig_->rpIs(Rib::RoutingProtocol::connected);
-   ipv6ViaConfig_->vrfIdIs(vrfId_);
+   mountRibTables();
    VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(),
-             "ipv4ViaConfig: rp " << static_cast<unsigned>(ipv4ViaConfig_->rp()) << " transport "
-                                  << static_cast<unsigned>(ipv4ViaConfig_->transport()) << " vrfId "
-                                  << ipv4ViaConfig_->vrfId());
+             "ipv4ViaConfig: rp " << static_cast<unsigned>(tables_.ipv4.viaConfig->rp()) << " transport "
+                                  << static_cast<unsigned>(tables_.ipv4.viaConfig->transport())
+                                  << " vrfId " << tables_.ipv4.viaConfig->vrfId());
    clearState();  // a restarted agent starts from empty tables
    intfBacklog_ = intfBacklogFactory("", vrfName_);
    Vok::ActivityManager* activity = Vok::activityManager();
    if (!activity) {
       throw std::range_error("null ValidPtr");  // ValidPtr holds entities, the manager is not one
    }
-   intfBacklogSmIs(vrfName_, vrfId_, activity, ipStatus_, ip6Status_, ipv4ViaConfig_,
-                   route4Config_, route4OrmoConfig_, ipv6ViaConfig_, route6Config_,
-                   route6OrmoConfig_, viaSetConfig_, intfBacklog_);
+   intfBacklogSmIs(vrfName_, vrfId_, activity, ipStatus_, ip6Status_, tables_.ipv4.viaConfig,
+                   tables_.ipv4.routeConfig, tables_.ipv4.queryTable, tables_.ipv6.viaConfig,
+                   tables_.ipv6.routeConfig, tables_.ipv6.queryTable, tables_.viaSetConfig,
+                   intfBacklog_);
    vrfIpIntfStatusSmIs(vrfName_, ipStatus_, intfBacklog_, intfBacklogSm_, kernelIntfStatus_,
                        ivoState_, vrfReadyStatus_);
    vrfIp6IntfStatusSmIs(vrfName_, ip6Status_, intfBacklog_, intfBacklogSm_, kernelIntfStatus_,
                         ivoState_, vrfReadyStatus_);
    initialized_ = true;
+}
+
+// The route tables (none under "VrfScaleToggle", which writes the shared
+// query tables), then the via tables, IPv4 before IPv6 in each.
+void ContainerSm::mountRibTables() {
+   if (!vrfScaleToggle().enabled()) {
+      for (const Ovel::AddressFamily af : kFamilies) {
+         Vok::Ptr<VokPlim::Mount>& mount = mountsOf(af).route;
+         mount = mountTable(Rib::routeTablePath(ipVersion(af), vrfId_.value()), Rib::kRouteConfigType,
+                            "route", kRouteCollectionSize);
+         tables_.of(af).routeConfig = mount->entityAs<Rib::RouteConfig>();
+      }
+   }
+   for (const Ovel::AddressFamily af : kFamilies) {
+      Vok::Ptr<VokPlim::Mount>& mount = mountsOf(af).via;
+      mount = mountTable(Rib::viaTablePath(ipVersion(af), vrfId_.value()), Rib::kViaConfigType, "via",
+                         kViaCollectionSize);
+      Rib::Ip::ViaConfig& via = *(tables_.of(af).viaConfig = mount->entityAs<Rib::Ip::ViaConfig>());
+      via.transportIs(static_cast<std::uint8_t>(af));  // the family's number: 1 or 2
+      via.rpIs(Rib::RoutingProtocol::connected);
+      via.vrfIdIs(vrfId_);
+   }
 }
 
 void ContainerSm::doKniInit() {
@@ -156,22 +177,18 @@ void ContainerSm::doKniDelete() {
 }
 
 void ContainerSm::clearState() {
-   for (const auto& via : {ipv4ViaConfig_, ipv6ViaConfig_}) {
-      if (via) {  // absent only in a container whose build stopped early
+   for (const Ovel::AddressFamily af : kFamilies) {
+      if (const auto& via = tables_.of(af).viaConfig) {  // absent only in a container whose build stopped early
          via->viaDelAll();
          via->viaMapDelAll();
       }
    }
-   if (vrfScaleToggle().enabled()) {
-      route4OrmoConfig_->vrfDelAll(vrfId_);
-      route6OrmoConfig_->vrfDelAll(vrfId_);
-      return;
-   }
-   if (route4Mount_ && route4Mount_->mounted()) {
-      route4Config_->routeDelAll();
-   }
-   if (route6Mount_ && route6Mount_->mounted()) {
-      route6Config_->routeDelAll();
+   for (const Ovel::AddressFamily af : kFamilies) {
+      if (vrfScaleToggle().enabled()) {
+         tables_.of(af).queryTable->vrfDelAll(vrfId_);
+      } else if (const auto& mount = mountsOf(af).route; mount && mount->mounted()) {
+         tables_.of(af).routeConfig->routeDelAll();
+      }
    }
 }
 
@@ -179,13 +196,9 @@ void ContainerSm::doCleanup() {
    VOK_TRACE(connectedRouteTrace(), 0, vrfName_.str(), "Cleaning up ContainerSm for vrf " << vrfName_);
    doKniDelete();
    if (!vrfScaleToggle().enabled()) {
-      for (const auto& mount : {route4Mount_, route6Mount_}) {
-         if (mount) {
-            mount->unmount();
-         }
+      for (const Ovel::AddressFamily af : kFamilies) {
+         unmount(mountsOf(af).route);
       }
-      route4Mount_ = nullptr;
-      route6Mount_ = nullptr;
    }
    if (auto v4 = ipStatus_ && intfBacklogSm_ ? ipStatus_->vrfIpIntfStatus(vrfName_) : nullptr) {
       for (auto it = v4->ipIntfStatus().begin(); it != v4->ipIntfStatus().end(); ++it) {
@@ -198,13 +211,9 @@ void ContainerSm::doCleanup() {
       }
    }
    clearState();
-   for (const auto& mount : {via4Mount_, via6Mount_}) {
-      if (mount) {
-         mount->unmount();
-      }
+   for (const Ovel::AddressFamily af : kFamilies) {
+      unmount(mountsOf(af).via);
    }
-   via4Mount_ = nullptr;
-   via6Mount_ = nullptr;
 }
 
 void ContainerSm::hasNotificationActiveIs(bool active) {
@@ -269,13 +278,10 @@ Vok::Ptr<IntfBacklogSm> ContainerSm::intfBacklogSmIs(
                              sm->backlogClock() ? &sm->backlogClock()->manager() : nullptr);
       Vok::checkSameArgument("ipStatus", ipStatus.get(), sm->ipStatus().get());
       Vok::checkSameArgument("ip6Status", ip6Status.get(), sm->ip6Status().get());
-      Vok::checkSameArgument("ipv4ViaConfig", ipv4ViaConfig.get(), sm->ipv4ViaConfig().get());
-      Vok::checkSameArgument("route4Config", route4Config.get(), sm->route4Config().get());
-      Vok::checkSameArgument("route4OrmoConfig", route4OrmoConfig.get(), sm->route4OrmoConfig().get());
-      Vok::checkSameArgument("ipv6ViaConfig", ipv6ViaConfig.get(), sm->ipv6ViaConfig().get());
-      Vok::checkSameArgument("route6Config", route6Config.get(), sm->route6Config().get());
-      Vok::checkSameArgument("route6OrmoConfig", route6OrmoConfig.get(), sm->route6OrmoConfig().get());
-      Vok::checkSameArgument("viaSetConfig", viaSetConfig.get(), sm->viaSetConfig().get());
+      RibTables{{ipv4ViaConfig, route4Config, route4OrmoConfig},
+                {ipv6ViaConfig, route6Config, route6OrmoConfig},
+                viaSetConfig}
+            .checkSameAs(sm->ribTables());
       Vok::checkSameArgument("intfBacklog", intfBacklog.get(), sm->intfBacklog().get());
       return sm;
    }

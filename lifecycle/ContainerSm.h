@@ -78,10 +78,11 @@ class ContainerSm final : public Vok::Entity {
       return kernelIntfStatusDir_;
    }
    const Vok::Ptr<KernelIntfStatus>& kernelIntfStatus() const noexcept { return kernelIntfStatus_; }
-   const Vok::Ptr<Rib::RouteConfig>& route4Config() const noexcept { return route4Config_; }
-   const Vok::Ptr<Rib::RouteConfig>& route6Config() const noexcept { return route6Config_; }
-   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv4ViaConfig() const noexcept { return ipv4ViaConfig_; }
-   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv6ViaConfig() const noexcept { return ipv6ViaConfig_; }
+   const RibTables& ribTables() const noexcept { return tables_; }
+   const Vok::Ptr<Rib::RouteConfig>& route4Config() const noexcept { return tables_.ipv4.routeConfig; }
+   const Vok::Ptr<Rib::RouteConfig>& route6Config() const noexcept { return tables_.ipv6.routeConfig; }
+   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv4ViaConfig() const noexcept { return tables_.ipv4.viaConfig; }
+   const Vok::Ptr<Rib::Ip::ViaConfig>& ipv6ViaConfig() const noexcept { return tables_.ipv6.viaConfig; }
    const Vok::Ptr<IntfBacklog>& intfBacklog() const noexcept { return intfBacklog_; }
    const Vok::Ptr<IntfBacklogSm>& intfBacklogSm() const noexcept { return intfBacklogSm_; }
    const Vok::Ptr<VrfIpIntfStatusSm>& vrfIpIntfStatusSm() const noexcept { return vrfIpIntfStatusSm_; }
@@ -93,6 +94,7 @@ class ContainerSm final : public Vok::Entity {
  private:
    Vok::Ptr<VokPlim::Mount> mountTable(const std::string& path, std::string_view type,
                                        std::string_view collection, std::size_t size);
+   void mountRibTables();
    void clearState();
    // Everything the destructor undoes, in its order; safe on a container
    // whose build stopped half-way.
@@ -102,7 +104,6 @@ class ContainerSm final : public Vok::Entity {
    Vok::Ptr<const Kordb::EntityManager> entityManager_;
    L3::VrfName vrfName_;
    VrfId vrfId_;
-   Vok::Ptr<Rib::ViaSetConfig> viaSetConfig_;
    Vok::Ptr<const Ip::Status> ipStatus_;
    Vok::Ptr<const Ip6::Status> ip6Status_;
    Vok::Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper> nameToIdMapWrapper_;
@@ -110,8 +111,6 @@ class ContainerSm final : public Vok::Entity {
    Vok::Ptr<const Interface::AllIntfStatusDir> allIntfStatusDir_;
    Vok::Ptr<const Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir_;
    Vok::Ptr<Interface::NetNsIntfStatusManagerRoot> intfStatusManagerRoot_;
-   Vok::Ptr<Rib::IpRibRouteOrqTable> route4OrmoConfig_;
-   Vok::Ptr<Rib::IpRibRouteOrqTable> route6OrmoConfig_;
    Vok::Ptr<const IvoState> ivoState_;
    Vok::Ptr<VrfReadyStatus> vrfReadyStatus_;
 
@@ -121,9 +120,16 @@ class ContainerSm final : public Vok::Entity {
    Vok::Ptr<VokPlim::Mount> kniMount_;
    Vok::Ptr<const KernelNetInfo::Status> kniStatus_;
    Vok::Ptr<KernelIntfStatus> kernelIntfStatus_;
-   Vok::Ptr<VokPlim::Mount> route4Mount_, route6Mount_, via4Mount_, via6Mount_;
-   Vok::Ptr<Rib::RouteConfig> route4Config_, route6Config_;
-   Vok::Ptr<Rib::Ip::ViaConfig> ipv4ViaConfig_, ipv6ViaConfig_;
+   // The VRF's RIB tables: the via sets and query tables it is given, the
+   // route and via tables it mounts.
+   RibTables tables_;
+   struct FamilyMounts {
+      Vok::Ptr<VokPlim::Mount> route, via;
+   };
+   FamilyMounts mounts4_, mounts6_;
+   FamilyMounts& mountsOf(Ovel::AddressFamily af) noexcept {
+      return af == Ovel::AddressFamily::ipv4 ? mounts4_ : mounts6_;
+   }
    Vok::Ptr<IntfBacklog> intfBacklog_;
    Vok::Ptr<IntfBacklogSm> intfBacklogSm_;
    Vok::Ptr<VrfIpIntfStatusSm> vrfIpIntfStatusSm_;

@@ -226,18 +226,43 @@ TEST_F(Root, AContainersChildrenAreNotRebuiltFromOtherArguments) {
    EXPECT_EQ(c->kernelIntfStatusIs(c->vrfName(), c->kernelIntfStatusDir()), c->kernelIntfStatus());
    auto otherDir = Vok::make<Interface::DeviceIntfStatusDir>();
    EXPECT_THROW(c->kernelIntfStatusIs(c->vrfName(), otherDir), Vok::ReinstantiationError);
+   // Each table argument in turn swapped for another table (its twin of the
+   // other family): the error names that argument.
    auto sm = c->intfBacklogSm();
-   try {
-      c->intfBacklogSmIs(c->vrfName(), c->vrfId(), &h.am, sm->ipStatus(), sm->ip6Status(),
-                         sm->ipv4ViaConfig(), sm->route4Config(), sm->route4OrmoConfig(),
-                         sm->ipv6ViaConfig(), sm->route6Config(), sm->route6OrmoConfig(),
-                         Rib::ViaSetConfig::create(), sm->intfBacklog());
-      FAIL() << "accepted";
-   } catch (const Vok::ReinstantiationError& e) {
-      EXPECT_TRUE(std::string(e.what()).find("attribute _viaSetConfig has a different value") !=
-                  std::string::npos)
-            << e.what();
+   const RibTables& built = sm->ribTables();
+   struct Swap {
+      const char* attribute;
+      void (*apply)(RibTables&);
+   };
+   const Swap swaps[] = {
+         {"ipv4ViaConfig", [](RibTables& t) { t.ipv4.viaConfig = t.ipv6.viaConfig; }},
+         {"route4Config", [](RibTables& t) { t.ipv4.routeConfig = t.ipv6.routeConfig; }},
+         {"route4OrmoConfig", [](RibTables& t) { t.ipv4.queryTable = t.ipv6.queryTable; }},
+         {"ipv6ViaConfig", [](RibTables& t) { t.ipv6.viaConfig = t.ipv4.viaConfig; }},
+         {"route6Config", [](RibTables& t) { t.ipv6.routeConfig = t.ipv4.routeConfig; }},
+         {"route6OrmoConfig", [](RibTables& t) { t.ipv6.queryTable = t.ipv4.queryTable; }},
+         {"viaSetConfig", [](RibTables& t) { t.viaSetConfig = Rib::ViaSetConfig::create(); }},
+   };
+   for (const Swap& swap : swaps) {
+      RibTables t = built;
+      swap.apply(t);
+      try {
+         c->intfBacklogSmIs(c->vrfName(), c->vrfId(), &h.am, sm->ipStatus(), sm->ip6Status(),
+                            t.ipv4.viaConfig, t.ipv4.routeConfig, t.ipv4.queryTable,
+                            t.ipv6.viaConfig, t.ipv6.routeConfig, t.ipv6.queryTable,
+                            t.viaSetConfig, sm->intfBacklog());
+         ADD_FAILURE() << swap.attribute << " accepted";
+      } catch (const Vok::ReinstantiationError& e) {
+         const std::string expected = std::string("attribute _") + swap.attribute + " has a different value";
+         EXPECT_NE(std::string(e.what()).find(expected), std::string::npos) << e.what();
+      }
    }
+   const RibTables& same = built;
+   EXPECT_EQ(c->intfBacklogSmIs(c->vrfName(), c->vrfId(), &h.am, sm->ipStatus(), sm->ip6Status(),
+                                same.ipv4.viaConfig, same.ipv4.routeConfig, same.ipv4.queryTable,
+                                same.ipv6.viaConfig, same.ipv6.routeConfig, same.ipv6.queryTable,
+                                same.viaSetConfig, sm->intfBacklog()),
+             sm);
    auto w = c->vrfIpIntfStatusSm();
    EXPECT_THROW(c->vrfIpIntfStatusSmIs(c->vrfName(), w->ipStatus(), w->intfBacklog(),
                                        w->intfBacklogSm(), w->kernelIntfStatus(), w->ivoState(),
