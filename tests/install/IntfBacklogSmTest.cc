@@ -197,13 +197,40 @@ TEST_F(Installer, SlicesEndAfterTheQuantumAndResumeAtTheBookmark) {
    EXPECT_EQ(slow.sm->backlogBookmark(), IntfIdAndPrefix());
 }
 
-TEST_F(Installer, ABookmarkThatLeftTheBacklogRestartsAtTheBeginning) {
-   add(e1, "10.1.1.5/24");
-   add(e1, "10.2.2.5/24");
-   h.sm->backlogBookmarkIs(IntfIdAndPrefix(e2, prefix("10.9.0.0/16")));
-   h.drain();
-   EXPECT_EQ(h.tables.route4->routeCount(), 2u);
-   EXPECT_EQ(h.sm->backlogBookmark(), IntfIdAndPrefix());
+// A slice stops at an entry and the next one resumes there, even when
+// entries ordered before it arrived in between; if that entry left the
+// backlog meanwhile, the next slice starts at the beginning.
+TEST_F(Installer, TheNextSliceResumesWhereTheLastStoppedOrAtTheBeginning) {
+   for (const bool bookmarkLeaves : {false, true}) {
+      SCOPED_TRACE(bookmarkLeaves ? "the bookmarked entry leaves" : "the bookmarked entry stays");
+      Testing::InstallerHarness slow(1e-3);  // about 40 entries a slice
+      auto subnet = [](int i) {
+         return std::to_string(10 + i / 200) + "." + std::to_string(i % 200) + ".0.1/16";
+      };
+      for (int i = 0; i < 400; ++i) {
+         slow.addSubnet(e1, subnet(i));
+      }
+      slow.advance(0.04);
+      ASSERT_EQ(slow.sm->handleBacklogCallCount(), 1u);
+      // Drained entries are gone: the slice stopped at the first one left.
+      const IntfIdAndPrefix stoppedAt = slow.store->backlog().begin()->first;
+      for (int i = 400; i < 500; ++i) {
+         slow.addSubnet(e1, subnet(i));
+      }
+      const IntfIdAndPrefix first = slow.store->backlog().begin()->first;
+      ASSERT_NE(first, stoppedAt) << "no new entry ordered before the bookmark";
+      if (bookmarkLeaves) {
+         slow.store->backlogDel(stoppedAt);
+      }
+      slow.advance(0.001);  // the next slice, which was due already
+      ASSERT_EQ(slow.sm->handleBacklogCallCount(), 2u);
+      const bool firstInstalled = slow.tables.route4->route(first.genPrefix()) != nullptr;
+      const bool stoppedAtInstalled = slow.tables.route4->route(stoppedAt.genPrefix()) != nullptr;
+      EXPECT_EQ(firstInstalled, bookmarkLeaves);
+      EXPECT_EQ(stoppedAtInstalled, !bookmarkLeaves);
+      slow.drain();
+      EXPECT_EQ(slow.tables.route4->routeCount(), bookmarkLeaves ? 499u : 500u);
+   }
 }
 
 TEST_F(Installer, TestModeOneDropsEntriesWithoutInstalling) {
