@@ -13,6 +13,7 @@
 #include "app/TableRows.h"
 #include "app/read/TableFollower.h"
 #include "platform/belm/Exceptions.h"
+#include "platform/linux/Fd.h"
 
 namespace App {
 
@@ -27,8 +28,8 @@ class StopSignals {
       sigaddset(&signals_, SIGINT);
       sigaddset(&signals_, SIGTERM);
       sigprocmask(SIG_BLOCK, &signals_, &previous_);
-      fd_ = ::signalfd(-1, &signals_, SFD_CLOEXEC | SFD_NONBLOCK);
-      if (fd_ < 0) {
+      fd_ = Linux::Fd(::signalfd(-1, &signals_, SFD_CLOEXEC | SFD_NONBLOCK));
+      if (fd_.fd < 0) {
          const int error = errno;
          sigprocmask(SIG_SETMASK, &previous_, nullptr);
          throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(error));
@@ -38,18 +39,18 @@ class StopSignals {
       // The signal that stopped the follower is taken here: unblocked, it
       // would end the process before it says how it went.
       signalfd_siginfo info;
-      while (::read(fd_, &info, sizeof info) == sizeof info) {
+      while (::read(fd_.fd, &info, sizeof info) == sizeof info) {
       }
-      ::close(fd_);
+      fd_.close();
       sigprocmask(SIG_SETMASK, &previous_, nullptr);
    }
    StopSignals(const StopSignals&) = delete;
    StopSignals& operator=(const StopSignals&) = delete;
-   int fd() const { return fd_; }
+   int fd() const { return fd_.fd; }
 
  private:
    sigset_t signals_, previous_;
-   int fd_ = -1;
+   Linux::Fd fd_;
 };
 
 class FollowPrinter {

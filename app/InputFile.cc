@@ -8,22 +8,22 @@
 #include <cstring>
 
 #include "app/Scenario.h"
+#include "platform/linux/Fd.h"
 
 namespace App {
 
 std::string readInputFile(const std::string& path, std::size_t limit) {
    // O_NONBLOCK: opening a FIFO must not wait for a writer before it is refused.
-   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+   const Linux::Fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+   const int fd = file.fd;
    if (fd < 0) {
       throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));
    }
    struct stat info {};
    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-      ::close(fd);
       throw ScenarioError(path + ": not a regular file");
    }
    if (static_cast<std::size_t>(info.st_size) > limit) {
-      ::close(fd);
       throw ScenarioError(path + ": too large (" + std::to_string(info.st_size) +
                           " bytes; at most " + std::to_string(limit) + ")");
    }
@@ -36,16 +36,13 @@ std::string readInputFile(const std::string& path, std::size_t limit) {
          continue;
       }
       if (n < 0) {
-         const int error = errno;
-         ::close(fd);
-         throw ScenarioError(path + ": cannot read the file: " + std::strerror(error));
+         throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));
       }
       if (n == 0) {
          break;  // the file shrank while read
       }
       done += static_cast<std::size_t>(n);
    }
-   ::close(fd);
    data.resize(done);
    return data;
 }

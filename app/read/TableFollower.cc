@@ -63,23 +63,23 @@ T decode(std::string_view bytes) {
 TableFollower::TableFollower(const std::string& dir, FollowFilter filter)
       : dir_(dir), reader_(dir), filter_(filter) {
    readVrfs();
-   inotify_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-   if (inotify_ < 0) {
+   inotify_ = Linux::Fd(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+   if (inotify_.fd < 0) {
       throw Plim::DatabaseError(dir_ + ": cannot watch the table directory: " + std::strerror(errno));
    }
    watch();
 }
 
-TableFollower::~TableFollower() { ::close(inotify_); }
+TableFollower::~TableFollower() = default;
 
 // Watches the file the writer rewrites after each commit; until a writer
 // has created it, the directory, for its creation.
 void TableFollower::watch() {
    const std::string turns = dir_ + "/" + Plim::RowDatabase::kTurnsFile;
-   watch_ = ::inotify_add_watch(inotify_, turns.c_str(), IN_MODIFY);
+   watch_ = ::inotify_add_watch(inotify_.fd, turns.c_str(), IN_MODIFY);
    watchingFile_ = watch_ >= 0;
    if (!watchingFile_) {
-      watch_ = ::inotify_add_watch(inotify_, dir_.c_str(), IN_CREATE);
+      watch_ = ::inotify_add_watch(inotify_.fd, dir_.c_str(), IN_CREATE);
    }
    if (watch_ < 0) {
       throw Plim::DatabaseError(dir_ + ": cannot watch the table directory: " + std::strerror(errno));
@@ -251,7 +251,7 @@ void TableFollower::follow(const Report& report, int stopFd, const std::function
    start(report);
    catchUp(report);
    done();
-   pollfd fds[2] = {{inotify_, POLLIN, 0}, {stopFd, POLLIN, 0}};
+   pollfd fds[2] = {{inotify_.fd, POLLIN, 0}, {stopFd, POLLIN, 0}};
    for (;;) {
       reader_.release();  // asleep, it holds no snapshot for the writer to keep
       // Woken by the writer; and every second, in case a wake was lost.
@@ -265,10 +265,10 @@ void TableFollower::follow(const Report& report, int stopFd, const std::function
          return;
       }
       alignas(inotify_event) char events[4096];
-      while (::read(inotify_, events, sizeof events) > 0) {
+      while (::read(inotify_.fd, events, sizeof events) > 0) {
       }
       if (!watchingFile_) {
-         ::inotify_rm_watch(inotify_, watch_);
+         ::inotify_rm_watch(inotify_.fd, watch_);
          watch();
       }
       catchUp(report);

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "app/read/TableReader.h"
+#include "platform/linux/Fd.h"
 
 namespace App {
 
@@ -83,7 +84,7 @@ class TableFollower {
    std::set<std::uint32_t> namesLookedUp_;  // VRFs vrfs_ was read again for, since the snapshot
    std::uint64_t writer_ = 0;
    std::uint64_t next_ = 1;  // the next turn whose changes to report
-   int inotify_ = -1;
+   Linux::Fd inotify_;
    int watch_ = -1;          // on the turns file, or on the directory until it exists
    bool watchingFile_ = false;
 };
