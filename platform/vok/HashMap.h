@@ -41,19 +41,20 @@ class HashMap {
    static_assert(PartSize >= 4, "a part holds a few entries at least");
    // A part whose keys all share this many top hash bits stays whole:
    // hashes that alike are a skewed key set, which more parts would not
-   // spread, and the directory stays at most 2^kMaxDepth entries (768 KB).
+   // spread, and the directory stays at most 2^kMaxDepth entries (256 KB).
    static constexpr unsigned kMaxDepth = 16;
    // A promised size (reserve) splits parts down to at most this many
    // entries each, leaving them room to grow before their own split.
    static constexpr std::size_t kReservedPart = PartSize / 4 * 3;
 
    // The parts in hash order, and the directory from the top `depth` bits
-   // of a hash to the part holding it: its table, for lookups, and its
-   // index, for walks. A part's own depth (the top bits its keys share) is
-   // its table's shared hash bits.
+   // of a hash to the index of the part holding it. A part's own depth (the
+   // top bits its keys share) is its table's shared hash bits. The tables
+   // sit side by side: a lookup reads the directory and its table's header
+   // from two small arrays that stay in the caches, and misses once, on the
+   // slot.
    struct Parts {
-      std::vector<std::unique_ptr<Table>> tables;
-      std::vector<Table*> directory;
+      std::vector<Table> tables;
       std::vector<std::uint32_t> indexes;
       unsigned depth = 0;
       std::size_t size = 0;
@@ -274,12 +275,13 @@ class HashMap {
          return single_.longestProbe();
       }
       std::size_t longest = 0;
-      for (const auto& table : parts_->tables) {
-         longest = std::max(longest, table->longestProbe());
+      for (const Table& table : parts_->tables) {
+         longest = std::max(longest, table.longestProbe());
       }
       return longest;
    }
 
+   std::pair<double,double> statsX() const { if (!parts_) return {double(single_.slotCountX()), single_.meanDisplacementX()*single_.size()}; double a=0,b=0; for (const auto& t: parts_->tables){a+=t.slotCountX(); b+=t.meanDisplacementX()*t.size();} return {a,b}; }
    // How many tables hold the map: 1 until it splits.
    std::size_t parts() const noexcept { return parts_ ? parts_->tables.size() : 1; }
 
@@ -288,11 +290,9 @@ class HashMap {
       return parts_->indexes[hash >> (32 - parts_->depth)];
    }
 
-   Table& tableFor(std::uint32_t hash) {
-      return parts_ ? *parts_->directory[hash >> (32 - parts_->depth)] : single_;
-   }
+   Table& tableFor(std::uint32_t hash) { return parts_ ? parts_->tables[partOf(hash)] : single_; }
    const Table& tableFor(std::uint32_t hash) const {
-      return parts_ ? *parts_->directory[hash >> (32 - parts_->depth)] : single_;
+      return parts_ ? parts_->tables[partOf(hash)] : single_;
    }
 
    // Splits the table holding `hash` in two by its next hash bit. A full
@@ -302,56 +302,55 @@ class HashMap {
    // on the next insert. Entries move once the halves and the directory
    // are allocated.
    bool split(std::uint32_t hash, bool full) {
-      Table& whole = tableFor(hash);
       const std::uint32_t part = parts_ ? partOf(hash) : 0;
-      const unsigned depth = whole.sharedHashBits();
+      const unsigned depth = tableFor(hash).sharedHashBits();
       if (depth >= kMaxDepth) {
          return false;
       }
       if (full) {
          // The table is in hash order: its first and last keys share the
          // bits every key shares.
-         const auto [firstHash, lastHash] = whole.hashRange();
+         const auto [firstHash, lastHash] = tableFor(hash).hashRange();
          if (std::countl_zero(firstHash ^ lastHash) >= int{kMaxDepth}) {
             return false;
          }
       }
+      if (parts_) {
+         // Room for the new part before anything moves: growing the vector
+         // moves the tables (iterators find theirs again: the layout changes).
+         parts_->tables.reserve(parts_->tables.size() + 1);
+      }
+      Table& whole = tableFor(hash);
       const std::uint32_t upperBit = 0x80000000u >> depth;
       std::size_t inUpper = 0;
       for (auto it = whole.begin(); it != whole.end(); ++it) {
          inUpper += (it.hash() & upperBit) != 0;
       }
-      auto lower = std::make_unique<Table>();
-      auto upper = std::make_unique<Table>();
-      lower->sharedHashBitsIs(depth + 1);
-      upper->sharedHashBitsIs(depth + 1);
+      Table lower, upper;
+      lower.sharedHashBitsIs(depth + 1);
+      upper.sharedHashBitsIs(depth + 1);
       // Halves that a promised size splits no further take their share now.
       const std::size_t share = depth + 1 >= reservedDepth_ ? reservedPerPart_ : 0;
-      lower->reserve(std::max(whole.size() - inUpper, share));
-      upper->reserve(std::max(inUpper, share));
+      lower.reserve(std::max(whole.size() - inUpper, share));
+      upper.reserve(std::max(inUpper, share));
       // Where the directory gets one level finer, each entry covers half of
       // what the entry it comes from covered.
       const unsigned oldDepth = parts_ ? parts_->depth : 0;
       const unsigned newDepth = std::max(oldDepth, depth + 1);
       std::vector<std::uint32_t> indexes(std::size_t{1} << newDepth);
-      std::vector<Table*> directory(indexes.size());
       for (std::size_t i = 0; i < indexes.size(); ++i) {
          const std::uint32_t old = parts_ ? parts_->indexes[i >> (newDepth - oldDepth)] : 0;
          const bool upperHalf = old == part && (i >> (newDepth - depth - 1) & 1) != 0;
          indexes[i] = old > part || upperHalf ? old + 1 : old;
-         directory[i] = old == part ? (upperHalf ? upper.get() : lower.get())
-                                    : parts_->tables[old].get();
       }
       std::unique_ptr<Parts> created;
       if (!parts_) {
          created = std::make_unique<Parts>();
          created->tables.reserve(2);
          created->size = single_.size();
-      } else {
-         parts_->tables.reserve(parts_->tables.size() + 1);
       }
 
-      whole.splitInto(upperBit, *lower, *upper);
+      whole.splitInto(upperBit, lower, upper);
       Parts& parts = created ? *created : *parts_;
       if (created) {
          parts.tables.push_back(std::move(lower));
@@ -360,7 +359,6 @@ class HashMap {
          parts.tables[part] = std::move(lower);
          parts.tables.insert(parts.tables.begin() + part + 1, std::move(upper));
       }
-      parts.directory = std::move(directory);
       parts.indexes = std::move(indexes);
       parts.depth = newDepth;
       if (created) {
@@ -378,8 +376,8 @@ class HashMap {
          return part == 0 ? It(self, 0, self->single_.begin()) : It();
       }
       for (; part < self->parts_->tables.size(); ++part) {
-         if (!self->parts_->tables[part]->empty()) {
-            return It(self, part, self->parts_->tables[part]->begin());
+         if (!self->parts_->tables[part].empty()) {
+            return It(self, part, self->parts_->tables[part].begin());
          }
       }
       return It();
