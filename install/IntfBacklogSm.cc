@@ -316,6 +316,7 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    if (!installed.isEmpty()) {
       const Ovel::IntfId existingIntfId = installedIntfId(prefix);
       VOK_ASSERT(existingIntfId != Ovel::IntfId(), "existingIntfId != Ovel::IntfId()");
+      const IntfNumber existing = record->installedOwner;  // a delete below forgets it
       if (candidate.isEmpty()) {
          if (vrfScaleToggle().enabled()) {
             doOrmoRouteConfigDel(existingIntfId, queryTable, prefix, installed.viaSetKey());
@@ -324,11 +325,15 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
          }
       }
       // The old owner lets go before the new one takes hold, even when both
-      // are the same interface.
-      doReleaseViaSetKey(existingIntfId, af);
+      // are the same interface: by its number, as doReleaseViaSetKey would
+      // by its name.
+      if (keyStatusFor(af).decVskRefcountOf(existing) == 0) {
+         delViaSetKey(existingIntfId, af);
+      }
    }
    if (!candidate.isEmpty()) {
-      const IntfNumber owner = keyStatusFor(af).incIntfVskRefcount(newIntfId);
+      const IntfNumber owner = record->candidateOwner;
+      keyStatusFor(af).incVskRefcountOf(owner);
       if (vrfScaleToggle().enabled()) {
          ormoRouteConfigAdd(owner, newIntfId, queryTable, prefix, candidate.viaSetKey(),
                             candidate.routeType(), record);

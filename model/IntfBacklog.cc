@@ -92,11 +92,15 @@ void IntfBacklog::backlogEmptyIs(std::uint32_t value) {
 // `set` is a copy: the caller's may live in this very map, which the insert
 // below can move.
 void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, IntfIdSet set) {
+   // Every candidate's interface has a number before the set is stored:
+   // any of them may become the first.
+   set.forEach([this](const IntfIdSet::Entry& entry) { intfNumbers_->numberOf(entry.key.intfId()); });
    PrefixRecord& record = *prefixes_.tryEmplace(prefix).first;
    if (record.listed && record.candidates == set) {
       return;
    }
    record.candidates = std::move(set);
+   noteCandidateOwner(record);
    list(prefix, record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
@@ -108,6 +112,7 @@ void IntfBacklog::intfIdsByPrefixDel(Ovel::IpGenPrefix prefix) {
    }
    record->listed = false;
    record->candidates.clear();
+   record->candidateOwner = PrefixRecord::kNoCandidate;
    --listed_[familyIndex(prefix)];
    dropIfUnneeded(prefix, *record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
@@ -117,6 +122,17 @@ void IntfBacklog::intfIdsByPrefixDelAll() {
    for (auto it = prefixes_.begin(); it != prefixes_.end(); ++it) {
       intfIdsByPrefixDel(it->first);
    }
+}
+
+void IntfBacklog::noteCandidateOwner(PrefixRecord& record) const {
+   const auto first = record.candidates.first();
+   if (!first) {
+      record.candidateOwner = PrefixRecord::kNoCandidate;
+      return;
+   }
+   const IntfNumber* number = intfNumbers_->find(first->key.intfId());
+   VOK_ASSERT(number, "intfNumbers.find( candidate ) != nullptr");
+   record.candidateOwner = *number;
 }
 
 bool IntfBacklog::list(const Ovel::IpGenPrefix& prefix, PrefixRecord& record) {
@@ -177,6 +193,7 @@ void IntfBacklog::addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::I
    if (!storable(prefix)) {
       return;
    }
+   const IntfNumber number = intfNumbers_->numberOf(intfId);
    PrefixRecord* record = prefixes_.tryEmplace(prefix).first;
    if (list(prefix, *record)) {
       // Watchers hear of the new prefix while its set is still empty.
@@ -185,6 +202,11 @@ void IntfBacklog::addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::I
       VOK_ASSERT(record && record->listed, "intfIdSet");
    }
    record->candidates.intfIdAndAddrIs(IntfIdAndAddr(intfId, addr), ConnectedRouteProperty(routeType, viaSetKey));
+   if (record->candidates.intfIdAndAddrs() == 1) {
+      record->candidateOwner = number;  // the one candidate: no lookup
+   } else {
+      noteCandidateOwner(*record);
+   }
    doAddBacklog(intfId, prefix);
 }
 
@@ -202,6 +224,7 @@ void IntfBacklog::delFromIntfIdsByPrefix(const Ovel::IntfId& intfId,
    PrefixRecord* record = prefixes_.lookup(prefix);
    VOK_ASSERT(record && record->listed, "intfIdSet");
    record->candidates.intfIdAndAddrDel(IntfIdAndAddr(intfId, addr));
+   noteCandidateOwner(*record);
    // The pair is queued before an emptied prefix disappears, so the
    // installer always finds the work for a vanished prefix.
    doAddBacklog(intfId, prefix);

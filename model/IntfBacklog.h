@@ -135,6 +135,8 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
                                              Ovel::AddressFamily af, KeyStatusHook hook);
    void keyStatusDel(Vok::Ptr<IntfViaSetKeyStatus>& table, KeyStatusHook hook);
    std::string describe() const { return vrfName_.str(); }
+   // Sets the record's candidateOwner from its set's first entry.
+   void noteCandidateOwner(PrefixRecord& record) const;
 
    std::string name_;
    L3::VrfName vrfName_;

@@ -23,12 +23,15 @@ using IntfNumber = std::uint32_t;
 class IntfNumbers final {
  public:
    static constexpr IntfNumber kNone = 0xFFFFFFFF;
+   // Numbers stay below this: they fit in 31 bits.
+   static constexpr IntfNumber kLimit = 0x7FFFFFFF;
 
    // The interface's number, given now if it has none yet.
    IntfNumber numberOf(const Ovel::IntfId& intfId) {
       if (const IntfNumber* number = numbers_.lookup(intfId)) {
          return *number;
       }
+      VOK_ASSERT(names_.size() < kLimit, "intfNumbers.size() < kLimit");
       // The name goes in first: a failure between the two leaves no number
       // without its name.
       const auto number = static_cast<IntfNumber>(names_.size());
@@ -41,6 +44,10 @@ class IntfNumbers final {
       }
       return number;
    }
+   // The interface's number, or null if it has none.
+   const IntfNumber* find(const Ovel::IntfId& intfId) const { return numbers_.lookup(intfId); }
+   // How many interfaces have numbers: every number is below it.
+   std::size_t size() const noexcept { return names_.size(); }
    const Ovel::IntfId& name(IntfNumber number) const {
       VOK_ASSERT(number < names_.size(), "number < intfNumbers.size()");
       return names_[number];

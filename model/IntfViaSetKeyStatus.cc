@@ -5,36 +5,62 @@
 
 namespace Routing::ConnectedRoute {
 
-IntfViaSetKeyStatus::CountRow& IntfViaSetKeyStatus::rowFor(const Ovel::IntfId& intfId) {
-   CountRow& row = *counts_.tryEmplace(intfId).first;
-   if (row.number == IntfNumbers::kNone) {
-      try {
-         row.number = numbers_->numberOf(intfId);
-      } catch (...) {
-         counts_.erase(intfId);  // no row without its number
-         throw;
-      }
+std::uint32_t& IntfViaSetKeyStatus::rowFor(IntfNumber number) {
+   while (counts_.size() <= number) {
+      counts_.push_back(kNoRow);
    }
-   return row;
+   std::uint32_t& count = counts_[number];
+   if (count == kNoRow) {
+      count = 0;
+      ++rows_;
+   }
+   return count;
+}
+
+void IntfViaSetKeyStatus::vskRefcountByIntfIdIs(const Ovel::IntfId& intfId, std::uint32_t count) {
+   VOK_ASSERT(count != kNoRow, "count != kNoRow");
+   rowFor(numbers_->numberOf(intfId)) = count;
+}
+
+void IntfViaSetKeyStatus::vskRefcountByIntfIdDel(const Ovel::IntfId& intfId) {
+   const IntfNumber* number = numbers_->find(intfId);
+   if (number && *number < counts_.size() && counts_[*number] != kNoRow) {
+      counts_[*number] = kNoRow;
+      --rows_;
+   }
 }
 
 IntfNumber IntfViaSetKeyStatus::incIntfVskRefcount(const Ovel::IntfId& intfId) {
-   // One lookup finds the count and the number, or makes room for them: this
-   // runs for every route the installer writes.
-   CountRow& row = rowFor(intfId);
-   ++row.count;
-   VOK_TRACE(intfBacklogTrace(), 9, Vok::pointerText(this), "intf=" << intfId << " rc=" << row.count);
-   return row.number;
+   const IntfNumber number = numbers_->numberOf(intfId);
+   incVskRefcountOf(number);
+   return number;
 }
 
 void IntfViaSetKeyStatus::decIntfVskRefcount(const Ovel::IntfId& intfId) {
-   CountRow* row = counts_.lookup(intfId);
-   VOK_ASSERT(row && row->count > 0, "vskRefcountByIntfId( intfId ) > 0");
-   if (--row->count == 0) {
-      vskRefcountByIntfIdDel(intfId);
+   const IntfNumber* number = numbers_->find(intfId);
+   VOK_ASSERT(number && vskRefcountByIntfId(intfId) > 0, "vskRefcountByIntfId( intfId ) > 0");
+   decVskRefcountOf(*number);
+}
+
+void IntfViaSetKeyStatus::incVskRefcountOf(IntfNumber number) {
+   std::uint32_t& count = rowFor(number);
+   VOK_ASSERT(count < kNoRow - 1, "vskRefcountByIntfId( intfId ) < kNoRow - 1");
+   ++count;
+   VOK_TRACE(intfBacklogTrace(), 9, Vok::pointerText(this),
+             "intf=" << numbers_->name(number) << " rc=" << count);
+}
+
+std::uint32_t IntfViaSetKeyStatus::decVskRefcountOf(IntfNumber number) {
+   std::uint32_t* count = number < counts_.size() ? &counts_[number] : nullptr;
+   VOK_ASSERT(count && *count != kNoRow && *count > 0, "vskRefcountByIntfId( intfId ) > 0");
+   const std::uint32_t left = --*count;
+   if (left == 0) {
+      *count = kNoRow;  // a row lives only while its count is above zero
+      --rows_;
    }
    VOK_TRACE(intfBacklogTrace(), 9, Vok::pointerText(this),
-             "intf=" << intfId << " rc=" << vskRefcountByIntfId(intfId));
+             "intf=" << numbers_->name(number) << " rc=" << left);
+   return left;
 }
 
 }  // namespace Routing::ConnectedRoute

@@ -7,12 +7,13 @@
 // stops the process, never a silent clamp. Nobody watches this table:
 // callers read it directly.
 //
-// Each count row also holds the interface's number (IntfNumbers, shared by
-// both families of a store), which is how the installer records an
+// Count rows are kept by the interface's number (IntfNumbers, shared by
+// both families of a store), which is also how the installer records an
 // installed route's owner.
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 
 #include "model/IntfNumbers.h"
@@ -50,41 +51,53 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
 
    // The interface's count; an absent row reads as 0.
    std::uint32_t vskRefcountByIntfId(const Ovel::IntfId& intfId) const {
-      const CountRow* row = counts_.lookup(intfId);
-      return row ? row->count : 0;
+      const std::uint32_t count = countOf(intfId);
+      return count == kNoRow ? 0 : count;
    }
-   bool hasVskRefcount(const Ovel::IntfId& intfId) const { return counts_.contains(intfId); }
-   void vskRefcountByIntfIdIs(const Ovel::IntfId& intfId, std::uint32_t count) {
-      rowFor(intfId).count = count;
+   bool hasVskRefcount(const Ovel::IntfId& intfId) const { return countOf(intfId) != kNoRow; }
+   void vskRefcountByIntfIdIs(const Ovel::IntfId& intfId, std::uint32_t count);
+   void vskRefcountByIntfIdDel(const Ovel::IntfId& intfId);
+   void vskRefcountByIntfIdDelAll() {
+      counts_.clear();
+      rows_ = 0;
    }
-   void vskRefcountByIntfIdDel(Ovel::IntfId intfId) { counts_.erase(intfId); }
-   void vskRefcountByIntfIdDelAll() { counts_.clear(); }
-   std::size_t vskRefcountCount() const noexcept { return counts_.size(); }
-   // Every count row, in the table's order.
+   std::size_t vskRefcountCount() const noexcept { return rows_; }
+   // Every count row, in the order of the interfaces' numbers.
    template <class Fn>
    void forEachVskRefcount(Fn&& visit) const {
-      for (const auto& [intfId, row] : counts_) {
-         visit(intfId, row.count);
+      for (IntfNumber number = 0; number < counts_.size(); ++number) {
+         if (counts_[number] != kNoRow) {
+            visit(numbers_->name(number), counts_[number]);
+         }
       }
    }
 
    // One more use of the interface's keys; returns the interface's number.
    IntfNumber incIntfVskRefcount(const Ovel::IntfId& intfId);
    void decIntfVskRefcount(const Ovel::IntfId& intfId);
+   // The same by the interface's number (IntfNumbers), which the installer
+   // holds for every route: no lookup by name. The decrement returns the
+   // count left.
+   void incVskRefcountOf(IntfNumber number);
+   std::uint32_t decVskRefcountOf(IntfNumber number);
 
  private:
-   // The count and the interface's number live in one row: the installer
-   // reads both for every route it writes, and one lookup finds them.
-   struct CountRow {
-      std::uint32_t count = 0;
-      IntfNumber number = IntfNumbers::kNone;
-   };
-   CountRow& rowFor(const Ovel::IntfId& intfId);
+   // A count row per interface number: the installer reaches it for every
+   // route it writes, at random over the interfaces, and an array of counts
+   // stays in the caches where a table keyed by 24-byte names does not. A
+   // deque grows block by block, never copying what it holds.
+   static constexpr std::uint32_t kNoRow = 0xFFFFFFFF;
+   std::uint32_t countOf(const Ovel::IntfId& intfId) const {
+      const IntfNumber* number = numbers_->find(intfId);
+      return number && *number < counts_.size() ? counts_[*number] : kNoRow;
+   }
+   std::uint32_t& rowFor(IntfNumber number);
 
    Ovel::AddressFamily addressFamily_;
    std::shared_ptr<IntfNumbers> numbers_;
    Vok::HashMap<Ovel::IntfId, IntfViaSetKey> intfViaSetKey_;
-   Vok::HashMap<Ovel::IntfId, CountRow> counts_;
+   std::deque<std::uint32_t> counts_;  // by interface number; kNoRow: none
+   std::size_t rows_ = 0;
 };
 
 }  // namespace Routing::ConnectedRoute

@@ -6,6 +6,8 @@
 // A record outlives its candidates while a route is installed (the
 // installer still has to delete it), so a record is listed as a candidate
 // set only while `listed` holds; IntfIdsByPrefix walks the listed ones.
+//
+// The store keeps `candidateOwner` in step with the set.
 #pragma once
 
 #include <array>
@@ -21,10 +23,16 @@ namespace Routing::ConnectedRoute {
 
 struct PrefixRecord {
    static constexpr IntfNumber kNoOwner = IntfNumbers::kNone;
+   static constexpr IntfNumber kNoCandidate = IntfNumbers::kLimit;
 
    IntfIdSet candidates;
    IntfNumber installedOwner = kNoOwner;
-   bool listed = false;
+   // The number of the first candidate's interface, the owner a drain
+   // installs, or kNoCandidate while the set is empty: the drain counts a
+   // use of that interface for every route it writes, and finds it here
+   // without a lookup by name. It shares a word with `listed`.
+   IntfNumber candidateOwner : 31 = kNoCandidate;
+   IntfNumber listed : 1 = false;
 
    bool needed() const noexcept { return listed || installedOwner != kNoOwner; }
    // The candidate set while the record is listed as one, or null.
