@@ -28,8 +28,13 @@ class IntfNumbers final {
 
    // The interface's number, given now if it has none yet.
    IntfNumber numberOf(const Ovel::IntfId& intfId) {
+      // An address machine asks for its interface several times per
+      // address, and the machines of one interface run one after another.
+      if (last_ != kNone && intfId == names_[last_]) {
+         return last_;
+      }
       if (const IntfNumber* number = numbers_.lookup(intfId)) {
-         return *number;
+         return last_ = *number;
       }
       VOK_ASSERT(names_.size() < kLimit, "intfNumbers.size() < kLimit");
       // The name goes in first: a failure between the two leaves no number
@@ -42,10 +47,12 @@ class IntfNumbers final {
          names_.pop_back();
          throw;
       }
-      return number;
+      return last_ = number;
    }
    // The interface's number, or null if it has none.
-   const IntfNumber* find(const Ovel::IntfId& intfId) const { return numbers_.lookup(intfId); }
+   const IntfNumber* find(const Ovel::IntfId& intfId) const {
+      return last_ != kNone && intfId == names_[last_] ? &last_ : numbers_.lookup(intfId);
+   }
    // How many interfaces have numbers: every number is below it.
    std::size_t size() const noexcept { return names_.size(); }
    const Ovel::IntfId& name(IntfNumber number) const {
@@ -58,6 +65,7 @@ class IntfNumbers final {
    // A deque grows block by block; a vector would copy every name when it
    // grows, a step proportional to the interfaces inside one drain slice.
    std::deque<Ovel::IntfId> names_;
+   IntfNumber last_ = kNone;  // the number numberOf gave last
 };
 
 }  // namespace Routing::ConnectedRoute
