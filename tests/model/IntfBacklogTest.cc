@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -240,6 +242,117 @@ TEST(IntfViaSetKeyStatus, CountsUsesAndKeepsKeysApart) {
    EXPECT_EQ(*table->intfViaSetKey(e1), replacement);
    EXPECT_DEATH(table->decIntfVskRefcount(e1),
                 "assertion failed: vskRefcountByIntfId\\( intfId \\) > 0");
+}
+
+// Random candidate changes through every mutator of the candidate sets:
+// after each, a record's candidateOwner is the number of its set's first
+// entry, as the set itself says.
+TEST(StoreRecords, TheCandidateOwnerFollowsTheFirstEntryOfEverySet) {
+   std::mt19937 random(5);
+   auto store = intfBacklogFactory("", L3::VrfName("red"));
+   const std::vector<Ovel::IpGenPrefix> prefixes{prefix("10.1.0.0/16"), prefix("10.2.0.0/16")};
+   auto pick = [&](int n) { return int(random() % unsigned(n)); };
+   auto someIntf = [&] { return intf("Ethernet" + std::to_string(pick(6))); };
+   auto someAddr = [&](const Ovel::IpGenPrefix& p) {
+      return addr(p.toString().substr(0, 5) + std::to_string(pick(4)) + ".1/16");
+   };
+   for (int step = 0; step < 3000; ++step) {
+      const Ovel::IpGenPrefix& p = prefixes[pick(2)];
+      const IntfIdSet* set = store->intfIdsByPrefix(p);
+      switch (pick(8)) {
+         case 0: {  // a whole set, of interfaces perhaps never seen
+            IntfIdSet whole;
+            for (int n = pick(3); n > 0; --n) {
+               whole.intfIdAndAddrIs(IntfIdAndAddr(intf("Vlan" + std::to_string(pick(50))), someAddr(p)),
+                                     ConnectedRouteProperty(Fib::RouteType::attachedSubnet, Rib::ViaSetKey(3)));
+            }
+            store->intfIdsByPrefixIs(p, whole);
+            break;
+         }
+         case 1:
+            store->intfIdsByPrefixDel(p);
+            break;
+         case 2:
+         case 3:
+            if (set && set->intfIdAndAddrs() > 0) {  // one of its entries goes
+               std::vector<IntfIdAndAddr> keys;
+               set->forEach([&](const IntfIdSet::Entry& entry) { keys.push_back(entry.key); });
+               const IntfIdAndAddr& gone = keys[pick(int(keys.size()))];
+               store->delFromIntfIdsByPrefix(gone.intfId(), p, gone.addrWithMask());
+            }
+            break;
+         default:
+            store->addToIntfIdsByPrefix(someIntf(), p, someAddr(p), Fib::RouteType::attachedSubnet,
+                                        Rib::ViaSetKey(1));
+      }
+      for (const Ovel::IpGenPrefix& q : prefixes) {
+         const PrefixRecord* record = store->prefixRecord(q);
+         const IntfIdSet* candidates = record ? record->listedCandidates() : nullptr;
+         const auto first = candidates ? candidates->first() : std::nullopt;
+         if (!first) {
+            ASSERT_TRUE(!record || record->candidateOwner == PrefixRecord::kNoCandidate) << step;
+            continue;
+         }
+         const IntfNumber* number = store->intfNumbers().find(first->key.intfId());
+         ASSERT_TRUE(number) << step;
+         ASSERT_EQ(record->candidateOwner, *number) << step;
+         ASSERT_EQ(store->intfNumbers().name(*number), first->key.intfId()) << step;
+      }
+   }
+}
+
+// Counts kept by name and by number, against a map of the counts.
+TEST(IntfViaSetKeyStatus, CountsByNameAndByNumberAgreeWithAReference) {
+   std::mt19937 random(9);
+   auto numbers = std::make_shared<IntfNumbers>();
+   auto table = Vok::make<IntfViaSetKeyStatus>(Ovel::AddressFamily::ipv4, numbers);
+   std::map<std::string, std::uint32_t> reference;  // only rows that exist
+   for (int step = 0; step < 5000; ++step) {
+      const std::string name = "Ethernet" + std::to_string(random() % 12);
+      const Ovel::IntfId id = intf(name);
+      switch (random() % 6) {
+         case 0:
+            table->incIntfVskRefcount(id);
+            ++reference[name];
+            break;
+         case 1:
+            table->incVskRefcountOf(numbers->numberOf(id));
+            ++reference[name];
+            break;
+         case 2:
+            if (reference.contains(name)) {
+               const std::uint32_t left = table->decVskRefcountOf(*numbers->find(id));
+               EXPECT_EQ(left, --reference[name]);
+               if (left == 0) {
+                  reference.erase(name);
+               }
+            }
+            break;
+         case 3:
+            if (reference.contains(name)) {
+               table->decIntfVskRefcount(id);
+               if (--reference[name] == 0) {
+                  reference.erase(name);
+               }
+            }
+            break;
+         case 4:
+            table->vskRefcountByIntfIdIs(id, 3);  // a row of its own count
+            reference[name] = 3;
+            break;
+         default:
+            table->vskRefcountByIntfIdDel(id);
+            reference.erase(name);
+      }
+      std::map<std::string, std::uint32_t> seen;
+      table->forEachVskRefcount([&](const Ovel::IntfId& intfId, std::uint32_t count) {
+         seen[std::string(intfId.name())] = count;
+      });
+      ASSERT_EQ(seen, reference) << step;
+      ASSERT_EQ(table->vskRefcountCount(), reference.size()) << step;
+      ASSERT_EQ(table->hasVskRefcount(id), reference.contains(name)) << step;
+      ASSERT_EQ(table->vskRefcountByIntfId(id), reference.contains(name) ? reference[name] : 0u);
+   }
 }
 
 }  // namespace
