@@ -339,9 +339,8 @@ void Host::apply(const StaleStep& s) {
       auto table = Vok::Ptr<Rib::RouteConfig>(
             dynamic_cast<Rib::RouteConfig*>(mountFor(path, Rib::kRouteConfigType).get()));
       for (const auto& prefix : *prefixes) {
-         table->routeAdd(Rib::Route{Ovel::IpGenPrefix::parse(prefix), Rib::RoutingProtocol::connected,
-                                    {0, 0}, Rib::ViaSetKey(), Rib::kUnassignedFecIndex,
-                                    Fib::RouteType::attachedSubnet, 0});
+         table->routeAdd(Rib::connectedRoute(Ovel::IpGenPrefix::parse(prefix), Rib::ViaSetKey(),
+                                             Fib::RouteType::attachedSubnet));
       }
    }
    for (auto [path, transport] : {std::pair{ContainerSm::via4Path(s.vrfId), 1},
@@ -354,8 +353,7 @@ void Host::apply(const StaleStep& s) {
       table->transportIs(static_cast<std::uint8_t>(transport));
       table->vrfIdIs(s.vrfId);
       for (const auto& intf : s.vias) {
-         table->viaIs(Rib::Via{table->newViaKey(), Ovel::IpGenAddr(), intf, Rib::kViaFlagsAttached,
-                               Rib::kViaKindInterface});
+         table->viaIs(Rib::attachedVia(table->newViaKey(), intf));
       }
    }
    for (std::size_t i = 0; i < s.viaSets; ++i) {

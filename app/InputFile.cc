@@ -17,7 +17,8 @@ std::string readInputFile(const std::string& path, std::size_t limit) {
    const Linux::Fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
    const int fd = file.fd;
    if (fd < 0) {
-      throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));
+      const int error = errno;  // before anything else may set it
+      throw ScenarioError(path + ": cannot read the file: " + std::strerror(error));
    }
    struct stat info {};
    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
@@ -36,7 +37,8 @@ std::string readInputFile(const std::string& path, std::size_t limit) {
          continue;
       }
       if (n < 0) {
-         throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));
+         const int error = errno;
+         throw ScenarioError(path + ": cannot read the file: " + std::strerror(error));
       }
       if (n == 0) {
          break;  // the file shrank while read

@@ -7,16 +7,6 @@
 
 namespace Routing::ConnectedRoute {
 
-namespace {
-
-Rib::Route connectedRoute(const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
-                          Fib::RouteType routeType) {
-   return Rib::Route{prefix,   Rib::RoutingProtocol::connected, MetricPref{0, 0}, viaSetKey,
-                     Rib::kUnassignedFecIndex, routeType, 0};
-}
-
-}  // namespace
-
 void IntfBacklogSm::doRouteConfigAdd(const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
                                      const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
                                      Fib::RouteType routeType) {
@@ -34,7 +24,7 @@ void IntfBacklogSm::routeConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId,
            Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
    recordOwner(prefix, owner, record);
-   table->routeAdd(connectedRoute(prefix, viaSetKey, routeType));
+   table->routeAdd(Rib::connectedRoute(prefix, viaSetKey, routeType));
 }
 
 void IntfBacklogSm::doRouteConfigDel(const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,

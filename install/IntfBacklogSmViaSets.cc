@@ -40,8 +40,7 @@ void IntfBacklogSm::doAddViaSet(const Ovel::IntfId& intfId, Rib::Ip::ViaConfig& 
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
              "intf=" << intfId << " af=" << static_cast<int>(keyStatus.addressFamily())
                      << " viaId=" << viaKey);
-   viaConfig.viaIs(Rib::Via{viaKey, Ovel::IpGenAddr(), intfId, Rib::kViaFlagsAttached,
-                            Rib::kViaKindInterface});
+   viaConfig.viaIs(Rib::attachedVia(viaKey, intfId));
 
    const Rib::ViaSetKey connected = viaSets->newViaSetKey();
    writeViaSet(connected, viaKey, rp, Rib::ViaSetKind::connected);

@@ -15,10 +15,6 @@ constexpr Ovel::AddressFamily kFamilies[] = {Ovel::AddressFamily::ipv4, Ovel::Ad
 
 int ipVersion(Ovel::AddressFamily af) { return af == Ovel::AddressFamily::ipv4 ? 4 : 6; }
 
-}  // namespace
-
-namespace {
-
 void unmount(Vok::Ptr<VokPlim::Mount>& mount) {
    if (mount) {
       mount->unmount();
@@ -178,7 +174,8 @@ void ContainerSm::doKniDelete() {
 
 void ContainerSm::clearState() {
    for (const Ovel::AddressFamily af : kFamilies) {
-      if (const auto& via = tables_.of(af).viaConfig) {  // absent only in a container whose build stopped early
+      // A via table is absent only in a container whose build stopped early.
+      if (const auto& via = tables_.of(af).viaConfig) {
          via->viaDelAll();
          via->viaMapDelAll();
       }

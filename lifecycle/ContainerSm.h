@@ -7,6 +7,7 @@
 #pragma once
 
 #include "install/IntfBacklogSm.h"
+#include "install/RibTables.h"
 #include "platform/interface/IntfDirectories.h"
 #include "platform/interface/NetNsIntfStatusManagerRoot.h"
 #include "platform/ip/VrfStatusLocal.h"

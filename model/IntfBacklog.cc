@@ -130,9 +130,9 @@ void IntfBacklog::noteCandidateOwner(PrefixRecord& record) const {
       record.candidateOwner = PrefixRecord::kNoCandidate;
       return;
    }
-   const IntfNumber* number = intfNumbers_->find(first->key.intfId());
-   VOK_ASSERT(number, "intfNumbers.find( candidate ) != nullptr");
-   record.candidateOwner = *number;
+   const IntfNumber number = intfNumbers_->find(first->key.intfId());
+   VOK_ASSERT(number != IntfNumbers::kNone, "intfNumbers.find( candidate ) != kNone");
+   record.candidateOwner = number;
 }
 
 bool IntfBacklog::list(const Ovel::IpGenPrefix& prefix, PrefixRecord& record) {

@@ -49,9 +49,13 @@ class IntfNumbers final {
       }
       return last_ = number;
    }
-   // The interface's number, or null if it has none.
-   const IntfNumber* find(const Ovel::IntfId& intfId) const {
-      return last_ != kNone && intfId == names_[last_] ? &last_ : numbers_.lookup(intfId);
+   // The interface's number, or kNone if it has none.
+   IntfNumber find(const Ovel::IntfId& intfId) const {
+      if (last_ != kNone && intfId == names_[last_]) {
+         return last_;
+      }
+      const IntfNumber* number = numbers_.lookup(intfId);
+      return number ? *number : kNone;
    }
    // How many interfaces have numbers: every number is below it.
    std::size_t size() const noexcept { return names_.size(); }

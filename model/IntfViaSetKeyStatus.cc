@@ -6,6 +6,7 @@
 namespace Routing::ConnectedRoute {
 
 std::uint32_t& IntfViaSetKeyStatus::rowFor(IntfNumber number) {
+   VOK_ASSERT(number < numbers_->size(), "number < intfNumbers.size()");
    while (counts_.size() <= number) {
       counts_.push_back(kNoRow);
    }
@@ -23,9 +24,9 @@ void IntfViaSetKeyStatus::vskRefcountByIntfIdIs(const Ovel::IntfId& intfId, std:
 }
 
 void IntfViaSetKeyStatus::vskRefcountByIntfIdDel(const Ovel::IntfId& intfId) {
-   const IntfNumber* number = numbers_->find(intfId);
-   if (number && *number < counts_.size() && counts_[*number] != kNoRow) {
-      counts_[*number] = kNoRow;
+   const IntfNumber number = numbers_->find(intfId);
+   if (number < counts_.size() && counts_[number] != kNoRow) {
+      counts_[number] = kNoRow;
       --rows_;
    }
 }
@@ -37,9 +38,8 @@ IntfNumber IntfViaSetKeyStatus::incIntfVskRefcount(const Ovel::IntfId& intfId) {
 }
 
 void IntfViaSetKeyStatus::decIntfVskRefcount(const Ovel::IntfId& intfId) {
-   const IntfNumber* number = numbers_->find(intfId);
-   VOK_ASSERT(number && vskRefcountByIntfId(intfId) > 0, "vskRefcountByIntfId( intfId ) > 0");
-   decVskRefcountOf(*number);
+   VOK_ASSERT(vskRefcountByIntfId(intfId) > 0, "vskRefcountByIntfId( intfId ) > 0");
+   decVskRefcountOf(numbers_->find(intfId));
 }
 
 void IntfViaSetKeyStatus::incVskRefcountOf(IntfNumber number) {

@@ -88,8 +88,8 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
    // deque grows block by block, never copying what it holds.
    static constexpr std::uint32_t kNoRow = 0xFFFFFFFF;
    std::uint32_t countOf(const Ovel::IntfId& intfId) const {
-      const IntfNumber* number = numbers_->find(intfId);
-      return number && *number < counts_.size() ? counts_[*number] : kNoRow;
+      const IntfNumber number = numbers_->find(intfId);
+      return number < counts_.size() ? counts_[number] : kNoRow;  // kNone is past the end
    }
    std::uint32_t& rowFor(IntfNumber number);
 

@@ -43,6 +43,13 @@ struct Route {
 
 std::ostream& operator<<(std::ostream& os, const Route& route);
 
+// A connected route as its writer leaves it: no metric, no forwarding index.
+inline Route connectedRoute(const Ovel::IpGenPrefix& prefix, ViaSetKey viaSetKey,
+                            Fib::RouteType routeType) {
+   return Route{prefix, RoutingProtocol::connected, MetricPref{0, 0}, viaSetKey,
+                kUnassignedFecIndex, routeType, 0};
+}
+
 // Key of a query-table row: one table serves every VRF.
 struct OrqKey {
    Vrf::VrfIdMap::VrfId vrfId;

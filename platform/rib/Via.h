@@ -40,6 +40,11 @@ struct Via {
    friend bool operator==(const Via&, const Via&) = default;
 };
 
+// The via of a directly attached network: the interface itself, no next hop.
+inline Via attachedVia(ViaKey key, const Ovel::IntfId& intfId) {
+   return Via{key, Ovel::IpGenAddr(), intfId, kViaFlagsAttached, kViaKindInterface};
+}
+
 // An entry of a via table's via map: another agent's alias of a via. This
 // engine writes none; it only clears them when it takes a table over.
 struct ViaMapEntry {

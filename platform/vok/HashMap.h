@@ -281,7 +281,6 @@ class HashMap {
       return longest;
    }
 
-   std::pair<double,double> statsX() const { if (!parts_) return {double(single_.slotCountX()), single_.meanDisplacementX()*single_.size()}; double a=0,b=0; for (const auto& t: parts_->tables){a+=t.slotCountX(); b+=t.meanDisplacementX()*t.size();} return {a,b}; }
    // How many tables hold the map: 1 until it splits.
    std::size_t parts() const noexcept { return parts_ ? parts_->tables.size() : 1; }
 
@@ -315,12 +314,7 @@ class HashMap {
             return false;
          }
       }
-      if (parts_) {
-         // Room for the new part before anything moves: growing the vector
-         // moves the tables (iterators find theirs again: the layout changes).
-         parts_->tables.reserve(parts_->tables.size() + 1);
-      }
-      Table& whole = tableFor(hash);
+      const Table& whole = tableFor(hash);
       const std::uint32_t upperBit = 0x80000000u >> depth;
       std::size_t inUpper = 0;
       for (auto it = whole.begin(); it != whole.end(); ++it) {
@@ -348,9 +342,14 @@ class HashMap {
          created = std::make_unique<Parts>();
          created->tables.reserve(2);
          created->size = single_.size();
+      } else if (parts_->tables.size() == parts_->tables.capacity()) {
+         // Room for the new part, allocated last: growing the vector moves
+         // the tables, and iterators find theirs again by the layout.
+         parts_->tables.reserve(2 * parts_->tables.size());
+         ++layout_;
       }
 
-      whole.splitInto(upperBit, lower, upper);
+      tableFor(hash).splitInto(upperBit, lower, upper);
       Parts& parts = created ? *created : *parts_;
       if (created) {
          parts.tables.push_back(std::move(lower));

@@ -214,6 +214,7 @@ TEST_F(Installer, TheNextSliceResumesWhereTheLastStoppedOrAtTheBeginning) {
       ASSERT_EQ(slow.sm->handleBacklogCallCount(), 1u);
       // Drained entries are gone: the slice stopped at the first one left.
       const IntfIdAndPrefix stoppedAt = slow.store->backlog().begin()->first;
+      ASSERT_EQ(slow.sm->backlogBookmark(), stoppedAt);
       for (int i = 400; i < 500; ++i) {
          slow.addSubnet(e1, subnet(i));
       }

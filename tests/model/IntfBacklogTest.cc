@@ -262,9 +262,10 @@ TEST(StoreRecords, TheCandidateOwnerFollowsTheFirstEntryOfEverySet) {
       switch (pick(8)) {
          case 0: {  // a whole set, of interfaces perhaps never seen
             IntfIdSet whole;
+            const ConnectedRouteProperty property(Fib::RouteType::attachedSubnet, Rib::ViaSetKey(3));
             for (int n = pick(3); n > 0; --n) {
-               whole.intfIdAndAddrIs(IntfIdAndAddr(intf("Vlan" + std::to_string(pick(50))), someAddr(p)),
-                                     ConnectedRouteProperty(Fib::RouteType::attachedSubnet, Rib::ViaSetKey(3)));
+               const Ovel::IntfId vlan = intf("Vlan" + std::to_string(pick(50)));
+               whole.intfIdAndAddrIs(IntfIdAndAddr(vlan, someAddr(p)), property);
             }
             store->intfIdsByPrefixIs(p, whole);
             break;
@@ -293,10 +294,10 @@ TEST(StoreRecords, TheCandidateOwnerFollowsTheFirstEntryOfEverySet) {
             ASSERT_TRUE(!record || record->candidateOwner == PrefixRecord::kNoCandidate) << step;
             continue;
          }
-         const IntfNumber* number = store->intfNumbers().find(first->key.intfId());
-         ASSERT_TRUE(number) << step;
-         ASSERT_EQ(record->candidateOwner, *number) << step;
-         ASSERT_EQ(store->intfNumbers().name(*number), first->key.intfId()) << step;
+         const IntfNumber number = store->intfNumbers().find(first->key.intfId());
+         ASSERT_NE(number, IntfNumbers::kNone) << step;
+         ASSERT_EQ(record->candidateOwner, number) << step;
+         ASSERT_EQ(store->intfNumbers().name(number), first->key.intfId()) << step;
       }
    }
 }
@@ -321,7 +322,7 @@ TEST(IntfViaSetKeyStatus, CountsByNameAndByNumberAgreeWithAReference) {
             break;
          case 2:
             if (reference.contains(name)) {
-               const std::uint32_t left = table->decVskRefcountOf(*numbers->find(id));
+               const std::uint32_t left = table->decVskRefcountOf(numbers->find(id));
                EXPECT_EQ(left, --reference[name]);
                if (left == 0) {
                   reference.erase(name);
