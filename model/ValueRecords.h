@@ -38,9 +38,8 @@ std::uint32_t oneAtATimeOfIntfId(const Ovel::IntfId& intfId) noexcept;
 template <class Second, class Tag>
 class IntfIdAnd {
  public:
-   IntfIdAnd() : hash_(computeHash()) {}
-   IntfIdAnd(Ovel::IntfId intfId, Second second)
-         : intfId_(intfId), second_(second), hash_(computeHash()) {}
+   IntfIdAnd() = default;
+   IntfIdAnd(Ovel::IntfId intfId, Second second) : intfId_(intfId), second_(second) {}
 
    const Ovel::IntfId& intfId() const noexcept { return intfId_; }
 
@@ -54,23 +53,21 @@ class IntfIdAnd {
    friend bool operator>=(const IntfIdAnd& a, const IntfIdAnd& b) { return !(a < b); }
    friend bool operator>(const IntfIdAnd& a, const IntfIdAnd& b) { return !(a <= b); }
 
-   // Computed once when the record is built: the record passes through
-   // several maps (backlog, candidate sets, their erasures), and the byte-serial hash
-   // was a quarter of the engine's time.
-   std::uint32_t hash() const noexcept { return hash_; }
+   // Computed when asked, not kept: the maps these records pass through most
+   // (the backlog, a prefix's single candidate) never ask, and a kept hash
+   // cost its byte-serial computation for every record built, and four
+   // bytes in each. The maps that do ask keep each entry's hash in its slot.
+   std::uint32_t hash() const noexcept {
+      const std::uint32_t h = oneAtATimeOfIntfId(intfId_);
+      return oneAtATimeFinish(oneAtATimeAdd(h, &second_, sizeof(second_)));
+   }
 
  protected:
    const Second& second() const noexcept { return second_; }
 
  private:
-   std::uint32_t computeHash() const noexcept {
-      const std::uint32_t h = oneAtATimeOfIntfId(intfId_);
-      return oneAtATimeFinish(oneAtATimeAdd(h, &second_, sizeof(second_)));
-   }
-
    Ovel::IntfId intfId_;
    Second second_;
-   std::uint32_t hash_;  // a function of the two fields, so equal records keep equal bytes
 };
 
 struct PrefixTag;
