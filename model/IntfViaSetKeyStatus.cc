@@ -5,6 +5,23 @@
 
 namespace Routing::ConnectedRoute {
 
+void IntfViaSetKeyStatus::intfViaSetKeyIs(const IntfViaSetKey& value) {
+   const IntfNumber number = numbers_->numberOf(value.intfId());
+   while (keys_.size() <= number) {
+      keys_.emplace_back();
+   }
+   keyRows_ += !keys_[number];
+   keys_[number] = value;
+}
+
+void IntfViaSetKeyStatus::intfViaSetKeyDel(const Ovel::IntfId& intfId) {
+   const IntfNumber number = numbers_->find(intfId);
+   if (number < keys_.size() && keys_[number]) {
+      keys_[number].reset();
+      --keyRows_;
+   }
+}
+
 std::uint32_t& IntfViaSetKeyStatus::rowFor(IntfNumber number) {
    VOK_ASSERT(number < numbers_->size(), "number < intfNumbers.size()");
    while (counts_.size() <= number) {

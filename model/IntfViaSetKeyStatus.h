@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 
 #include "model/IntfNumbers.h"
 #include "model/ValueRecords.h"
@@ -34,20 +35,20 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
 
    Ovel::AddressFamily addressFamily() const noexcept { return addressFamily_; }
 
-   // The interface's key row, or null.
+   // The interface's key row, or null; it stays where it is until the row
+   // is deleted.
    const IntfViaSetKey* intfViaSetKey(const Ovel::IntfId& intfId) const {
-      return intfViaSetKey_.lookup(intfId);
+      const IntfNumber number = numbers_->find(intfId);
+      return number < keys_.size() && keys_[number] ? &*keys_[number] : nullptr;
    }
    // Inserts the row under value.intfId(), or replaces every field of it.
-   void intfViaSetKeyIs(const IntfViaSetKey& value) {
-      intfViaSetKey_.insertOrAssign(value.intfId(), value);
+   void intfViaSetKeyIs(const IntfViaSetKey& value);
+   void intfViaSetKeyDel(const Ovel::IntfId& intfId);
+   void intfViaSetKeyDelAll() {
+      keys_.clear();
+      keyRows_ = 0;
    }
-   void intfViaSetKeyDel(Ovel::IntfId intfId) { intfViaSetKey_.erase(intfId); }
-   void intfViaSetKeyDelAll() { intfViaSetKey_.clear(); }
-   std::size_t intfViaSetKeyCount() const noexcept { return intfViaSetKey_.size(); }
-   const Vok::HashMap<Ovel::IntfId, IntfViaSetKey>& intfViaSetKeys() const noexcept {
-      return intfViaSetKey_;
-   }
+   std::size_t intfViaSetKeyCount() const noexcept { return keyRows_; }
 
    // The interface's count; an absent row reads as 0.
    std::uint32_t vskRefcountByIntfId(const Ovel::IntfId& intfId) const {
@@ -82,7 +83,9 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
    std::uint32_t decVskRefcountOf(IntfNumber number);
 
  private:
-   // A count row per interface number: the installer reaches it for every
+   // Key rows and count rows by interface number: an address machine reads
+   // its interface's keys for every prefix of an address, and the installer
+   // reaches a count row for every
    // route it writes, at random over the interfaces, and an array of counts
    // stays in the caches where a table keyed by 24-byte names does not. A
    // deque grows block by block, never copying what it holds.
@@ -95,7 +98,8 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
 
    Ovel::AddressFamily addressFamily_;
    std::shared_ptr<IntfNumbers> numbers_;
-   Vok::HashMap<Ovel::IntfId, IntfViaSetKey> intfViaSetKey_;
+   std::deque<std::optional<IntfViaSetKey>> keys_;  // by interface number
+   std::size_t keyRows_ = 0;
    std::deque<std::uint32_t> counts_;  // by interface number; kNoRow: none
    std::size_t rows_ = 0;
 };
