@@ -3,6 +3,7 @@
 
 #include "platform/ovel/MaskLength.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "platform/ovel/StrictText.h"
@@ -41,14 +42,16 @@ MaskedText splitMaskedText(std::string_view text, AddressFamily af) {
 }
 
 void clearHostBits(std::array<uint8_t, 16>& bytes, unsigned len) {
-   for (unsigned i = 0; i < bytes.size(); ++i) {
-      unsigned firstBit = i * 8;
-      if (len <= firstBit) {
-         bytes[i] = 0;
-      } else if (len < firstBit + 8) {
-         bytes[i] &= static_cast<uint8_t>(0xff << (firstBit + 8 - len));
-      }
+   // Every prefix built clears its bytes: the whole bytes past the length
+   // in one fill, rather than a test per byte.
+   std::size_t from = len / 8;
+   if (from >= bytes.size()) {
+      return;
    }
+   if (const unsigned kept = len % 8; kept != 0) {
+      bytes[from++] &= static_cast<uint8_t>(0xff << (8 - kept));
+   }
+   std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(from), bytes.end(), uint8_t{0});
 }
 
 }  // namespace Ovel

@@ -75,6 +75,16 @@ TEST(IpGenPrefixTest, ConstructorsClearHostBits) {
    EXPECT_EQ(IpGenPrefix(Ip6Addr::parse("::1"), 64).v6Addr(), Ip6Addr());
    EXPECT_THROW(IpGenPrefix(IpAddr(), 33), std::range_error);
    EXPECT_THROW(IpGenPrefix(Ip6Addr(), 129), std::range_error);
+   // Every length of an all-ones address keeps exactly that many leading ones.
+   Ip6Addr::Bytes ones;
+   ones.fill(0xff);
+   for (unsigned len = 0; len <= 128; ++len) {
+      const Ip6Addr::Bytes kept = IpGenPrefix(Ip6Addr(ones), static_cast<uint8_t>(len)).v6Addr().bytes();
+      for (unsigned bit = 0; bit < 128; ++bit) {
+         const bool set = (kept[bit / 8] >> (7 - bit % 8)) & 1;
+         ASSERT_EQ(set, bit < len) << "length " << len << ", bit " << bit;
+      }
+   }
 }
 
 TEST(IpGenPrefixTest, Text) {
