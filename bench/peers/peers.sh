@@ -11,6 +11,12 @@
 #                  recover from)
 #   CPU, peak RSS: of the daemon, for the start-up sync
 #
+# After each connroute row, the size of its table directory on disk at the
+# end of the start-up sync; after each bird2 row, connroute over bird2: the
+# start-up sync, the CPU per route and the memory per route (connroute's
+# peak RSS plus its table directory, over bird2's peak RSS), each daemon
+# per route it writes (connroute writes four per IPv4 address, bird2 one).
+#
 # bird2 (its direct protocol, one route per address) runs when installed
 # (apt-get install bird2); the benchmark never runs in CI.
 # Usage: bench/peers/peers.sh CONNROUTE [N...]   (as root; default N: 1000 10000 50000)
@@ -77,12 +83,12 @@ EOF
   ip netns exec "$ns" bird -c "$work/bird.conf" -s "$work/bird.ctl" -P "$work/bird.pid" -f &
 }
 
-peak() { # PID: CPU seconds and peak RSS (MiB) so far
-  local ticks
-  ticks=$(awk '{print $14 + $15}' "/proc/$1/stat")
-  printf '%.2f s  %d MiB' "$(echo "$ticks / $(getconf CLK_TCK)" | bc -l)" \
-    $(($(awk '/VmHWM/ {print $2}' "/proc/$1/status") / 1024))
+peak() { # PID: sets cpu (seconds) and rss (KiB, the peak so far)
+  cpu=$(echo "$(awk '{print $14 + $15}' "/proc/$1/stat") / $(getconf CLK_TCK)" | bc -l)
+  rss=$(awk '/VmHWM/ {print $2}' "/proc/$1/status")
 }
+usage() { printf '%.2f s  %d MiB' "$cpu" $((rss / 1024)); }
+ratio() { echo "($1) / ($2)" | bc -l | xargs printf '%.2f'; }
 
 printf '| N | daemon | routes | start-up sync | CPU, peak RSS | flood lag | lost |\n|---|---|---|---|---|---|---|\n'
 for n in "${sizes[@]}"; do
@@ -98,7 +104,9 @@ for n in "${sizes[@]}"; do
   pid=$!
   until [ "$(connroute_routes "$work/t")" -ge $((want4 + want6)) ]; do sleep 0.01; done
   sync=$(since "$t0")
-  usage=$(peak "$pid")
+  peak "$pid"
+  c_sync=$sync c_cpu=$cpu c_rss=$rss c_usage=$(usage)
+  c_dir=$(du -sk "$work/t" | awk '{print $1}')  # KiB on disk
   kill "$pid"; wait "$pid" || true
   # connroute: flood lag.
   fresh_namespace "$n"
@@ -113,8 +121,10 @@ for n in "${sizes[@]}"; do
   lag=$(since "$t0")
   have=$(connroute_routes "$work/t")
   kill "$pid"; wait "$pid" || true
-  printf '| %d | connroute | %d | %s s | %s | %s s | %d |\n' "$n" $((want4 + want6)) "$sync" "$usage" "$lag" \
-    $((want4 + want6 - have))
+  c_routes=$((want4 + want6))
+  printf '| %d | connroute | %d | %s s | %s | %s s | %d |\n' "$n" "$c_routes" "$c_sync" "$c_usage" "$lag" \
+    $((c_routes - have))
+  printf 'table directory: %d MiB\n' $((c_dir / 1024))
 
   if command -v bird > /dev/null; then
     fresh_namespace "$n"
@@ -124,7 +134,8 @@ for n in "${sizes[@]}"; do
     start_bird
     until [ "$(bird_routes)" -ge "$want" ] 2> /dev/null; do sleep 0.01; done
     sync=$(since "$t0")
-    usage=$(peak "$(cat "$work/bird.pid")")
+    peak "$(cat "$work/bird.pid")"
+    b_sync=$sync b_cpu=$cpu b_rss=$rss b_usage=$(usage)
     kill "$(cat "$work/bird.pid")"; sleep 0.2
     fresh_namespace "$n"
     start_bird
@@ -136,6 +147,10 @@ for n in "${sizes[@]}"; do
     lag=$(since "$t0")
     have=$(bird_routes)
     kill "$(cat "$work/bird.pid")"; sleep 0.2
-    printf '| %d | bird2 (direct) | %d | %s s | %s | %s s | %d |\n' "$n" "$want" "$sync" "$usage" "$lag" $((want - have))
+    printf '| %d | bird2 (direct) | %d | %s s | %s | %s s | %d |\n' "$n" "$want" "$b_sync" "$b_usage" "$lag" \
+      $((want - have))
+    printf 'connroute over bird2: start-up %sx, CPU per route %sx, memory per route %sx\n' \
+      "$(ratio "$c_sync" "$b_sync")" "$(ratio "$c_cpu / $c_routes" "$b_cpu / $want")" \
+      "$(ratio "($c_rss + $c_dir) / $c_routes" "$b_rss / $want")"
   fi
 done
