@@ -7,9 +7,9 @@
 // stops the process, never a silent clamp. Nobody watches this table:
 // callers read it directly.
 //
-// Count rows are kept by the interface's number (IntfNumbers, shared by
-// both families of a store), which is also how the installer records an
-// installed route's owner.
+// Key rows and count rows are kept by the interface's number (IntfNumbers,
+// shared by both families of a store), which is also how the installer
+// records an installed route's owner.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,6 @@
 #include "model/ValueRecords.h"
 #include "platform/ovel/AddressFamily.h"
 #include "platform/vok/Entity.h"
-#include "platform/vok/HashMap.h"
 
 namespace Routing::ConnectedRoute {
 
@@ -83,12 +82,12 @@ class IntfViaSetKeyStatus final : public Vok::Entity {
    std::uint32_t decVskRefcountOf(IntfNumber number);
 
  private:
-   // Key rows and count rows by interface number: an address machine reads
-   // its interface's keys for every prefix of an address, and the installer
-   // reaches a count row for every
-   // route it writes, at random over the interfaces, and an array of counts
-   // stays in the caches where a table keyed by 24-byte names does not. A
-   // deque grows block by block, never copying what it holds.
+   // Rows by interface number: an address machine reads its interface's
+   // keys for every prefix of an address, and the installer reaches a count
+   // row for every route it writes, at random over the interfaces; arrays
+   // indexed by number stay in the caches where tables keyed by 24-byte
+   // names do not. A deque grows block by block, never copying what it
+   // holds, and keeps every row where it is.
    static constexpr std::uint32_t kNoRow = 0xFFFFFFFF;
    std::uint32_t countOf(const Ovel::IntfId& intfId) const {
       const IntfNumber number = numbers_->find(intfId);
