@@ -28,13 +28,8 @@ class IntfNumbers final {
 
    // The interface's number, given now if it has none yet.
    IntfNumber numberOf(const Ovel::IntfId& intfId) {
-      // An address machine asks for its interface several times per
-      // address, and the machines of one interface run one after another.
-      if (last_ != kNone && intfId == names_[last_]) {
-         return last_;
-      }
-      if (const IntfNumber* number = numbers_.lookup(intfId)) {
-         return last_ = *number;
+      if (const IntfNumber number = find(intfId); number != kNone) {
+         return last_ = number;
       }
       VOK_ASSERT(names_.size() < kLimit, "intfNumbers.size() < kLimit");
       // The name goes in first: a failure between the two leaves no number
@@ -69,7 +64,10 @@ class IntfNumbers final {
    // A deque grows block by block; a vector would copy every name when it
    // grows, a step proportional to the interfaces inside one drain slice.
    std::deque<Ovel::IntfId> names_;
-   IntfNumber last_ = kNone;  // the number numberOf gave last
+   // The number numberOf gave last, answered without a lookup: an address
+   // machine asks for its interface several times per address, and the
+   // machines of one interface run one after another.
+   IntfNumber last_ = kNone;
 };
 
 }  // namespace Routing::ConnectedRoute

@@ -55,8 +55,7 @@ IntfNumber IntfViaSetKeyStatus::incIntfVskRefcount(const Ovel::IntfId& intfId) {
 }
 
 void IntfViaSetKeyStatus::decIntfVskRefcount(const Ovel::IntfId& intfId) {
-   VOK_ASSERT(vskRefcountByIntfId(intfId) > 0, "vskRefcountByIntfId( intfId ) > 0");
-   decVskRefcountOf(numbers_->find(intfId));
+   decVskRefcountOf(numbers_->find(intfId));  // which stops the process without a count
 }
 
 void IntfViaSetKeyStatus::incVskRefcountOf(IntfNumber number) {

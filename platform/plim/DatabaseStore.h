@@ -163,7 +163,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       log.beginTable(*number_, kind_, sizeof(K), sizeof(V), changes_.size());
       for (std::size_t i = 0; i < changes_.size(); ++i) {
          const Change& change = changes_[i];
-         if (i + 1 < changes_.size() && std::memcmp(&change.key, &changes_[i + 1].key, sizeof(K)) == 0) {
+         if (i + 1 < changes_.size() && Vok::sameBytes(change.key, changes_[i + 1].key)) {
             continue;  // a later change of the same key wins
          }
          KeyBytes bytes = keyBytes(change.key);
