@@ -179,15 +179,15 @@ class HashMap {
    const_iterator end() const { return const_iterator(); }
 
    // The iterator standing on `key`, or end().
-   iterator find(const K& key) { return findHashed(key, Traits::hash(key)); }
-   const_iterator find(const K& key) const { return findHashed(key, Traits::hash(key)); }
+   iterator find(const K& key) { return findHashed(key, Table::hashOf(key)); }
+   const_iterator find(const K& key) const { return findHashed(key, Table::hashOf(key)); }
    // The value of `key`, or null: cheaper than find() on hot paths.
    V* lookup(const K& key) {
-      const std::uint32_t hash = Traits::hash(key);
+      const std::uint32_t hash = Table::hashOf(key);
       return tableFor(hash).lookupHashed(key, hash);
    }
    const V* lookup(const K& key) const {
-      const std::uint32_t hash = Traits::hash(key);
+      const std::uint32_t hash = Table::hashOf(key);
       return tableFor(hash).lookupHashed(key, hash);
    }
    bool contains(const K& key) const { return lookup(key) != nullptr; }
@@ -196,7 +196,7 @@ class HashMap {
    // and whether it was inserted.
    template <class... Args>
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
-      const std::uint32_t hash = Traits::hash(key);
+      const std::uint32_t hash = Table::hashOf(key);
       // Only a new key splits: `key` may refer into the map itself.
       Table& table = tableFor(hash);
       const bool full = table.size() >= PartSize;
@@ -224,7 +224,7 @@ class HashMap {
    }
 
    bool erase(const K& key) {
-      const std::uint32_t hash = Traits::hash(key);
+      const std::uint32_t hash = Table::hashOf(key);
       if (!tableFor(hash).eraseHashed(key, hash)) {
          return false;
       }

@@ -45,6 +45,7 @@ class OrderedTable {
 
  private:
    static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+   static constexpr std::uint32_t kFree = 0xFFFFFFFF;  // the hash of a free slot
 
    template <bool Const>
    class Iter {
@@ -166,18 +167,18 @@ class OrderedTable {
    const_iterator end() const { return const_iterator(); }
 
    // The iterator standing on `key`, or end().
-   iterator find(const K& key) { return findHashed(key, Traits::hash(key)); }
-   const_iterator find(const K& key) const { return findHashed(key, Traits::hash(key)); }
+   iterator find(const K& key) { return findHashed(key, hashOf(key)); }
+   const_iterator find(const K& key) const { return findHashed(key, hashOf(key)); }
    // The value of `key`, or null: cheaper than find() on hot paths.
-   V* lookup(const K& key) { return lookupHashed(key, Traits::hash(key)); }
-   const V* lookup(const K& key) const { return lookupHashed(key, Traits::hash(key)); }
+   V* lookup(const K& key) { return lookupHashed(key, hashOf(key)); }
+   const V* lookup(const K& key) const { return lookupHashed(key, hashOf(key)); }
    bool contains(const K& key) const { return lookup(key) != nullptr; }
 
    // Inserts key -> V(args...) unless the key is present. Returns the value
    // and whether it was inserted.
    template <class... Args>
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
-      return tryEmplaceHashed(Traits::hash(key), key, std::forward<Args>(args)...);
+      return tryEmplaceHashed(hashOf(key), key, std::forward<Args>(args)...);
    }
 
    template <class M>
@@ -189,9 +190,16 @@ class OrderedTable {
       return {stored, inserted};
    }
 
-   bool erase(const K& key) { return eraseHashed(key, Traits::hash(key)); }
+   bool erase(const K& key) { return eraseHashed(key, hashOf(key)); }
 
-   // The same, given the key's hash (Traits::hash(key)) already computed.
+   // The hash a key is placed and ordered by: the traits' hash, except that
+   // the largest value marks a free slot, so a key hashing to it orders as
+   // the value below. Either way it is a function of the key alone.
+   static std::uint32_t hashOf(const K& key) noexcept {
+      return std::min(Traits::hash(key), kFree - 1);
+   }
+
+   // The same, given the key's hash (hashOf(key)) already computed.
    iterator findHashed(const K& key, std::uint32_t hash) { return iterator(this, findSlot(key, hash)); }
    const_iterator findHashed(const K& key, std::uint32_t hash) const {
       return const_iterator(this, findSlot(key, hash));
@@ -259,17 +267,24 @@ private:
       return static_cast<std::size_t>((std::uint64_t{within} * capacity_) >> 32);
    }
 
-   // One block of length_ slots, each holding an entry beside its hash and
-   // occupancy: a probe touches one cache line, not one per parallel array.
+   // One block holding two arrays of length_: the entries, then their
+   // hashes, kFree in a free slot. A probe reads the dense hashes (sixteen
+   // to a cache line) and touches an entry only where the hash matches, so
+   // a key displaced from home costs no more entry lines than one at home.
    struct Slot {
       alignas(value_type) std::byte storage[sizeof(value_type)];
-      std::uint32_t hash;
-      std::uint8_t used;
       value_type& entry() noexcept { return *std::launder(reinterpret_cast<value_type*>(storage)); }
    };
    static_assert(alignof(value_type) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
                  "slots are allocated with the default alignment");
+   static constexpr std::size_t hashesOffset(std::size_t length) noexcept {
+      return (length * sizeof(Slot) + alignof(std::uint32_t) - 1) / alignof(std::uint32_t) *
+             alignof(std::uint32_t);
+   }
    Slot* slots() const noexcept { return reinterpret_cast<Slot*>(block_); }
+   std::uint32_t* hashes() const noexcept {
+      return reinterpret_cast<std::uint32_t*>(block_ + hashesOffset(length_));
+   }
    // Keys and values that are plain bytes (the routing tables' records) can
    // be moved between slots by copying the slots' bytes. The pair itself is
    // not trivially copyable (its assignments are user-provided), but its
@@ -284,8 +299,8 @@ private:
       return reinterpret_cast<value_type*>(slots()[slot].storage);
    }
    value_type& entryAt(std::size_t slot) const noexcept { return slots()[slot].entry(); }
-   std::uint32_t& hashAt(std::size_t slot) const noexcept { return slots()[slot].hash; }
-   std::uint8_t& usedAt(std::size_t slot) const noexcept { return slots()[slot].used; }
+   std::uint32_t& hashAt(std::size_t slot) const noexcept { return hashes()[slot]; }
+   bool usedAt(std::size_t slot) const noexcept { return hashAt(slot) != kFree; }
 
    // Does the entry in `slot` order before (hash, key)?
    bool before(std::size_t slot, std::uint32_t hash, const K& key) const {
@@ -302,21 +317,26 @@ private:
       if (ordersLast(hash)) {
          return npos;
       }
-      const Slot* all = slots();
-      for (std::size_t i = home(hash); i < length_ && all[i].used; ++i) {
-         if (all[i].hash == hash && entryAt(i).first == key) {
-            return i;
-         }
-         if (!before(i, hash, key)) {
-            return npos;  // clusters are sorted: the key would have been here
+      // Clusters are sorted, and a free slot's kFree orders after every
+      // key: the first hash above the key's says it is absent.
+      const std::uint32_t* hashed = hashes();
+      for (std::size_t i = home(hash); i < length_ && hashed[i] <= hash; ++i) {
+         if (hashed[i] == hash) {
+            const K& present = entryAt(i).first;
+            if (present == key) {
+               return i;
+            }
+            if (Traits::tieBreak(present, key) > 0) {
+               return npos;
+            }
          }
       }
       return npos;
    }
 
    std::size_t firstUsedFrom(std::size_t slot) const {
-      const Slot* all = slots();
-      while (slot < length_ && !all[slot].used) {
+      const std::uint32_t* hashed = hashes();
+      while (slot < length_ && hashed[slot] == kFree) {
          ++slot;
       }
       return slot < length_ ? slot : npos;
@@ -380,7 +400,6 @@ private:
       std::construct_at(placeAt(slot), std::piecewise_construct, std::forward_as_tuple(key),
                         std::forward_as_tuple(std::forward<Args>(args)...));
       hashAt(slot) = hash;
-      usedAt(slot) = 1;
       noteIfLast(slot);
       ++size_;
    }
@@ -400,6 +419,10 @@ private:
 
    // Moves the slots [first, free) one place up, into the free slot `free`.
    void shiftUp(std::size_t first, std::size_t free);
+
+   // Moves the plain-byte entries of [first, end), with their hashes, to
+   // start at `to`.
+   void moveRun(std::size_t first, std::size_t end, std::size_t to);
 
    void moveSlot(std::size_t from, std::size_t to);
 

@@ -65,7 +65,7 @@ inline std::size_t OrderedTable<K, V, Traits>::insertSlot(const K& key, std::uin
 template <class K, class V, class Traits>
 inline void OrderedTable<K, V, Traits>::eraseSlot(std::size_t slot) {
    std::destroy_at(&entryAt(slot));
-   usedAt(slot) = 0;
+   hashAt(slot) = kFree;
    --size_;
    // Backward shift: displaced successors move up so no gap breaks a
    // cluster; an entry sitting at its home slot ends the shift.
@@ -89,9 +89,8 @@ inline void OrderedTable<K, V, Traits>::shiftDown(std::size_t hole, std::size_t 
       return;
    }
    if constexpr (kBytewise) {
-      std::memmove(static_cast<void*>(slots() + hole), static_cast<const void*>(slots() + hole + 1),
-                   (end - hole - 1) * sizeof(Slot));
-      usedAt(end - 1) = 0;
+      moveRun(hole + 1, end, hole);
+      hashAt(end - 1) = kFree;
    } else {
       for (std::size_t i = hole + 1; i < end; ++i) {
          moveSlot(i, i - 1);
@@ -102,11 +101,10 @@ inline void OrderedTable<K, V, Traits>::shiftDown(std::size_t hole, std::size_t 
 template <class K, class V, class Traits>
 inline void OrderedTable<K, V, Traits>::shiftUp(std::size_t first, std::size_t free) {
    if constexpr (kBytewise) {
-      // Entries of plain bytes move as one block, hash and occupancy
-      // included; the slot left at `first` is rebuilt by the caller.
-      std::memmove(static_cast<void*>(slots() + first + 1), static_cast<const void*>(slots() + first),
-                   (free - first) * sizeof(Slot));
-      usedAt(first) = 0;
+      // Entries of plain bytes move as one block; the slot left at `first`
+      // is rebuilt by the caller.
+      moveRun(first, free, first + 1);
+      hashAt(first) = kFree;
    } else {
       for (std::size_t i = free; i > first; --i) {
          moveSlot(i - 1, i);
@@ -115,12 +113,19 @@ inline void OrderedTable<K, V, Traits>::shiftUp(std::size_t first, std::size_t f
 }
 
 template <class K, class V, class Traits>
+inline void OrderedTable<K, V, Traits>::moveRun(std::size_t first, std::size_t end, std::size_t to) {
+   const std::size_t count = end - first;
+   std::memmove(static_cast<void*>(slots() + to), static_cast<const void*>(slots() + first),
+                count * sizeof(Slot));
+   std::memmove(hashes() + to, hashes() + first, count * sizeof(std::uint32_t));
+}
+
+template <class K, class V, class Traits>
 inline void OrderedTable<K, V, Traits>::moveSlot(std::size_t from, std::size_t to) {
    std::construct_at(placeAt(to), std::move(entryAt(from)));
    std::destroy_at(&entryAt(from));
    hashAt(to) = hashAt(from);
-   usedAt(to) = 1;
-   usedAt(from) = 0;
+   hashAt(from) = kFree;
 }
 
 template <class K, class V, class Traits>
@@ -164,7 +169,6 @@ inline std::size_t OrderedTable<K, V, Traits>::put(std::size_t slot, std::uint32
    }
    std::construct_at(placeAt(slot), std::move(entry));
    hashAt(slot) = hash;
-   usedAt(slot) = 1;
    noteIfLast(slot);
    ++size_;
    return slot + 1;
@@ -173,11 +177,10 @@ inline std::size_t OrderedTable<K, V, Traits>::put(std::size_t slot, std::uint32
 template <class K, class V, class Traits>
 inline void OrderedTable<K, V, Traits>::allocate(std::size_t length) {
    VOK_ASSERT(length < 0xFFFFFFFFu, "hash map too large");
-   block_ = static_cast<std::byte*>(::operator new(length * sizeof(Slot)));
+   block_ = static_cast<std::byte*>(
+         ::operator new(hashesOffset(length) + length * sizeof(std::uint32_t)));
    length_ = static_cast<std::uint32_t>(length);
-   for (std::size_t i = 0; i < length; ++i) {
-      usedAt(i) = 0;
-   }
+   std::fill_n(hashes(), length, kFree);
 }
 
 template <class K, class V, class Traits>
