@@ -197,30 +197,20 @@ class HashMap {
    template <class... Args>
    std::pair<V*, bool> tryEmplace(const K& key, Args&&... args) {
       const std::uint32_t hash = Table::hashOf(key);
-      // Only a new key splits: `key` may refer into the map itself.
-      Table& table = tableFor(hash);
-      const bool full = table.size() >= PartSize;
-      if ((full || table.sharedHashBits() < reservedDepth_) && !table.lookupHashed(key, hash) &&
-          split(hash, full)) {
-         return tryEmplace(key, std::forward<Args>(args)...);  // once more, in its half
+      if (V* present = tableFor(hash).lookupHashed(key, hash)) {
+         return {present, false};
       }
-      if (table.size() < reservedPerPart_) {
-         table.reserve(reservedPerPart_);  // the part's share of a promised size
-      }
-      auto result = table.tryEmplaceHashed(hash, key, std::forward<Args>(args)...);
-      if (result.second && parts_) {
-         ++parts_->size;
-      }
-      return result;
+      return {emplaceAbsent(hash, key, std::forward<Args>(args)...), true};
    }
 
    template <class M>
    std::pair<V*, bool> insertOrAssign(const K& key, M&& value) {
-      auto [stored, inserted] = tryEmplace(key, std::forward<M>(value));
-      if (!inserted) {
-         *stored = std::forward<M>(value);
+      const std::uint32_t hash = Table::hashOf(key);
+      if (V* present = tableFor(hash).lookupHashed(key, hash)) {
+         *present = std::forward<M>(value);
+         return {present, false};
       }
-      return {stored, inserted};
+      return {emplaceAbsent(hash, key, std::forward<M>(value)), true};
    }
 
    bool erase(const K& key) {
@@ -292,6 +282,29 @@ class HashMap {
    Table& tableFor(std::uint32_t hash) { return parts_ ? parts_->tables[partOf(hash)] : single_; }
    const Table& tableFor(std::uint32_t hash) const {
       return parts_ ? parts_->tables[partOf(hash)] : single_;
+   }
+
+   // Inserts `key`, which the map does not hold, splitting its table first
+   // where it is full or a promised size asks for more parts. Only a new
+   // key splits: a present one may be referred to from inside the map.
+   // Kept out of line: the lookup before it is inlined into every caller,
+   // and a hot loop that finds its keys present runs faster the shorter it
+   // is.
+   template <class... Args>
+   [[gnu::noinline]] V* emplaceAbsent(std::uint32_t hash, const K& key, Args&&... args) {
+      Table& table = tableFor(hash);
+      const bool full = table.size() >= PartSize;
+      if ((full || table.sharedHashBits() < reservedDepth_) && split(hash, full)) {
+         return emplaceAbsent(hash, key, std::forward<Args>(args)...);  // once more, in its half
+      }
+      if (table.size() < reservedPerPart_) {
+         table.reserve(reservedPerPart_);  // the part's share of a promised size
+      }
+      V* stored = table.emplaceAbsentHashed(hash, key, std::forward<Args>(args)...);
+      if (parts_) {
+         ++parts_->size;
+      }
+      return stored;
    }
 
    // Splits the table holding `hash` in two by its next hash bit. A full

@@ -216,8 +216,12 @@ class OrderedTable {
       if (std::size_t slot = findSlot(key, hash); slot != npos) {
          return {&entryAt(slot).second, false};
       }
-      std::size_t slot = insertSlot(key, hash, std::forward<Args>(args)...);
-      return {&entryAt(slot).second, true};
+      return {emplaceAbsentHashed(hash, key, std::forward<Args>(args)...), true};
+   }
+   // Inserts key -> V(args...), given that the table does not hold the key.
+   template <class... Args>
+   V* emplaceAbsentHashed(std::uint32_t hash, const K& key, Args&&... args) {
+      return &entryAt(insertSlot(key, hash, std::forward<Args>(args)...)).second;
    }
    bool eraseHashed(const K& key, std::uint32_t hash) {
       std::size_t slot = findSlot(key, hash);
