@@ -138,7 +138,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
    std::sort(watch.changed.begin(), watch.changed.end(), Vok::bytesLess<Ovel::IpGenPrefix>);
    watch.changed.erase(std::unique(watch.changed.begin(), watch.changed.end()), watch.changed.end());
    Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
-   std::string value;
+   CandidatesValue value;
    for (const Ovel::IpGenPrefix& prefix : watch.changed) {
       std::string key = candidateKey(vrfId, prefix);
       const MDB_val k{key.size(), key.data()};
@@ -150,19 +150,16 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
          writes.del(k, "withdraw a published row");
          continue;
       }
-      std::vector<CandidateRow> candidates;
+      value.start(owner == PrefixRecord::kNoOwner ? std::string_view("-")
+                                                  : store.intfNumbers().name(owner).name());
       if (set) {
          set->forEach([&](const IntfIdSet::Entry& entry) {
-            candidates.push_back(CandidateRow{std::string(entry.key.intfId().name()),
-                                              entry.key.addrWithMask().toString(),
-                                              static_cast<unsigned>(entry.property.routeType()),
-                                              entry.property.viaSetKey().value()});
+            value.add(entry.key.intfId().name(), entry.key.addrWithMask(),
+                      static_cast<unsigned>(entry.property.routeType()), entry.property.viaSetKey().value());
          });
       }
-      value = candidatesValue(
-            owner == PrefixRecord::kNoOwner ? "-" : std::string(store.intfNumbers().name(owner).name()),
-            candidates);
-      writes.put(k, MDB_val{value.size(), value.data()}, "publish a row");
+      const std::string_view bytes = value.bytes();
+      writes.put(k, MDB_val{bytes.size(), const_cast<char*>(bytes.data())}, "publish a row");
    }
    watch.changed.clear();
 }

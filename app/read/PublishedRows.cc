@@ -21,6 +21,11 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
    }
 }
 
+void appendNumber(std::string& out, std::uint32_t value) {
+   char digits[10];
+   out.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+}
+
 template <class T>
 T number(std::string_view text) {
    T value{};
@@ -68,14 +73,25 @@ Ovel::IpGenPrefix candidatePrefix(std::string_view key) {
    return prefix;
 }
 
-std::string candidatesValue(const std::string& installedOwner, const std::vector<CandidateRow>& rows) {
-   std::string value = installedOwner;
-   for (const CandidateRow& row : rows) {
-      value += '\n';
-      value += row.intf + '\t' + row.address + '\t' + std::to_string(row.type) + '\t' +
-               std::to_string(row.viaSet);
+void CandidatesValue::start(std::string_view installedOwner) { value_.assign(installedOwner); }
+
+void CandidatesValue::add(std::string_view intf, const Ovel::IpGenAddrWithMask& address, unsigned type,
+                          std::uint32_t viaSet) {
+   value_ += '\n';
+   value_ += intf;
+   value_ += '\t';
+   if (address.isEmpty()) {
+      value_ += "none";
+   } else {
+      char text[Ovel::IpGenAddr::kMaxChars];
+      value_.append(text, address.addr().toChars(text));
+      value_ += '/';
+      appendNumber(value_, address.len());
    }
-   return value;
+   value_ += '\t';
+   appendNumber(value_, type);
+   value_ += '\t';
+   appendNumber(value_, viaSet);
 }
 
 Candidates parseCandidates(std::string_view value) {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/ovel/IpGenAddrWithMask.h"
 #include "platform/ovel/IpGenPrefix.h"
 #include "platform/vok/KeyTraits.h"
 
@@ -51,7 +52,20 @@ struct Candidates {
    std::vector<CandidateRow> rows;
 };
 
-std::string candidatesValue(const std::string& installedOwner, const std::vector<CandidateRow>& rows);
+// Writes a prefix's published candidates value: the installed owner, then
+// one line per candidate in the set's order. The buffer is kept from one
+// value to the next, so a turn that publishes many prefixes allocates once.
+class CandidatesValue {
+ public:
+   // Starts a value with the installed owner ("-": none).
+   void start(std::string_view installedOwner);
+   void add(std::string_view intf, const Ovel::IpGenAddrWithMask& address, unsigned type,
+            std::uint32_t viaSet);
+   std::string_view bytes() const noexcept { return value_; }
+
+ private:
+   std::string value_;
+};
 // Throws std::invalid_argument for a malformed value.
 Candidates parseCandidates(std::string_view value);
 

@@ -1,0 +1,44 @@
+// A prefix's published candidates read back as they were written, whatever
+// the family, the number of candidates and the widest numbers.
+#include <gtest/gtest.h>
+
+#include "app/read/PublishedRows.h"
+
+namespace {
+
+struct Written {
+   std::string intf;
+   Ovel::IpGenAddrWithMask address;
+   unsigned type;
+   std::uint32_t viaSet;
+};
+
+TEST(PublishedRowsTest, CandidatesReadBackAsWritten) {
+   const Ovel::IpGenAddrWithMask v4(Ovel::IpAddrWithMask(Ovel::IpAddr(0x0A010105u), 24));
+   const Ovel::IpGenAddrWithMask v6 = Ovel::IpGenAddrWithMask::parse("ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe/128");
+   const std::vector<std::pair<std::string, std::vector<Written>>> cases = {
+         {"-", {}},
+         {"Ethernet1", {{"Ethernet1", v4, 1, 7}}},
+         {"-", {{"Ethernet2", v6, 4294967295u, 4294967295u}, {"Vlan10", v4, 0, 0},
+                {"Ethernet3", Ovel::IpGenAddrWithMask(), 3, 12}}},
+   };
+   App::CandidatesValue value;  // one buffer for every case, as a turn uses it
+   for (const auto& [owner, written] : cases) {
+      SCOPED_TRACE(owner + " with " + std::to_string(written.size()));
+      value.start(owner);
+      for (const Written& w : written) {
+         value.add(w.intf, w.address, w.type, w.viaSet);
+      }
+      const App::Candidates read = App::parseCandidates(value.bytes());
+      EXPECT_EQ(read.installedOwner, owner);
+      ASSERT_EQ(read.rows.size(), written.size());
+      for (std::size_t i = 0; i < written.size(); ++i) {
+         EXPECT_EQ(read.rows[i].intf, written[i].intf);
+         EXPECT_EQ(read.rows[i].address, written[i].address.toString());
+         EXPECT_EQ(read.rows[i].type, written[i].type);
+         EXPECT_EQ(read.rows[i].viaSet, written[i].viaSet);
+      }
+   }
+}
+
+}  // namespace
