@@ -66,6 +66,7 @@ class CandidatesValue {
  private:
    std::string value_;
 };
+
 // Throws std::invalid_argument for a malformed value.
 Candidates parseCandidates(std::string_view value);
 

@@ -321,12 +321,12 @@ private:
       if (ordersLast(hash)) {
          return npos;
       }
-      // Clusters are sorted, and a free slot's kFree orders after every
-      // key: the first hash above the key's says it is absent.
-      const std::size_t start = home(hash);
       // The entry at home is asked for while the hashes are read: most
       // keys sit there or just after, so its line arrives with theirs
-      // instead of after them.
+      // instead of after them. Clusters are sorted, and a free slot's kFree
+      // orders after every key: the first hash above the key's says it is
+      // absent.
+      const std::size_t start = home(hash);
       __builtin_prefetch(slots() + start);
       const std::uint32_t* hashed = hashes();
       for (std::size_t i = start; i < length_ && hashed[i] <= hash; ++i) {
