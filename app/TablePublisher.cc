@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "app/read/PublishedRows.h"
+#include "platform/plim/MdbBytes.h"
 #include "platform/plim/SortedWrites.h"
 #include "platform/vok/SameBytes.h"
 
@@ -158,8 +159,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& c
                       static_cast<unsigned>(entry.property.routeType()), entry.property.viaSetKey().value());
          });
       }
-      const std::string_view bytes = value.bytes();
-      writes.put(k, MDB_val{bytes.size(), const_cast<char*>(bytes.data())}, "publish a row");
+      writes.put(k, Plim::bytesOf(value.bytes()), "publish a row");
    }
    watch.changed.clear();
 }

@@ -56,7 +56,7 @@ class IntfIdAnd {
    // Computed when asked, not kept: the maps these records pass through most
    // (the backlog, a prefix's single candidate) never ask, and a kept hash
    // cost its byte-serial computation for every record built, and four
-   // bytes in each. The maps that do ask keep each entry's hash in its slot.
+   // bytes in each. The maps that do ask keep each entry's hash beside it.
    std::uint32_t hash() const noexcept {
       const std::uint32_t h = oneAtATimeOfIntfId(intfId_);
       return oneAtATimeFinish(oneAtATimeAdd(h, &second_, sizeof(second_)));

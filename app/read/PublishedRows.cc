@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 
 namespace App {
@@ -22,7 +23,7 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 }
 
 void appendNumber(std::string& out, std::uint32_t value) {
-   char digits[10];
+   char digits[std::numeric_limits<std::uint32_t>::digits10 + 1];
    out.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
 }
 

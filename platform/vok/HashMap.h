@@ -1,8 +1,9 @@
 // The runtime's hash map: O(1) operations, deterministic iteration order, and
 // iterators that stay usable while the map changes under them.
 //
-// Iteration order is (hash, tieBreak) order of the keys present: a function
-// of the set of keys, never of insertion history, capacity or the run.
+// Iteration order is (hash, tieBreak) order of the keys present, the hash as
+// placed (placedHash, KeyTraits.h): a function of the set of keys, never of
+// insertion history, capacity or the run.
 // Iterators remember the key they stand on, so a loop may erase the current
 // entry, or any other, and carry on at the next key in order:
 //
@@ -51,8 +52,8 @@ class HashMap {
    // of a hash to the index of the part holding it. A part's own depth (the
    // top bits its keys share) is its table's shared hash bits. The tables
    // sit side by side: a lookup reads the directory and its table's header
-   // from two small arrays that stay in the caches, and misses once, on the
-   // slot.
+   // from two small arrays that stay in the caches, and misses only on the
+   // table's own lines (its hashes, and the entry asked for beside them).
    struct Parts {
       std::vector<Table> tables;
       std::vector<std::uint32_t> indexes;

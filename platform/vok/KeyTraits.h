@@ -1,7 +1,7 @@
 // How the runtime's hash maps hash and order their keys.
 //
-// Iteration order of a HashMap is the order of (hash, tieBreak) over the keys
-// present, so it must depend on the key's value alone. Records that define
+// Iteration order of a HashMap is the order of (placedHash(hash), tieBreak)
+// over the keys present, so it must depend on the key's value alone. Records that define
 // their own hash() are hashed with it; other keys must have a unique object
 // representation (equal values, identical bytes) and are hashed over those
 // bytes. tieBreak is a total order over the bytes, never the key's operator<,
@@ -37,6 +37,13 @@ inline std::uint32_t hashBytes(const void* data, std::size_t size) noexcept {
    h ^= h >> 32;
    h *= kMul;
    return static_cast<std::uint32_t>(h >> 32);
+}
+
+// The hash a map places and orders a key by: the key's own hash, except
+// that the largest value marks a free slot in a table, so a key hashing to
+// it counts as the value below. Still a function of the key alone.
+constexpr std::uint32_t placedHash(std::uint32_t hash) noexcept {
+   return hash == 0xFFFFFFFFu ? 0xFFFFFFFEu : hash;
 }
 
 template <class K>

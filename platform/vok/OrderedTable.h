@@ -45,7 +45,9 @@ class OrderedTable {
 
  private:
    static constexpr std::size_t npos = static_cast<std::size_t>(-1);
-   static constexpr std::uint32_t kFree = 0xFFFFFFFF;  // the hash of a free slot
+   // The hash of a free slot, which no placed hash reaches.
+   static constexpr std::uint32_t kFree = 0xFFFFFFFF;
+   static_assert(placedHash(kFree) < kFree);
 
    template <bool Const>
    class Iter {
@@ -166,14 +168,6 @@ class OrderedTable {
    const_iterator begin() const { return const_iterator(this, firstUsedFrom(0)); }
    const_iterator end() const { return const_iterator(); }
 
-   // The iterator standing on `key`, or end().
-   iterator find(const K& key) { return findHashed(key, hashOf(key)); }
-   const_iterator find(const K& key) const { return findHashed(key, hashOf(key)); }
-   // The value of `key`, or null: cheaper than find() on hot paths.
-   V* lookup(const K& key) { return lookupHashed(key, hashOf(key)); }
-   const V* lookup(const K& key) const { return lookupHashed(key, hashOf(key)); }
-   bool contains(const K& key) const { return lookup(key) != nullptr; }
-
    // Inserts key -> V(args...) unless the key is present. Returns the value
    // and whether it was inserted.
    template <class... Args>
@@ -181,23 +175,8 @@ class OrderedTable {
       return tryEmplaceHashed(hashOf(key), key, std::forward<Args>(args)...);
    }
 
-   template <class M>
-   std::pair<V*, bool> insertOrAssign(const K& key, M&& value) {
-      auto [stored, inserted] = tryEmplace(key, std::forward<M>(value));
-      if (!inserted) {
-         *stored = std::forward<M>(value);
-      }
-      return {stored, inserted};
-   }
-
-   bool erase(const K& key) { return eraseHashed(key, hashOf(key)); }
-
-   // The hash a key is placed and ordered by: the traits' hash, except that
-   // the largest value marks a free slot, so a key hashing to it orders as
-   // the value below. Either way it is a function of the key alone.
-   static std::uint32_t hashOf(const K& key) noexcept {
-      return std::min(Traits::hash(key), kFree - 1);
-   }
+   // The hash a key is placed and ordered by (placedHash, KeyTraits.h).
+   static std::uint32_t hashOf(const K& key) noexcept { return placedHash(Traits::hash(key)); }
 
    // The same, given the key's hash (hashOf(key)) already computed.
    iterator findHashed(const K& key, std::uint32_t hash) { return iterator(this, findSlot(key, hash)); }

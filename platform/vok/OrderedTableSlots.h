@@ -55,10 +55,21 @@ inline std::size_t OrderedTable<K, V, Traits>::insertSlot(const K& key, std::uin
       extendTail();
    }
    shiftUp(slot, freeSlot);
-   if (last_ >= slot && last_ < freeSlot) {
+   const bool lastMoved = last_ >= slot && last_ < freeSlot;
+   if (lastMoved) {
       ++last_;  // the last entry moved up with its run
    }
-   build(slot, hash, key, std::forward<Args>(args)...);
+   try {
+      build(slot, hash, key, std::forward<Args>(args)...);
+   } catch (...) {
+      // A key or value that fails to build leaves the table as it was: the
+      // run moves back, so no gap cuts it off from its home.
+      shiftDown(slot, freeSlot + 1);
+      if (lastMoved) {
+         --last_;
+      }
+      throw;
+   }
    return slot;
 }
 

@@ -12,6 +12,7 @@
 #include <set>
 
 #include "install/IntfBacklogSm.h"
+#include "platform/vok/KeyTraits.h"
 #include "tests/support/InstallerHarness.h"
 #include "tests/support/Seeds.h"
 
@@ -27,8 +28,9 @@ struct Candidate {
 };
 
 bool ordersBefore(const IntfIdAndAddr& a, const IntfIdAndAddr& b) {
-   if (a.hash() != b.hash()) {
-      return a.hash() < b.hash();
+   const std::uint32_t ha = Vok::placedHash(a.hash()), hb = Vok::placedHash(b.hash());
+   if (ha != hb) {
+      return ha < hb;
    }
    return std::memcmp(&a, &b, sizeof(a)) < 0;
 }

@@ -13,6 +13,19 @@ struct Written {
    std::uint32_t viaSet;
 };
 
+TEST(PublishedRowsTest, CandidatesAreWrittenAsLinesOfTabSeparatedFields) {
+   App::CandidatesValue value;
+   value.start("-");
+   value.add("Ethernet2", Ovel::IpGenAddrWithMask::parse("2001:db8::1/128"), 4294967295u, 4294967295u);
+   value.add("Vlan10", Ovel::IpGenAddrWithMask::parse("10.1.1.5/24"), 0, 0);
+   value.add("Ethernet3", Ovel::IpGenAddrWithMask(), 3, 12);
+   EXPECT_EQ(value.bytes(),
+             "-\nEthernet2\t2001:db8::1/128\t4294967295\t4294967295\nVlan10\t10.1.1.5/24\t0\t0\n"
+             "Ethernet3\tnone\t3\t12");
+   value.start("Ethernet1");  // the buffer starts over
+   EXPECT_EQ(value.bytes(), "Ethernet1");
+}
+
 TEST(PublishedRowsTest, CandidatesReadBackAsWritten) {
    const Ovel::IpGenAddrWithMask v4(Ovel::IpAddrWithMask(Ovel::IpAddr(0x0A010105u), 24));
    const Ovel::IpGenAddrWithMask v6 = Ovel::IpGenAddrWithMask::parse("ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe/128");

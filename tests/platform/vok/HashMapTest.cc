@@ -8,6 +8,8 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace {
@@ -126,6 +128,48 @@ TEST(HashMap, KeysHashingToTheTopOfTheRangeAreKeptFoundAndOrderedLikeAnyOther) {
    for (std::uint64_t k = 0; k < 100; ++k) {
       EXPECT_EQ(map.contains(k), k % 3 != 0) << k;
    }
+}
+
+// Values that fail to build from a negative number: one of plain bytes (its
+// map moves runs of slots as blocks) and one that is not.
+struct PickyBytes {
+   int value = 0;
+   PickyBytes(int v) : value(v) {  // NOLINT: stands in for an int
+      if (v < 0) throw std::invalid_argument("negative");
+   }
+};
+struct PickyObject {
+   std::string text;
+   PickyObject(int v) : text(std::to_string(v)) {  // NOLINT: stands in for an int
+      if (v < 0) throw std::invalid_argument("negative");
+   }
+};
+
+TEST(HashMap, AnInsertionWhoseValueFailsToBuildLeavesTheMapAsItWas) {
+   auto check = []<class V>(V, auto valueOf) {
+      // One cluster: every insertion lands inside the run and shifts it.
+      Vok::HashMap<std::uint64_t, V, CollidingTraits> map;
+      for (std::uint64_t k = 0; k < 40; k += 2) {
+         map.tryEmplace(k, int(k));
+      }
+      for (std::uint64_t k = 1; k < 40; k += 2) {
+         EXPECT_THROW(map.tryEmplace(k, -1), std::invalid_argument) << k;
+      }
+      EXPECT_EQ(map.size(), 20u);
+      for (std::uint64_t k = 0; k < 40; ++k) {
+         const V* found = map.lookup(k);
+         ASSERT_EQ(found != nullptr, k % 2 == 0) << k;
+         if (found) {
+            EXPECT_EQ(valueOf(*found), int(k));
+         }
+      }
+      const std::vector<std::uint64_t> keys = order(map);
+      EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
+      map.tryEmplace(41, 41);  // the last entry is still known as last
+      EXPECT_EQ(order(map).back(), 41u);
+   };
+   check(PickyBytes(0), [](const PickyBytes& v) { return v.value; });
+   check(PickyObject(0), [](const PickyObject& v) { return std::stoi(v.text); });
 }
 
 TYPED_TEST(EveryHashMap, ErasingTheCurrentEntryWhileIteratingVisitsEveryOtherEntryOnce) {
