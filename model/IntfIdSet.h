@@ -5,8 +5,8 @@
 // The installer takes the first entry in the set's order as the prefix's
 // owner, so ownership follows from the set of candidates alone. The order is
 // the runtime hash map's: (hash, bytes) of the keys, the hash as the map
-// places it (Vok::placedHash). The set raises no
-// notifications; the store announces changes per prefix.
+// places it (Vok::placedHash). The set raises no notifications; the store
+// announces changes per prefix.
 //
 // Nearly every prefix has one candidate, so one entry is kept inline, in the
 // set itself; a second one moves both into a map, and the map gives its last

@@ -81,14 +81,8 @@ void CandidatesValue::add(std::string_view intf, const Ovel::IpGenAddrWithMask& 
    value_ += '\n';
    value_ += intf;
    value_ += '\t';
-   if (address.isEmpty()) {
-      value_ += "none";
-   } else {
-      char text[Ovel::IpGenAddr::kMaxChars];
-      value_.append(text, address.addr().toChars(text));
-      value_ += '/';
-      appendNumber(value_, address.len());
-   }
+   char text[Ovel::IpGenAddrWithMask::kMaxChars];
+   value_.append(text, address.toChars(text));
    value_ += '\t';
    appendNumber(value_, type);
    value_ += '\t';

@@ -3,6 +3,8 @@
 
 #include "platform/ovel/IpGenAddrWithMask.h"
 
+#include <algorithm>
+#include <charconv>
 #include <ostream>
 
 #include "platform/ovel/GenBytes.h"
@@ -40,10 +42,17 @@ IpGenPrefix IpGenAddrWithMask::prefix() const {
 }
 
 std::string IpGenAddrWithMask::toString() const {
+   char text[kMaxChars];
+   return std::string(text, toChars(text));
+}
+
+char* IpGenAddrWithMask::toChars(char* out) const {
    if (isEmpty()) {
-      return "none";
+      return std::copy_n("none", 4, out);
    }
-   return addr().toString() + "/" + std::to_string(len_);
+   out = addr().toChars(out);
+   *out++ = '/';
+   return std::to_chars(out, out + 3, unsigned{len_}).ptr;
 }
 
 IpGenAddrWithMask IpGenAddrWithMask::parse(std::string_view text) {

@@ -39,6 +39,10 @@ class IpGenAddrWithMask {
 
    // "none", "10.1.1.5/24" or "2001:db8::1/64".
    std::string toString() const;
+   // The same text written at out, without a terminating NUL; returns its
+   // end. Room for kMaxChars is needed.
+   static constexpr std::size_t kMaxChars = IpGenAddr::kMaxChars + 4;  // and "/128"
+   char* toChars(char* out) const;
    // "none", or an address of either family (IPv6 recognised by its ':')
    // with a mask length. Throws Vok::ParseError.
    static IpGenAddrWithMask parse(std::string_view text);

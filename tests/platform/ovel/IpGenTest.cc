@@ -154,7 +154,8 @@ TEST(IpGenAddrWithMaskTest, KeepsHostBitsAndDerivesPrefix) {
 }
 
 TEST(IpGenAddrWithMaskTest, TextAndOrder) {
-   for (auto text : {"none", "10.1.1.5/24", "2001:db8::1/64"}) {
+   for (auto text : {"none", "10.1.1.5/24", "2001:db8::1/64", "255.255.255.255/32",
+                     "ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe/128", "::ffff:255.255.255.255/128"}) {
       expectRoundTrip<IpGenAddrWithMask>(text);
    }
    expectParseError<IpGenAddrWithMask>("2001:db8::1/129", "out of range for IPv6");
