@@ -49,10 +49,17 @@ struct Table {
    explicit Table(int interfaces, std::shared_ptr<Plim::RowDatabase> db = nullptr)
          : interfaces(interfaces), tables(Vrf::VrfIdMap::VrfId(1), db) {
       if (db) {
-         am.turnEndHandlerIs([db] { db->commit(); });
+         am.turnEndHandlerIs([this, db] {
+            const auto start = std::chrono::steady_clock::now();
+            db->commit();
+            longestCommit = std::max(
+                  longestCommit,
+                  std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+         });
          db->commit();
       }
    }
+   double longestCommit = 0;  // seconds, of a turn's commit (part of its callback)
    const int interfaces;
    Vok::MonotonicTimeSource time;
    Vok::ActivityManager am{time};
@@ -111,7 +118,9 @@ void drainEntries(benchmark::State& state, bool inDirectory = false) {
    const int interfaces = int(state.range(0));
    const std::size_t entries = std::size_t(interfaces) * kPrefixesPerInterface;
    Table::Longest longest;
+   double longestCommit = 0;
    double bytesPerRoute = 0;
+   double directoryBytesPerRoute = 0;
    for (auto _ : state) {
       state.PauseTiming();
       const std::size_t before = heapInUse();
@@ -125,11 +134,13 @@ void drainEntries(benchmark::State& state, bool inDirectory = false) {
       const Table::Longest run = table->drain();
       longest.wall = std::max(longest.wall, run.wall);
       longest.cpu = std::max(longest.cpu, run.cpu);
+      longestCommit = std::max(longestCommit, table->longestCommit);
       state.PauseTiming();
       if (table->tables.route4->routeCount() != entries) {
          state.SkipWithError("not every route was installed");
       }
       bytesPerRoute = double(heapInUse() - before) / double(entries);
+      directoryBytesPerRoute = dir ? double(dir->bytesUsed()) / double(entries) : 0;
       table.reset();
       dir.reset();
       state.ResumeTiming();
@@ -138,6 +149,10 @@ void drainEntries(benchmark::State& state, bool inDirectory = false) {
    state.counters["longest_callback_ms"] = longest.wall * 1e3;
    state.counters["longest_callback_cpu_ms"] = longest.cpu * 1e3;
    state.counters["bytes_per_route"] = bytesPerRoute;
+   if (inDirectory) {
+      state.counters["longest_commit_ms"] = longestCommit * 1e3;
+      state.counters["directory_bytes_per_route"] = directoryBytesPerRoute;
+   }
 }
 
 void BM_DrainMillionEntries(benchmark::State& state) { drainEntries(state); }

@@ -26,12 +26,15 @@ shift
 sizes=("${@:-1000 10000 50000}")
 [ $# -eq 0 ] && sizes=(1000 10000 50000)
 work=$(mktemp -d)
+# The table directory in shared memory, where it belongs on a switch: on a
+# disk's file system every first touch of a page of the write map reads it.
+tables=$(mktemp -d -p /dev/shm)/t
 ns=peers$$
 cleanup() {
   pkill -f "bird -c $work" 2> /dev/null || true
   umount "$work/netns/$ns" 2> /dev/null || true
   ip netns del "$ns" 2> /dev/null || true
-  rm -rf "$work"
+  rm -rf "$work" "$(dirname "$tables")"
 }
 trap cleanup EXIT
 now() { date +%s.%N; }
@@ -98,28 +101,28 @@ for n in "${sizes[@]}"; do
   # connroute: start-up sync with the addresses in place.
   fresh_namespace "$n"
   ip -n "$ns" -batch "$work/batch"
-  rm -rf "$work/t"
+  rm -rf "$tables"
   t0=$(now)
-  "$connroute" live --tables "$work/t" --netns-dir "$work/netns" 2> "$work/live.err" &
+  "$connroute" live --tables "$tables" --netns-dir "$work/netns" 2> "$work/live.err" &
   pid=$!
-  until [ "$(connroute_routes "$work/t")" -ge $((want4 + want6)) ]; do sleep 0.01; done
+  until [ "$(connroute_routes "$tables")" -ge $((want4 + want6)) ]; do sleep 0.01; done
   sync=$(since "$t0")
   peak "$pid"
   c_sync=$sync c_cpu=$cpu c_rss=$rss c_usage=$(usage)
-  c_dir=$(du -sk "$work/t" | awk '{print $1}')  # KiB on disk
+  c_dir=$(du -sk "$tables" | awk '{print $1}')  # KiB on disk
   kill "$pid"; wait "$pid" || true
   # connroute: flood lag.
   fresh_namespace "$n"
-  rm -rf "$work/t"
-  "$connroute" live --tables "$work/t" --netns-dir "$work/netns" 2> "$work/live.err" &
+  rm -rf "$tables"
+  "$connroute" live --tables "$tables" --netns-dir "$work/netns" 2> "$work/live.err" &
   pid=$!
-  until "$connroute" show --tables "$work/t" ready 2> /dev/null | grep -q "$ns .*yes"; do sleep 0.01; done
+  until "$connroute" show --tables "$tables" ready 2> /dev/null | grep -q "$ns .*yes"; do sleep 0.01; done
   ip -n "$ns" -batch "$work/batch"
   t0=$(now)
   deadline=$((SECONDS + 120))
-  until [ "$(connroute_routes "$work/t")" -ge $((want4 + want6)) ] || [ $SECONDS -ge $deadline ]; do sleep 0.005; done
+  until [ "$(connroute_routes "$tables")" -ge $((want4 + want6)) ] || [ $SECONDS -ge $deadline ]; do sleep 0.005; done
   lag=$(since "$t0")
-  have=$(connroute_routes "$work/t")
+  have=$(connroute_routes "$tables")
   kill "$pid"; wait "$pid" || true
   c_routes=$((want4 + want6))
   printf '| %d | connroute | %d | %s s | %s | %s s | %d |\n' "$n" "$c_routes" "$c_sync" "$c_usage" "$lag" \

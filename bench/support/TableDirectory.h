@@ -3,6 +3,7 @@
 #pragma once
 
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <memory>
@@ -30,6 +31,12 @@ class TableDirectory {
    const std::string& path() const noexcept { return path_; }
    std::shared_ptr<Plim::RowDatabase> open(Plim::Access access) const {
       return Plim::RowDatabase::open(path_, access, Kordb::persistentLayout());
+   }
+   // What the directory's data file holds on the shared memory (its pages
+   // written; the file is sparse).
+   std::size_t bytesUsed() const {
+      struct stat st;
+      return ::stat((path_ + "/data.mdb").c_str(), &st) == 0 ? std::size_t(st.st_blocks) * 512 : 0;
    }
 
  private:

@@ -105,10 +105,14 @@ void ChangeLog::change(ChangeKind what, const void* key, const void* row) {
 }
 
 // The turn is too large to log: a follower reads its result as a snapshot.
-// What it logged already goes with the whole log when it commits.
+// The whole log goes at once, with what the turn logged already, while the
+// turn runs rather than in its commit: a store writes its changes during a
+// long turn so that the turn's own clock sees their cost.
 void ChangeLog::overflow() {
    overflow_ = true;
    part_.clear();
+   MDB_txn* txn = db_.txn();
+   db_.check(mdb_drop(txn, start(txn), 0), "clear the change log");
 }
 
 void ChangeLog::endTable() {
@@ -135,6 +139,7 @@ void ChangeLog::putPart() {
    auto key = partKey(feed_->seq + 1, parts_++);
    MDB_val k{key.size(), key.data()}, v = bytesOf(part_);
    db_.check(mdb_put(txn, log, &k, &v, MDB_APPEND), "write the change log");
+   trim(txn, log, turnChanges_);  // now rather than in the commit, as overflow() does
    part_.resize(kPartHeader + static_cast<unsigned char>(part_[kPartHeader - 1]));
    partChanges_ = 0;
 }
@@ -154,16 +159,18 @@ MDB_dbi ChangeLog::start(MDB_txn* txn) {
    return log;
 }
 
-// Drops the oldest turns, whole, while the log holds more than it keeps:
-// what a reader finds in it is always every change of each turn there.
-void ChangeLog::trim(MDB_txn* txn, MDB_dbi log) {
+// Drops the oldest turns, whole, while the log would hold more than it
+// keeps with `pending` changes more: what a reader finds in it is always
+// every change of each turn there. The turn being made is never dropped:
+// it is within the bound, or it logs nothing.
+void ChangeLog::trim(MDB_txn* txn, MDB_dbi log, std::uint64_t pending) {
    Cursor cursor(db_, txn, log, "open the change log");
    MDB_val k, v;
    int rc = MDB_SUCCESS;
    std::optional<std::uint64_t> dropping;  // the turn whose parts go
    while ((rc = cursor.get(k, v, MDB_FIRST)) == MDB_SUCCESS) {
       const std::uint64_t seq = seqOfKey(k);
-      if (seq != dropping && feed_->logged <= kKeptChanges) {
+      if (seq != dropping && feed_->logged + pending <= kKeptChanges) {
          break;
       }
       dropping = seq;
@@ -182,12 +189,11 @@ std::uint64_t ChangeLog::commit(MDB_txn* txn) {
    const MDB_dbi log = start(txn);
    const std::uint64_t seq = feed_->seq + 1;
    if (overflow_) {
-      db_.check(mdb_drop(txn, log, 0), "clear the change log");
-      feed_->logStart = seq + 1;
+      feed_->logStart = seq + 1;  // the log was cleared when the turn outgrew it
       feed_->logged = 0;
    } else {
       feed_->logged += turnChanges_;
-      trim(txn, log);
+      trim(txn, log, 0);
    }
    feed_->seq = seq;
    feed_->committedAt = static_cast<std::uint64_t>(

@@ -4,8 +4,9 @@ compares it with `connroute show`.
 
 Usage: lmdb_reader.py DIR SHOW_ROUTES_JSON METRICS_TEXT
 
-Checks: the layout record; every VRF's routes (route tables and query
-tables) equal what `show routes --json` printed; the feed record's turn is
+Checks: the layout record; every row key's place is the hash of its key;
+every VRF's routes (route tables and query tables) equal what
+`show routes --json` printed; the feed record's turn is
 the turns `show metrics` counts; and replaying the change log from an
 empty directory gives the same routes. Exit 0 or 1.
 """
@@ -16,9 +17,36 @@ import sys
 
 import lmdb
 
-LAYOUT = (b"connroute-tables 1; Routing::Rib::Ip::ViaConfig via 12/64/4 viaMap 12/24/4; "
+LAYOUT = (b"connroute-tables 2; Routing::Rib::Ip::ViaConfig via 12/64/4 viaMap 12/24/4; "
           b"Routing::Rib::IpRibRouteOrqTable routeQuery 24/72/4; Routing::Rib::RouteConfig route 20/48/4; "
           b"Routing::Rib::ViaSetConfig viaSet 4/56/4")
+
+
+MASK64 = (1 << 64) - 1
+MUL = 0x9E3779B97F4A7C15
+
+
+def place(key):
+    """The place of a row's own key bytes: where connroute keeps the row."""
+    h = (len(key) * MUL) & MASK64
+    at = 0
+    while len(key) - at >= 8:
+        h = ((h ^ int.from_bytes(key[at:at + 8], "little")) * MUL) & MASK64
+        h ^= h >> 29
+        at += 8
+    if at < len(key):
+        h = ((h ^ int.from_bytes(key[at:], "little")) * MUL) & MASK64
+    h ^= h >> 32
+    h = (h * MUL) & MASK64
+    return min(h >> 32, 0xFFFFFFFE)
+
+
+def own_key(key):
+    """A row key's own key, after the table's number and its place, which is checked."""
+    own = bytes(key[8:])
+    if struct.unpack_from(">I", key, 4)[0] != place(own):
+        raise SystemExit(f"row key {bytes(key).hex()}: its place is not its key's")
+    return own
 
 
 def prefix_text(raw):
@@ -75,13 +103,16 @@ def read_directory(env):
         if "rows:route" in dbs:
             for key, value in txn.cursor(db=dbs["rows:route"]):
                 number = struct.unpack_from(">I", key)[0]
+                if own_key(key) != value[0:20]:
+                    raise SystemExit("a route row's key is not its prefix")
                 if number in tables:
                     _, family, vrf = tables[number]
                     put(routes, vrf, family, route(value))
         if "rows:routeQuery" in dbs:
             for key, value in txn.cursor(db=dbs["rows:routeQuery"]):
-                (vrf,) = struct.unpack_from("<I", key, 4)
-                put(routes, vrf, family_of(key[8:28]), route(value[24:72]))
+                own = own_key(key)
+                (vrf,) = struct.unpack_from("<I", own)
+                put(routes, vrf, family_of(own[4:24]), route(value[24:72]))
         feed = struct.unpack("<5Q", txn.get(b"feed", db=dbs["meta"]))
         log = [(bytes(k), bytes(v)) for k, v in txn.cursor(db=dbs["log"])]
     return tables, names, routes, feed, log

@@ -57,7 +57,9 @@ class DatabaseStoreTest : public ::testing::Test {
 };
 
 // Random writes, removals and clears on two tables of one kind, committed
-// turn by turn, with the writer closed and opened again now and then: the
+// turn by turn (short turns, and long ones whose changes reach the
+// directory in several runs before the commit, a key in more than one of
+// them), with the writer closed and opened again now and then: the
 // writer's view always matches an in-memory table given the same changes
 // (rows and their order), the next run starts with exactly those rows, and
 // a reader finds the same in the end.
@@ -65,16 +67,23 @@ TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
    const std::vector<std::string> paths = {"routing/rib/routeConfig/ipv4/1/connected",
                                            "routing/rib/routeConfig/ipv4/2/connected"};
    std::mt19937 random(20261122);
+   constexpr std::uint32_t kKeys = 3000;  // few enough to rewrite, enough to keep a lost change
    std::vector<Plim::MemoryStore<Prefix, Rib::Route>> reference(paths.size());
    auto db = open(Plim::Access::write);
    std::vector<Vok::Ptr<Rib::RouteConfig>> tables;
    for (const auto& path : paths) {
       tables.push_back(routes(db, path));
    }
-   for (int op = 0; op < 20000; ++op) {
+   for (int op = 0; op < 40000; ++op) {
       const std::size_t t = random() % paths.size();
-      const std::uint32_t n = random() % 300;
-      switch (const unsigned kind = random() % 1000; kind < 600 ? 0 : kind < 995 ? 1 : kind < 997 ? 2 : 3) {
+      const std::uint32_t n = random() % kKeys;
+      // Phases of short turns, and of long ones (a phase long, unless a rare
+      // clear or restart comes).
+      const bool longTurns = op / 10000 % 2 == 1;
+      const unsigned draw = random() % 1000;
+      const bool clearOrRestart = draw >= 995 && (!longTurns || random() % 128 == 0);
+      const unsigned kind = draw < 600 ? 0 : !clearOrRestart ? 1 : draw < 997 ? 2 : 3;
+      switch (kind) {
          case 0: {
             // Rows of one key differ from write to write, so the directory
             // must end with a turn's last one.
@@ -101,10 +110,10 @@ TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
             }
             break;
       }
-      if (random() % 50 == 0) {
+      if (!longTurns && random() % 50 == 0) {
          db->commit();
       }
-      if (op % 997 == 0) {
+      if (op % 997 == 0 || kind == 3) {
          for (std::size_t i = 0; i < paths.size(); ++i) {
             SCOPED_TRACE(paths[i] + " after operation " + std::to_string(op));
             std::vector<Rib::Route> expected, actual;
@@ -123,7 +132,7 @@ TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
       const auto table = routes(reader, paths[i]);
       EXPECT_EQ(contents(*table), expected);
       EXPECT_EQ(table->routeCount(), expected.size());
-      for (std::uint32_t n = 0; n < 300; ++n) {
+      for (std::uint32_t n = 0; n < kKeys; ++n) {
          const Rib::Route* row = table->route(route(n).prefix);
          auto it = expected.find(route(n).prefix);
          ASSERT_EQ(row != nullptr, it != expected.end()) << n;
@@ -166,14 +175,16 @@ TEST_F(DatabaseStoreTest, ReadersSeeWholeTurnsOnly) {
    auto db = open(Plim::Access::write);
    auto table = routes(db, path);
    db->commit();
-   for (std::uint32_t n = 0; n < 100; ++n) {
+   // Enough rows that most reach the turn's transaction before it commits.
+   constexpr std::uint32_t kRows = 10000;
+   for (std::uint32_t n = 0; n < kRows; ++n) {
       table->routeAdd(route(n));
    }
    EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), 0u);
    db->commit();
-   EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), 100u);
+   EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), kRows);
    table->routeDelAll();
-   EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), 100u);
+   EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), kRows);
    db->commit();
    EXPECT_EQ(rowsSeenByAnotherProcess(dir_, path), 0u);
 }
@@ -221,6 +232,33 @@ TEST_F(DatabaseStoreTest, DirectoriesThatCannotBeUsedAreRefused) {
    expectRefused([&] { Plim::RowDatabase::open(dir_, Plim::Access::readOnly, "another layout"); },
                  "tables of another layout");
    EXPECT_NO_THROW(open(Plim::Access::readOnly));
+}
+
+// A row whose key's place is not its key's hash would be invisible to a
+// lookup: reading it is corruption, not a row.
+TEST_F(DatabaseStoreTest, ARowOutOfItsPlaceIsCorruption) {
+   const std::string path = "routing/rib/routeConfig/ipv4/1/connected";
+   {
+      auto writer = open(Plim::Access::write);
+      routes(writer, path)->routeAdd(route(1));
+      const std::uint32_t number = *writer->tableNumber(path);
+      const Prefix prefix = route(2).prefix;
+      const Rib::Route row = route(2);
+      std::array<char, 8 + sizeof(Prefix)> key{char(number >> 24), char(number >> 16),
+                                               char(number >> 8), char(number)};  // place 0
+      std::memcpy(key.data() + 8, &prefix, sizeof prefix);
+      MDB_val k{key.size(), key.data()}, v{sizeof row, const_cast<Rib::Route*>(&row)};
+      ASSERT_EQ(mdb_put(writer->txn(), *writer->rowsOf("route"), &k, &v, 0), MDB_SUCCESS);
+      writer->commit();
+   }
+   const auto table = routes(open(Plim::Access::readOnly), path);
+   ASSERT_NE(table->route(route(1).prefix), nullptr);
+   try {
+      table->routeCount();
+      ADD_FAILURE() << "the misplaced row was read";
+   } catch (const Belm::CorruptionDetectedException& e) {
+      EXPECT_STREQ(e.what(), "Plim table corruption detected");
+   }
 }
 
 // A writer killed before LMDB wrote anything leaves an empty data file:
