@@ -7,6 +7,7 @@
 
 #include "app/read/PublishedRows.h"
 #include "platform/plim/MdbBytes.h"
+#include "platform/plim/RowPlace.h"
 #include "platform/plim/SortedWrites.h"
 #include "platform/vok/SameBytes.h"
 
@@ -20,16 +21,30 @@ namespace Rib = Routing::Rib;
 // installer decides the owner when it drains it: so the published
 // candidates and owner change when the entry leaves the backlog, together
 // with the route, never half a step ahead of it.
+//
+// They are written into the turn in runs, while a drain slice runs, so
+// that the slice's clock sees their cost as it sees its routes'; the turn's
+// end writes the last run.
 class TablePublisher::Watch final : public Vok::Reactor<IntfBacklog> {
  public:
-   explicit Watch(Vok::Ptr<const IntfBacklog> store) : Vok::Reactor<IntfBacklog>(std::move(store)) {}
+   Watch(TablePublisher& publisher, std::uint32_t vrfId, Vok::Ptr<const IntfBacklog> store)
+         : Vok::Reactor<IntfBacklog>(std::move(store)), publisher_(publisher), vrfId_(vrfId) {}
    void onBacklog(const IntfIdAndPrefix& key) override {
       if (!notifier()->backlog(key)) {
          changed.push_back(key.genPrefix());  // drained (a prefix may come twice: harmless)
+         if (changed.size() == kRun) {
+            publisher_.publishCandidates(vrfId_, *this);
+         }
       }
    }
 
+   // As a table's store writes its rows: see Plim::DatabaseStore.
+   static constexpr std::size_t kRun = 256;
    std::vector<Ovel::IpGenPrefix> changed;
+
+ private:
+   TablePublisher& publisher_;
+   const std::uint32_t vrfId_;
 };
 
 namespace {
@@ -88,12 +103,12 @@ void TablePublisher::publish(const RootSm* root, double now) {
          }
          if (it == published_.end()) {
             it = published_.try_emplace(vrfId).first;
-            watch(*container, it->second);
+            watch(vrfId, *container, it->second);
             put(*db_, rowsOf(*db_, kVrfNameKind), vrfKey(vrfId), container->vrfName().str());
          }
          Published& published = it->second;
          published.turn = turn_;
-         publishCandidates(vrfId, *container, *published.watch);
+         publishCandidates(vrfId, *published.watch);
          if (VrfStatusRow status = vrfStatusOf(*root, *container, shared_); status != published.status) {
             put(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId), vrfStatusValue(status));
             published.status = std::move(status);
@@ -115,9 +130,9 @@ void TablePublisher::publish(const RootSm* root, double now) {
    }
 }
 
-void TablePublisher::watch(const ContainerSm& container, Published& published) {
+void TablePublisher::watch(std::uint32_t vrfId, const ContainerSm& container, Published& published) {
    published.container = &container;
-   published.watch = std::make_unique<Watch>(container.intfBacklog());
+   published.watch = std::make_unique<Watch>(*this, vrfId, container.intfBacklog());
    // Everything the store holds now is news to readers.
    const auto& sets = container.intfBacklog()->intfIdsByPrefixes();
    for (auto it = sets.begin(); it != sets.end(); ++it) {
@@ -130,13 +145,17 @@ void TablePublisher::forget(std::uint32_t vrfId) {
    del(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId));
 }
 
-void TablePublisher::publishCandidates(std::uint32_t vrfId, const ContainerSm& container, Watch& watch) {
+void TablePublisher::publishCandidates(std::uint32_t vrfId, Watch& watch) {
    if (watch.changed.empty()) {
       return;
    }
-   const IntfBacklog& store = *container.intfBacklog();
-   // In key order and once each, like the tables' own writes.
-   std::sort(watch.changed.begin(), watch.changed.end(), Vok::bytesLess<Ovel::IpGenPrefix>);
+   const IntfBacklog& store = *watch.notifier();
+   // In key order (places first) and once each, like the tables' own writes.
+   auto before = [](const Ovel::IpGenPrefix& a, const Ovel::IpGenPrefix& b) {
+      const std::uint32_t placeA = Plim::placeOf(a), placeB = Plim::placeOf(b);
+      return placeA != placeB ? placeA < placeB : Vok::bytesLess(a, b);
+   };
+   std::sort(watch.changed.begin(), watch.changed.end(), before);
    watch.changed.erase(std::unique(watch.changed.begin(), watch.changed.end()), watch.changed.end());
    Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
    CandidatesValue value;

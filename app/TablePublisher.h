@@ -6,7 +6,8 @@
 // It runs at the end of every turn, inside the turn's transaction, so a
 // reader sees the published state of the same moment as the rows. The
 // candidates of a prefix are written again only when the installer has
-// drained a backlog entry of that prefix.
+// drained a backlog entry of that prefix: in runs while a drain slice runs,
+// the last at the turn's end.
 #pragma once
 
 #include <map>
@@ -41,10 +42,10 @@ class TablePublisher {
       std::uint64_t turn = 0;      // the last turn that found the container
    };
 
-   void watch(const Routing::ConnectedRoute::ContainerSm& container, Published& published);
+   void watch(std::uint32_t vrfId, const Routing::ConnectedRoute::ContainerSm& container,
+              Published& published);
    void forget(std::uint32_t vrfId);
-   void publishCandidates(std::uint32_t vrfId, const Routing::ConnectedRoute::ContainerSm& container,
-                          Watch& watch);
+   void publishCandidates(std::uint32_t vrfId, Watch& watch);
 
    std::shared_ptr<Plim::RowDatabase> db_;
    const Agent::SharedState& shared_;

@@ -6,6 +6,8 @@
 #include <limits>
 #include <stdexcept>
 
+#include "platform/plim/RowPlace.h"
+
 namespace App {
 
 namespace {
@@ -56,21 +58,28 @@ std::string secondsText(double value) {
 }  // namespace
 
 std::string vrfKey(std::uint32_t vrfId) {
-   return {char(vrfId >> 24), char(vrfId >> 16), char(vrfId >> 8), char(vrfId)};
+   const auto bytes = Plim::bigEndianBytes(vrfId);
+   return {bytes.begin(), bytes.end()};
 }
 
 std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix) {
    std::string key = vrfKey(vrfId);
+   const auto place = Plim::bigEndianBytes(Plim::placeOf(prefix));
+   key.append(place.begin(), place.end());
    key.append(reinterpret_cast<const char*>(&prefix), sizeof prefix);
    return key;
 }
 
 Ovel::IpGenPrefix candidatePrefix(std::string_view key) {
-   if (key.size() != 4 + sizeof(Ovel::IpGenPrefix)) {
+   if (key.size() != 8 + sizeof(Ovel::IpGenPrefix)) {
       throw std::invalid_argument("malformed candidate key");
    }
    Ovel::IpGenPrefix prefix;
-   std::memcpy(&prefix, key.data() + 4, sizeof prefix);
+   std::memcpy(&prefix, key.data() + 8, sizeof prefix);
+   const auto place = Plim::bigEndianBytes(Plim::placeOf(prefix));
+   if (key.substr(4, 4) != std::string_view(place.data(), place.size())) {
+      throw std::invalid_argument("malformed candidate key");  // a row no lookup would find
+   }
    return prefix;
 }
 

@@ -10,14 +10,14 @@
 
 #include "platform/ovel/IpGenAddrWithMask.h"
 #include "platform/ovel/IpGenPrefix.h"
-#include "platform/vok/KeyTraits.h"
 
 namespace App {
 
 // Names of the published databases and the layout of their values
 // (tab-separated text, read back by `connroute show`).
 inline constexpr std::string_view kVrfStatusKind = "vrfStatus";    // key: VRF id (big-endian)
-inline constexpr std::string_view kCandidatesKind = "candidates";  // key: VRF id + prefix
+// key: VRF id, the prefix's place (platform/plim/RowPlace.h), the prefix
+inline constexpr std::string_view kCandidatesKind = "candidates";
 inline constexpr std::string_view kAgentKind = "agent";            // key: "agent"
 // The name each VRF identifier is served under: kept when the agent stops
 // (and across runs), so that the rows it leaves keep a name; removed with a
@@ -26,16 +26,13 @@ inline constexpr std::string_view kVrfNameKind = "vrfName";        // key: VRF i
 // The live agent's counters of each namespace it reads (NamespaceCounters).
 inline constexpr std::string_view kNetnsKind = "netns";            // key: the namespace's name
 
-struct PrefixHash {
-   std::size_t operator()(const Ovel::IpGenPrefix& prefix) const noexcept {
-      return Vok::KeyTraits<Ovel::IpGenPrefix>::hash(prefix);
-   }
-};
-
 // Big-endian, so that a VRF's rows sit together in key order.
 std::string vrfKey(std::uint32_t vrfId);
+// A VRF's candidates sit in their prefixes' places, the order a drain
+// publishes them in.
 std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix);
-// The prefix of a candidate key; throws std::invalid_argument for another key.
+// The prefix of a candidate key; throws std::invalid_argument for another
+// key, or one whose place is not its prefix's.
 Ovel::IpGenPrefix candidatePrefix(std::string_view key);
 
 // One candidate interface of a prefix, in the candidate set's order: the

@@ -218,13 +218,16 @@ TableReader::Owners TableReader::owners(std::uint32_t vrfId) const {
    for (; rc == MDB_SUCCESS && text(k).starts_with(prefix); rc = cursor.get(k, v, MDB_NEXT)) {
       const std::string_view value = text(v);
       const std::string_view owner = value.substr(0, value.find('\n'));
-      if (owner != "-" && k.mv_size == 4 + sizeof(Ovel::IpGenPrefix)) {
+      if (owner != "-" && k.mv_size == 8 + sizeof(Ovel::IpGenPrefix)) {
          owners.owners_.emplace_back(candidatePrefix(text(k)), std::string(owner));
       }
    }
    if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
       db_->fail(rc, "read the owners");
    }
+   std::sort(owners.owners_.begin(), owners.owners_.end(), [](const auto& a, const auto& b) {
+      return std::memcmp(&a.first, &b.first, sizeof a.first) < 0;
+   });
    return owners;
 }
 

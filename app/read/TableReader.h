@@ -54,8 +54,8 @@ class TableReader {
 
     private:
       friend class TableReader;
-      // In the bytes' order, as the directory keeps them: no hashing of a
-      // million prefixes to look up each once.
+      // In the bytes' order, sorted once: no hashing of a million prefixes
+      // to look up each once.
       std::vector<std::pair<Ovel::IpGenPrefix, std::string>> owners_;
    };
    Owners owners(std::uint32_t vrfId) const;

@@ -5,12 +5,10 @@
 // exactly as without a database; the database is for readers in other
 // processes and for the next run.
 //
-// The database keeps a table's rows in the order the runtime's tables keep
-// them: a row's key there is the table's number, then the key's place (its
-// placed hash, big-endian), then the key's bytes. The engine walks its
-// tables in that order (a drain slice sweeps a range of it), so a turn's
-// writes land on a run of neighbouring B-tree pages, each copied once per
-// turn, instead of on pages all over the tree.
+// A row's key in the database is the table's number (big-endian), the
+// key's place (RowPlace.h), then the key's bytes: a turn's writes, made in
+// the engine's own order, land on a run of neighbouring B-tree pages, each
+// copied once per turn, instead of on pages all over the tree.
 //
 // Writes reach the database's open turn in runs, sorted and each key once.
 // A run is written as soon as it is full, so that a long turn (a drain
@@ -35,9 +33,9 @@
 
 #include "platform/plim/Cursor.h"
 #include "platform/plim/RowDatabase.h"
+#include "platform/plim/RowPlace.h"
 #include "platform/plim/SortedWrites.h"
 #include "platform/plim/Store.h"
-#include "platform/vok/KeyTraits.h"
 #include "platform/vok/SameBytes.h"
 
 namespace Plim {
@@ -218,20 +216,12 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       changes_.clear();
    }
 
-   // Big-endian, so that one table's rows sit together, in their places'
-   // order.
-   std::array<char, 4> numberBytes() const {
-      const std::uint32_t n = number_.value_or(0);
-      return {char(n >> 24), char(n >> 16), char(n >> 8), char(n)};
-   }
-   static std::uint32_t placeOf(const K& key) noexcept {
-      return Vok::placedHash(Vok::KeyTraits<K>::hash(key));
-   }
+   // Big-endian, so that one table's rows sit together.
+   std::array<char, 4> numberBytes() const { return bigEndianBytes(number_.value_or(0)); }
    KeyBytes keyBytes(const K& key, std::uint32_t place) const {
       KeyBytes bytes;
       const auto number = numberBytes();
-      const std::array<char, 4> placeBytes = {char(place >> 24), char(place >> 16), char(place >> 8),
-                                              char(place)};
+      const auto placeBytes = bigEndianBytes(place);
       std::memcpy(bytes.data(), number.data(), number.size());
       std::memcpy(bytes.data() + 4, placeBytes.data(), placeBytes.size());
       std::memcpy(bytes.data() + 8, &key, sizeof(K));

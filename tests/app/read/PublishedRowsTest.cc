@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "app/read/PublishedRows.h"
+#include "platform/plim/RowPlace.h"
 
 namespace {
 
@@ -52,6 +53,26 @@ TEST(PublishedRowsTest, CandidatesReadBackAsWritten) {
          EXPECT_EQ(read.rows[i].viaSet, written[i].viaSet);
       }
    }
+}
+
+// A candidate key sorts a VRF's prefixes by their places and gives its
+// prefix back; a key whose place is not its prefix's is refused, as is one
+// of another size.
+TEST(PublishedRowsTest, CandidateKeysHoldTheirPrefixesInTheirPlaces) {
+   const Ovel::IpGenPrefix v4(Ovel::IpAddr(0x0A010100u), 24);
+   const Ovel::IpGenPrefix v6 = Ovel::IpGenPrefix::parse("2001:db8::/64");
+   for (const Ovel::IpGenPrefix& prefix : {v4, v6}) {
+      const std::string key = App::candidateKey(7, prefix);
+      ASSERT_EQ(key.size(), 8 + sizeof prefix);
+      EXPECT_EQ(key.substr(0, 4), App::vrfKey(7));
+      EXPECT_EQ(App::candidatePrefix(key), prefix);
+      std::string moved = key;
+      moved[7] = char(moved[7] ^ 1);
+      EXPECT_THROW(App::candidatePrefix(moved), std::invalid_argument);
+      EXPECT_THROW(App::candidatePrefix(key.substr(0, key.size() - 1)), std::invalid_argument);
+   }
+   EXPECT_EQ(App::candidateKey(7, v4) < App::candidateKey(7, v6),
+             Plim::placeOf(v4) < Plim::placeOf(v6));
 }
 
 }  // namespace
