@@ -31,16 +31,30 @@ class TablePublisher::Watch final : public Vok::Reactor<IntfBacklog> {
          : Vok::Reactor<IntfBacklog>(std::move(store)), publisher_(publisher), vrfId_(vrfId) {}
    void onBacklog(const IntfIdAndPrefix& key) override {
       if (!notifier()->backlog(key)) {
-         changed.push_back(key.genPrefix());  // drained (a prefix may come twice: harmless)
+         changedIs(key.genPrefix());  // drained (a prefix may come twice: harmless)
          if (changed.size() == kRun) {
             publisher_.publishCandidates(vrfId_, *this);
          }
       }
    }
 
+   // A prefix to publish, with its place: the key's order.
+   struct Changed {
+      std::uint32_t place;
+      Ovel::IpGenPrefix prefix;
+
+      friend bool operator<(const Changed& a, const Changed& b) noexcept {
+         return a.place != b.place ? a.place < b.place : Vok::bytesLess(a.prefix, b.prefix);
+      }
+      friend bool operator==(const Changed& a, const Changed& b) noexcept {
+         return Vok::sameBytes(a.prefix, b.prefix);
+      }
+   };
+   void changedIs(const Ovel::IpGenPrefix& prefix) { changed.push_back({Plim::placeOf(prefix), prefix}); }
+
    // As a table's store writes its rows: see Plim::DatabaseStore.
    static constexpr std::size_t kRun = 256;
-   std::vector<Ovel::IpGenPrefix> changed;
+   std::vector<Changed> changed;
 
  private:
    TablePublisher& publisher_;
@@ -136,7 +150,7 @@ void TablePublisher::watch(std::uint32_t vrfId, const ContainerSm& container, Pu
    // Everything the store holds now is news to readers.
    const auto& sets = container.intfBacklog()->intfIdsByPrefixes();
    for (auto it = sets.begin(); it != sets.end(); ++it) {
-      published.watch->changed.push_back(it->first);
+      published.watch->changedIs(it->first);
    }
 }
 
@@ -150,16 +164,12 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, Watch& watch) {
       return;
    }
    const IntfBacklog& store = *watch.notifier();
-   // In key order (places first) and once each, like the tables' own writes.
-   auto before = [](const Ovel::IpGenPrefix& a, const Ovel::IpGenPrefix& b) {
-      const std::uint32_t placeA = Plim::placeOf(a), placeB = Plim::placeOf(b);
-      return placeA != placeB ? placeA < placeB : Vok::bytesLess(a, b);
-   };
-   std::sort(watch.changed.begin(), watch.changed.end(), before);
+   // In key order and once each, like the tables' own writes.
+   std::sort(watch.changed.begin(), watch.changed.end());
    watch.changed.erase(std::unique(watch.changed.begin(), watch.changed.end()), watch.changed.end());
    Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
    CandidatesValue value;
-   for (const Ovel::IpGenPrefix& prefix : watch.changed) {
+   for (const auto& [place, prefix] : watch.changed) {
       std::string key = candidateKey(vrfId, prefix);
       const MDB_val k{key.size(), key.data()};
       // One lookup finds the candidates and the installed owner.

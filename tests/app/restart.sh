@@ -12,9 +12,11 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 RANDOM=$seed
 
-# 4 VRFs x 750 interfaces, each with an IPv4 address, a secondary and an
-# IPv6 address. The agent starts first, so drains run between the steps
-# that bring the interfaces; every 50 interfaces time moves on.
+# 4 VRFs x 750 interfaces, each with an IPv4 address, a secondary (in a
+# /24 two neighbouring interfaces share, so that those prefixes have two
+# candidates and an owner to choose) and an IPv6 address. The agent starts
+# first, so drains run between the steps that bring the interfaces; every
+# 50 interfaces time moves on.
 scenario() {
   local vrfs=4 intfs=750
   printf '{"description": "restart after a crash", "steps": [\n'
@@ -33,8 +35,8 @@ scenario() {
     for ((i = 0; i < intfs; i++)); do
       local a=$((i / 250)) b=$((i % 250))
       printf '{"kernel": {"netns": "%s", "up": ["e%d"]}},\n' "$ns" "$i"
-      printf '{"ipv4": {"vrf": "%s", "intf": "e%d", "active": "10.%d.%d.1/24", "secondaries": {"100.%d.%d.1/24": true}}},\n' \
-        "$vrf" "$i" "$a" "$b" "$((64 + a))" "$b"
+      printf '{"ipv4": {"vrf": "%s", "intf": "e%d", "active": "10.%d.%d.1/24", "secondaries": {"100.%d.%d.%d/24": true}}},\n' \
+        "$vrf" "$i" "$a" "$b" "$((64 + a))" "$((b / 2))" "$((1 + b % 2))"
       printf '{"ipv6": {"vrf": "%s", "intf": "e%d", "add": ["2001:db8:%x:%x::1/64"]}},\n' "$vrf" "$i" "$a" "$b"
       if ((i % 50 == 49)); then printf '{"advance": "0.05s"},\n'; fi
     done
@@ -57,6 +59,17 @@ snapshot "$work/clean" > "$work/expected.txt"
 grep -q "v4Ready" "$work/expected.txt"
 if grep -A1000 '^VRFs:' "$work/expected.txt" | grep -E '^    (default|vrf[0-9])' | grep -qv ' yes  *yes  *yes '; then
   echo "the clean run did not make every VRF ready" >&2
+  exit 1
+fi
+
+# The routes `show` lists, with the owners it reads from the published
+# candidates, are the ones the clean run's final dump printed from memory.
+route_lines() { grep -E '^    [0-9a-f:.]+/[0-9]+ ' "$1" | sort; }
+"$connroute" show --tables "$work/clean" routes > "$work/shown.txt"
+if ! diff -q <(route_lines "$work/clean.out") <(route_lines "$work/shown.txt") > /dev/null ||
+   [ "$(route_lines "$work/shown.txt" | wc -l)" -lt 10000 ]; then
+  echo "show routes differs from the clean run's dump:" >&2
+  diff <(route_lines "$work/clean.out") <(route_lines "$work/shown.txt") | head -10 >&2 || true
   exit 1
 fi
 
