@@ -139,7 +139,6 @@ void ChangeLog::putPart() {
    auto key = partKey(feed_->seq + 1, parts_++);
    MDB_val k{key.size(), key.data()}, v = bytesOf(part_);
    db_.check(mdb_put(txn, log, &k, &v, MDB_APPEND), "write the change log");
-   trim(txn, log, turnChanges_);  // now rather than in the commit, as overflow() does
    part_.resize(kPartHeader + static_cast<unsigned char>(part_[kPartHeader - 1]));
    partChanges_ = 0;
 }
@@ -159,18 +158,16 @@ MDB_dbi ChangeLog::start(MDB_txn* txn) {
    return log;
 }
 
-// Drops the oldest turns, whole, while the log would hold more than it
-// keeps with `pending` changes more: what a reader finds in it is always
-// every change of each turn there. The turn being made is never dropped:
-// it is within the bound, or it logs nothing.
-void ChangeLog::trim(MDB_txn* txn, MDB_dbi log, std::uint64_t pending) {
+// Drops the oldest turns, whole, while the log holds more than it keeps:
+// what a reader finds in it is always every change of each turn there.
+void ChangeLog::trim(MDB_txn* txn, MDB_dbi log) {
    Cursor cursor(db_, txn, log, "open the change log");
    MDB_val k, v;
    int rc = MDB_SUCCESS;
    std::optional<std::uint64_t> dropping;  // the turn whose parts go
    while ((rc = cursor.get(k, v, MDB_FIRST)) == MDB_SUCCESS) {
       const std::uint64_t seq = seqOfKey(k);
-      if (seq != dropping && feed_->logged + pending <= kKeptChanges) {
+      if (seq != dropping && feed_->logged <= kKeptChanges) {
          break;
       }
       dropping = seq;
@@ -193,7 +190,7 @@ std::uint64_t ChangeLog::commit(MDB_txn* txn) {
       feed_->logged = 0;
    } else {
       feed_->logged += turnChanges_;
-      trim(txn, log, 0);
+      trim(txn, log);
    }
    feed_->seq = seq;
    feed_->committedAt = static_cast<std::uint64_t>(

@@ -88,7 +88,7 @@ class ChangeLog {
    MDB_dbi start(MDB_txn* txn);
    void overflow();
    void putPart();
-   void trim(MDB_txn* txn, MDB_dbi log, std::uint64_t pending);
+   void trim(MDB_txn* txn, MDB_dbi log);
 
    RowDatabase& db_;
    std::optional<Feed> feed_;  // read at the first commit
