@@ -32,7 +32,7 @@ class TablePublisher::Watch final : public Vok::Reactor<IntfBacklog> {
    void onBacklog(const IntfIdAndPrefix& key) override {
       if (!notifier()->backlog(key)) {
          changedIs(key.genPrefix());  // drained (a prefix may come twice: harmless)
-         if (changed.size() == kRun) {
+         if (changed.size() == Plim::kRowRun) {
             publisher_.publishCandidates(vrfId_, *this);
          }
       }
@@ -44,7 +44,7 @@ class TablePublisher::Watch final : public Vok::Reactor<IntfBacklog> {
       Ovel::IpGenPrefix prefix;
 
       friend bool operator<(const Changed& a, const Changed& b) noexcept {
-         return a.place != b.place ? a.place < b.place : Vok::bytesLess(a.prefix, b.prefix);
+         return Plim::placedLess(a.place, a.prefix, b.place, b.prefix);
       }
       friend bool operator==(const Changed& a, const Changed& b) noexcept {
          return Vok::sameBytes(a.prefix, b.prefix);
@@ -52,8 +52,6 @@ class TablePublisher::Watch final : public Vok::Reactor<IntfBacklog> {
    };
    void changedIs(const Ovel::IpGenPrefix& prefix) { changed.push_back({Plim::placeOf(prefix), prefix}); }
 
-   // As a table's store writes its rows: see Plim::DatabaseStore.
-   static constexpr std::size_t kRun = 256;
    std::vector<Changed> changed;
 
  private:

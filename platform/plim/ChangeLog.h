@@ -55,8 +55,8 @@ struct LoggedChange {
    std::string_view key, row;  // empty for `cleared`; row empty for `removed`
 };
 
-// The writer's side: RowDatabase records its stores' changes here during
-// a turn and has them written when it commits.
+// The writer's side: RowDatabase's stores record their changes here as they
+// write them into the turn, a run at a time; the commit adds the feed.
 class ChangeLog {
  public:
    // Turns that changed more than this are not logged; older turns leave
@@ -66,9 +66,9 @@ class ChangeLog {
    explicit ChangeLog(RowDatabase& db) : db_(db) {}
 
    // A run of at most `writes` changes of one table's rows of one kind,
-   // each made by `change()`: a store's flush at the end of a turn. A run
-   // that would take the turn past the bound ends its logging at once,
-   // before anything of it is copied.
+   // each made by `change()`: one run a store writes into the turn. A run
+   // that would take the turn past the bound ends the turn's logging at
+   // once, before anything of it is copied.
    void beginTable(std::uint32_t table, std::string_view kind, std::size_t keySize,
                    std::size_t rowSize, std::size_t writes);
    void change(ChangeKind what, const void* key, const void* row);
@@ -91,7 +91,7 @@ class ChangeLog {
    void trim(MDB_txn* txn, MDB_dbi log);
 
    RowDatabase& db_;
-   std::optional<Feed> feed_;  // read at the first commit
+   std::optional<Feed> feed_;  // read when this writer first logs or commits
    std::string part_;          // the part being gathered
    std::uint32_t partChanges_ = 0;
    std::uint32_t parts_ = 0;   // written this turn

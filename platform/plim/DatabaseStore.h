@@ -93,7 +93,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    }
 
    void rowIs(const K& key, const V& value) override {
-      roomForOneMore();  // first: nothing is half-done if it fails
+      roomForOneMore();  // first: a failed allocation changes nothing
       cache_.rowIs(key, value);
       changed(Change{key, value, placeOf(key), true});
    }
@@ -148,16 +148,10 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       std::uint32_t place;
       bool written;  // false: removed
 
-      // As the database orders their keys.
       friend bool operator<(const Change& a, const Change& b) noexcept {
-         return a.place != b.place ? a.place < b.place : Vok::bytesLess(a.key, b.key);
+         return placedLess(a.place, a.key, b.place, b.key);
       }
    };
-   // The changes written to the database at once: the most a turn's
-   // commit has left to write per store (about 0.1 ms). In place order, a
-   // run's keys still land on neighbouring pages; runs much shorter cost
-   // more in set-up (a cursor, a log part) than they save.
-   static constexpr std::size_t kRun = 256;
 
    void roomForOneMore() {
       if (changes_.size() == changes_.capacity()) {
@@ -166,16 +160,17 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    }
 
    // Records a change with room for it taken: a row written again at once
-   // (a via set's count, route after route) replaces its last change. A
-   // full run is written at once; if that fails, the directory is written
-   // no more (RowDatabase::fail), as after a failed commit.
+   // replaces its last change. A full run is written at once. A failure is
+   // raised from here, inside the change that filled the run, and the
+   // directory is written no more (RowDatabase::fail): the agent stops with
+   // the error, as after a failed commit.
    void changed(const Change& change) {
       if (!changes_.empty() && Vok::sameBytes(changes_.back().key, change.key)) {
          changes_.back() = change;
          return;
       }
       changes_.push_back(change);
-      if (changes_.size() == kRun) {
+      if (changes_.size() == kRowRun) {
          write();
       }
    }

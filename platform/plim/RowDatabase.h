@@ -1,7 +1,7 @@
 // A directory of tables that outlives the process and that other processes
 // read while the agent writes: one LMDB environment, one database per kind
-// of row, every table's rows keyed by the table's number (from its path)
-// followed by the row's own key bytes.
+// of row, every table's rows keyed by the table's number (from its path),
+// the row's place (RowPlace.h), then the row's own key bytes.
 //
 //   auto db = Plim::RowDatabase::open("/dev/shm/connroute", Plim::Access::write, layout);
 //   ... tables write through stores bound to db ...
@@ -38,7 +38,8 @@ class DatabaseError : public std::runtime_error {
    using std::runtime_error::runtime_error;
 };
 
-// A store that holds back its writes until the turn ends (see commit()).
+// A store that holds back some of its writes (its last run) until the turn
+// ends (see commit()).
 class PendingWrites {
  public:
    virtual ~PendingWrites() = default;

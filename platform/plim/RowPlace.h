@@ -6,16 +6,33 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/vok/KeyTraits.h"
+#include "platform/vok/SameBytes.h"
 
 namespace Plim {
 
 template <class K>
 std::uint32_t placeOf(const K& key) noexcept {
+   static_assert(!Vok::HasOwnHash<K>,
+                 "a row's place is the hash of its key's bytes, as readers compute it");
    return Vok::placedHash(Vok::KeyTraits<K>::hash(key));
 }
+
+// As the directory orders two rows' keys of one table: by place, then by
+// the key's bytes.
+template <class K>
+bool placedLess(std::uint32_t placeA, const K& a, std::uint32_t placeB, const K& b) noexcept {
+   return placeA != placeB ? placeA < placeB : Vok::bytesLess(a, b);
+}
+
+// The changes a writer hands to the turn's transaction at once, while the
+// turn runs: about 0.1 ms of writes, the most a commit has left per table.
+// In place order a run's keys land on neighbouring pages; much shorter runs
+// cost more in set-up (a cursor, a log part) than they save.
+inline constexpr std::size_t kRowRun = 256;
 
 inline std::array<char, 4> bigEndianBytes(std::uint32_t value) noexcept {
    return {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};

@@ -84,7 +84,8 @@ def put(routes, vrf, family, row):
 
 def read_directory(env):
     dbs = {name: env.open_db(name.encode(), create=False) for name in ("meta", "tables", "log")}
-    for optional in ("rows:route", "rows:routeQuery", "rows:vrfName"):
+    placed = ("rows:route", "rows:routeQuery", "rows:via", "rows:viaMap", "rows:viaSet", "rows:candidates")
+    for optional in placed + ("rows:vrfName",):
         try:
             dbs[optional] = env.open_db(optional.encode(), create=False)
         except lmdb.NotFoundError:
@@ -113,6 +114,10 @@ def read_directory(env):
                 own = own_key(key)
                 (vrf,) = struct.unpack_from("<I", own)
                 put(routes, vrf, family_of(own[4:24]), route(value[24:72]))
+        # Every row keyed by a table's number (or a VRF) and a place is in its place.
+        for name in placed:
+            for key, _ in txn.cursor(db=dbs[name]) if name in dbs else ():
+                own_key(key)
         feed = struct.unpack("<5Q", txn.get(b"feed", db=dbs["meta"]))
         log = [(bytes(k), bytes(v)) for k, v in txn.cursor(db=dbs["log"])]
     return tables, names, routes, feed, log

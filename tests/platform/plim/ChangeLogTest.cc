@@ -88,6 +88,31 @@ class ChangeLogTest : public ::testing::Test {
    std::string dir_;
 };
 
+// A turn long enough that its changes reach the directory in runs before it
+// commits, cleared after some of those runs and written again: the log
+// replays it, runs, clear and all, into the table the turn committed.
+TEST_F(ChangeLogTest, ATurnClearedAfterItsFirstRunsReplaysAsCommitted) {
+   const std::string path = "routing/rib/routeConfig/ipv4/1/connected";
+   Writer w = writer({path});
+   const Rib::Route earlier = route(5000, 1);  // of the turn before, which the clear removes
+   w.tables[0]->routeAdd(earlier);
+   w.db->commit();
+   for (std::uint32_t n = 0; n < 1000; ++n) {
+      w.tables[0]->routeAdd(route(n, 2));
+   }
+   w.tables[0]->routeDelAll();
+   Tables committed;
+   for (std::uint32_t n = 1000; n < 1300; ++n) {
+      w.tables[0]->routeAdd(route(n, 3));
+      committed[{w.numbers[0], route(n, 3).prefix}] = route(n, 3);
+   }
+   w.db->commit();
+   auto reader = open(Plim::Access::readOnly);
+   const Plim::Feed feed = Plim::readFeed(*reader);
+   ASSERT_LE(feed.logStart, feed.seq);
+   EXPECT_EQ(replay(*reader, {{{w.numbers[0], earlier.prefix}, earlier}}, feed.seq, feed.seq), committed);
+}
+
 // Random turns of writes, removals and clears on two tables, now and then
 // one larger than the log keeps, and a restart (a new writer): after each
 // run, every turn the log holds turns the tables of the turn before into
