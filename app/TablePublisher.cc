@@ -168,7 +168,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, Watch& watch) {
    Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
    CandidatesValue value;
    for (const auto& [place, prefix] : watch.changed) {
-      std::string key = candidateKey(vrfId, prefix);
+      auto key = Plim::placedKey(vrfId, place, prefix);  // candidateKey(), its place known
       const MDB_val k{key.size(), key.data()};
       // One lookup finds the candidates and the installed owner.
       const PrefixRecord* record = store.prefixRecord(prefix);

@@ -63,11 +63,8 @@ std::string vrfKey(std::uint32_t vrfId) {
 }
 
 std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix) {
-   std::string key = vrfKey(vrfId);
-   const auto place = Plim::bigEndianBytes(Plim::placeOf(prefix));
-   key.append(place.begin(), place.end());
-   key.append(reinterpret_cast<const char*>(&prefix), sizeof prefix);
-   return key;
+   const auto key = Plim::placedKey(vrfId, prefix);
+   return {key.begin(), key.end()};
 }
 
 Ovel::IpGenPrefix candidatePrefix(std::string_view key) {
@@ -76,8 +73,7 @@ Ovel::IpGenPrefix candidatePrefix(std::string_view key) {
    }
    Ovel::IpGenPrefix prefix;
    std::memcpy(&prefix, key.data() + 8, sizeof prefix);
-   const auto place = Plim::bigEndianBytes(Plim::placeOf(prefix));
-   if (key.substr(4, 4) != std::string_view(place.data(), place.size())) {
+   if (key.substr(4) != candidateKey(0, prefix).substr(4)) {
       throw std::invalid_argument("malformed candidate key");  // a row no lookup would find
    }
    return prefix;

@@ -81,7 +81,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       if (!located()) {
          return nullptr;
       }
-      KeyBytes bytes = keyBytes(key, placeOf(key));
+      auto bytes = placedKey(*number_, key);
       MDB_val k{bytes.size(), bytes.data()}, v;
       const int rc = mdb_get(db_->txn(), *rows_, &k, &v);
       if (rc == MDB_NOTFOUND) {
@@ -138,8 +138,6 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    }
 
  private:
-   using KeyBytes = std::array<char, 8 + sizeof(K)>;
-
    // A change not yet written, with the row it wrote: the write reads no
    // row back from the table.
    struct Change {
@@ -197,7 +195,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          if (i + 1 < changes_.size() && Vok::sameBytes(change.key, changes_[i + 1].key)) {
             continue;  // a later change of the same key wins
          }
-         KeyBytes bytes = keyBytes(change.key, change.place);
+         auto bytes = placedKey(*number_, change.place, change.key);
          MDB_val k{bytes.size(), bytes.data()};
          if (!change.written) {
             if (writes.del(k)) {
@@ -213,15 +211,6 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
 
    // Big-endian, so that one table's rows sit together.
    std::array<char, 4> numberBytes() const { return bigEndianBytes(number_.value_or(0)); }
-   KeyBytes keyBytes(const K& key, std::uint32_t place) const {
-      KeyBytes bytes;
-      const auto number = numberBytes();
-      const auto placeBytes = bigEndianBytes(place);
-      std::memcpy(bytes.data(), number.data(), number.size());
-      std::memcpy(bytes.data() + 4, placeBytes.data(), placeBytes.size());
-      std::memcpy(bytes.data() + 8, &key, sizeof(K));
-      return bytes;
-   }
    bool ownKey(const MDB_val& k) const {
       const auto prefix = numberBytes();
       return k.mv_size >= prefix.size() && std::memcmp(k.mv_data, prefix.data(), prefix.size()) == 0;
@@ -257,13 +246,13 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
       int rc = cursor.get(k, v, MDB_SET_RANGE);
       for (; rc == MDB_SUCCESS && ownKey(k); rc = cursor.get(k, v, MDB_NEXT)) {
-         if (k.mv_size != sizeof(KeyBytes)) {
+         if (k.mv_size != 8 + sizeof(K)) {
             db_->fail(MDB_CORRUPTED, "read a row's key");
          }
          const char* bytes = static_cast<const char*>(k.mv_data);
          K key;
          std::memcpy(&key, bytes + 8, sizeof(K));  // after the number and the place
-         if (std::memcmp(bytes, keyBytes(key, placeOf(key)).data(), 8) != 0) {
+         if (std::memcmp(bytes, placedKey(*number_, key).data(), 8) != 0) {
             db_->fail(MDB_CORRUPTED, "read a row's key");  // a row no lookup would find
          }
          visit(key, decode(v));  // which checks the row's size

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "platform/vok/KeyTraits.h"
 #include "platform/vok/SameBytes.h"
@@ -19,6 +20,27 @@ std::uint32_t placeOf(const K& key) noexcept {
    static_assert(!Vok::HasOwnHash<K>,
                  "a row's place is the hash of its key's bytes, as readers compute it");
    return Vok::placedHash(Vok::KeyTraits<K>::hash(key));
+}
+
+inline std::array<char, 4> bigEndianBytes(std::uint32_t value) noexcept {
+   return {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
+}
+
+// A placed row's key: the number its rows share (a table's, or a VRF's for
+// the published candidates), its place, then the key's bytes.
+template <class K>
+std::array<char, 8 + sizeof(K)> placedKey(std::uint32_t number, std::uint32_t place, const K& key) noexcept {
+   std::array<char, 8 + sizeof(K)> bytes;
+   const auto numberBytes = bigEndianBytes(number);
+   const auto placeBytes = bigEndianBytes(place);
+   std::memcpy(bytes.data(), numberBytes.data(), 4);
+   std::memcpy(bytes.data() + 4, placeBytes.data(), 4);
+   std::memcpy(bytes.data() + 8, &key, sizeof(K));
+   return bytes;
+}
+template <class K>
+std::array<char, 8 + sizeof(K)> placedKey(std::uint32_t number, const K& key) noexcept {
+   return placedKey(number, placeOf(key), key);
 }
 
 // As the directory orders two rows' keys of one table: by place, then by
@@ -34,8 +56,5 @@ bool placedLess(std::uint32_t placeA, const K& a, std::uint32_t placeB, const K&
 // cost more in set-up (a cursor, a log part) than they save.
 inline constexpr std::size_t kRowRun = 256;
 
-inline std::array<char, 4> bigEndianBytes(std::uint32_t value) noexcept {
-   return {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
-}
 
 }  // namespace Plim

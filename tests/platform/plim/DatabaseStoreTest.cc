@@ -243,9 +243,7 @@ TEST_F(DatabaseStoreTest, ARowOutOfItsPlaceIsCorruption) {
       const std::uint32_t number = *writer->tableNumber(path);
       const Prefix prefix = route(2).prefix;
       const Rib::Route row = route(2);
-      std::array<char, 8 + sizeof(Prefix)> key{char(number >> 24), char(number >> 16),
-                                               char(number >> 8), char(number)};  // place 0
-      std::memcpy(key.data() + 8, &prefix, sizeof prefix);
+      auto key = Plim::placedKey(number, Plim::placeOf(prefix) ^ 1, prefix);
       MDB_val k{key.size(), key.data()}, v{sizeof row, const_cast<Rib::Route*>(&row)};
       ASSERT_EQ(mdb_put(writer->txn(), *writer->rowsOf("route"), &k, &v, 0), MDB_SUCCESS);
       writer->commit();
