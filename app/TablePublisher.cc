@@ -168,7 +168,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, Watch& watch) {
    Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
    CandidatesValue value;
    for (const auto& [place, prefix] : watch.changed) {
-      auto key = Plim::placedKey(vrfId, place, prefix);  // candidateKey(), its place known
+      auto key = candidateKey(vrfId, place, prefix);
       const MDB_val k{key.size(), key.data()};
       // One lookup finds the candidates and the installed owner.
       const PrefixRecord* record = store.prefixRecord(prefix);

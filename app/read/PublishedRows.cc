@@ -62,8 +62,17 @@ std::string vrfKey(std::uint32_t vrfId) {
    return {bytes.begin(), bytes.end()};
 }
 
+CandidateKey candidateKey(std::uint32_t vrfId, std::uint32_t place, const Ovel::IpGenPrefix& prefix) {
+   CandidateKey key;
+   const auto vrf = Plim::bigEndianBytes(vrfId);
+   const auto placed = Plim::placedKey(place, prefix);
+   std::memcpy(key.data(), vrf.data(), vrf.size());
+   std::memcpy(key.data() + vrf.size(), placed.data(), placed.size());
+   return key;
+}
+
 std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix) {
-   const auto key = Plim::placedKey(vrfId, prefix);
+   const auto key = candidateKey(vrfId, Plim::placeOf(prefix), prefix);
    return {key.begin(), key.end()};
 }
 
@@ -73,7 +82,8 @@ Ovel::IpGenPrefix candidatePrefix(std::string_view key) {
    }
    Ovel::IpGenPrefix prefix;
    std::memcpy(&prefix, key.data() + 8, sizeof prefix);
-   if (key.substr(4) != candidateKey(0, prefix).substr(4)) {
+   const auto placed = Plim::placedKey(prefix);
+   if (key.substr(4) != std::string_view(placed.data(), placed.size())) {
       throw std::invalid_argument("malformed candidate key");  // a row no lookup would find
    }
    return prefix;

@@ -3,6 +3,7 @@
 // text, one record per line.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -29,7 +30,9 @@ inline constexpr std::string_view kNetnsKind = "netns";            // key: the n
 // Big-endian, so that a VRF's rows sit together in key order.
 std::string vrfKey(std::uint32_t vrfId);
 // A VRF's candidates sit in their prefixes' places, the order a drain
-// publishes them in.
+// publishes them in: the VRF's identifier, the place, the prefix.
+using CandidateKey = std::array<char, 8 + sizeof(Ovel::IpGenPrefix)>;
+CandidateKey candidateKey(std::uint32_t vrfId, std::uint32_t place, const Ovel::IpGenPrefix& prefix);
 std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix);
 // The prefix of a candidate key; throws std::invalid_argument for another
 // key, or one whose place is not its prefix's.

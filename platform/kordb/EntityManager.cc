@@ -41,7 +41,7 @@ bool registerPersistentType(std::string typeName, std::string layout, PersistFun
 }
 
 std::string persistentLayout() {
-   std::string layout = "connroute-tables 2";
+   std::string layout = "connroute-tables 3";
    for (const auto& [name, type] : persistentTypes()) {
       layout += "; " + name + " " + type.layout;
    }

@@ -5,10 +5,12 @@
 // exactly as without a database; the database is for readers in other
 // processes and for the next run.
 //
-// A row's key in the database is the table's number (big-endian), the
-// key's place (RowPlace.h), then the key's bytes: a turn's writes, made in
-// the engine's own order, land on a run of neighbouring B-tree pages, each
-// copied once per turn, instead of on pages all over the tree.
+// The table's rows are a database of their own, keyed by the key's place
+// (RowPlace.h), then the key's bytes: a turn's writes, made in the engine's
+// own order, land on a run of neighbouring B-tree pages, each copied once
+// per turn, instead of on pages all over the tree; and rows written in
+// ascending order, as a drain's first sweep writes them, fill the pages
+// they end.
 //
 // Writes reach the database's open turn in runs, sorted and each key once.
 // A run is written as soon as it is full, so that a long turn (a drain
@@ -48,11 +50,11 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
                  "a row is stored as its bytes");
 
  public:
-   // The rows of the table at `path` in the database of `kind`. A writer
-   // starts with what the directory holds for it: an earlier run's rows.
+   // The rows of `kind` of the table at `path`. A writer starts with what
+   // the directory holds for it: an earlier run's rows.
    DatabaseStore(std::shared_ptr<RowDatabase> db, std::string_view kind, const std::string& path)
-         : db_(std::move(db)), kind_(kind), path_(path), rows_(db_->rowsOf(kind)),
-           number_(db_->tableNumber(path)) {
+         : db_(std::move(db)), kind_(kind), path_(path) {
+      located();
       if (db_->writable()) {
          scan([this](const K& key, const V& value) { cache_.rowIs(key, value); });
          db_->pendingWritesIs(this);
@@ -81,7 +83,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       if (!located()) {
          return nullptr;
       }
-      auto bytes = placedKey(*number_, key);
+      auto bytes = placedKey(key);
       MDB_val k{bytes.size(), bytes.data()}, v;
       const int rc = mdb_get(db_->txn(), *rows_, &k, &v);
       if (rc == MDB_NOTFOUND) {
@@ -108,9 +110,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    }
 
    void rowDelAll() override {
-      const auto prefix = numberBytes();
-      db_->delRange(*rows_, std::string_view(prefix.data(), prefix.size()));
-      db_->changeLog().cleared(*number_, kind_);
+      db_->clearRows(*rows_, *number_, kind_);
       cache_.rowDelAll();
       changes_.clear();
    }
@@ -195,7 +195,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          if (i + 1 < changes_.size() && Vok::sameBytes(change.key, changes_[i + 1].key)) {
             continue;  // a later change of the same key wins
          }
-         auto bytes = placedKey(*number_, change.place, change.key);
+         auto bytes = placedKey(change.place, change.key);
          MDB_val k{bytes.size(), bytes.data()};
          if (!change.written) {
             if (writes.del(k)) {
@@ -209,12 +209,6 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       changes_.clear();
    }
 
-   // Big-endian, so that one table's rows sit together.
-   std::array<char, 4> numberBytes() const { return bigEndianBytes(number_.value_or(0)); }
-   bool ownKey(const MDB_val& k) const {
-      const auto prefix = numberBytes();
-      return k.mv_size >= prefix.size() && std::memcmp(k.mv_data, prefix.data(), prefix.size()) == 0;
-   }
    V decode(const MDB_val& v) const {
       if (v.mv_size != sizeof(V)) {
          db_->fail(MDB_CORRUPTED, "read a row");
@@ -227,13 +221,13 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    // Whether the table has rows in the directory; a reader looks again, as
    // the writer may have created the table after the store was made.
    bool located() const {
-      if (!rows_) {
-         rows_ = db_->rowsOf(kind_);
-      }
       if (!number_) {
          number_ = db_->tableNumber(path_);
       }
-      return rows_ && number_;
+      if (number_ && !rows_) {
+         rows_ = db_->tableRowsOf(kind_, *number_);
+      }
+      return rows_.has_value();
    }
 
    template <class Visit>
@@ -242,17 +236,16 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          return;
       }
       Cursor cursor(*db_, *rows_, "open a cursor");
-      const auto prefix = numberBytes();
-      MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
-      int rc = cursor.get(k, v, MDB_SET_RANGE);
-      for (; rc == MDB_SUCCESS && ownKey(k); rc = cursor.get(k, v, MDB_NEXT)) {
-         if (k.mv_size != 8 + sizeof(K)) {
+      MDB_val k, v;
+      int rc = cursor.get(k, v, MDB_FIRST);
+      for (; rc == MDB_SUCCESS; rc = cursor.get(k, v, MDB_NEXT)) {
+         if (k.mv_size != 4 + sizeof(K)) {
             db_->fail(MDB_CORRUPTED, "read a row's key");
          }
          const char* bytes = static_cast<const char*>(k.mv_data);
          K key;
-         std::memcpy(&key, bytes + 8, sizeof(K));  // after the number and the place
-         if (std::memcmp(bytes, placedKey(*number_, key).data(), 8) != 0) {
+         std::memcpy(&key, bytes + 4, sizeof(K));  // after the place
+         if (std::memcmp(bytes, placedKey(key).data(), 4) != 0) {
             db_->fail(MDB_CORRUPTED, "read a row's key");  // a row no lookup would find
          }
          visit(key, decode(v));  // which checks the row's size
@@ -264,8 +257,8 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
 
    std::shared_ptr<RowDatabase> db_;
    std::string kind_, path_;
-   mutable std::optional<MDB_dbi> rows_;
    mutable std::optional<std::uint32_t> number_;
+   mutable std::optional<MDB_dbi> rows_;
    MemoryStore<K, V> cache_;
    std::vector<Change> changes_;  // not yet in the database, in the order made
    mutable V last_{};

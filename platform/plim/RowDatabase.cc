@@ -24,7 +24,10 @@ const Vok::TraceHandle trace("Plim");
 // Address space only: with a write map the file is sparse, and tmpfs or a
 // disk gives pages as rows arrive.
 constexpr std::size_t kMapSize = std::size_t{64} << 30;
-constexpr unsigned kMaxDatabases = 64;
+// A database per table and kind of row: six for each VRF served, and the
+// few published beside the tables. LMDB sizes a reader's transaction by it
+// (57 bytes a database), and refuses a database past it with MDB_DBS_FULL.
+constexpr unsigned kMaxDatabases = 16384;
 constexpr const char* kMetaDatabase = "meta";
 constexpr const char* kTablesDatabase = "tables";
 constexpr std::string_view kLayoutKey = "layout";
@@ -50,6 +53,10 @@ std::set<std::string, std::less<>> kindsOf(std::string_view layout) {
 }
 
 }  // namespace
+
+std::string tableRowsName(std::string_view kind, std::uint32_t table) {
+   return "rows:" + std::string(kind) + ":" + std::to_string(table);
+}
 
 RowDatabase::RowDatabase(std::string dir, Access access) : dir_(std::move(dir)), access_(access) {}
 
@@ -171,7 +178,11 @@ void RowDatabase::verifyLayout(const std::string& layout) {
       const std::vector<std::string> names = databaseNames(txn);
       for (const std::string& name : names) {
          MDB_dbi dbi = 0;
-         if (mdb_dbi_open(txn, name.c_str(), 0, &dbi) != MDB_SUCCESS) {
+         const int rc = mdb_dbi_open(txn, name.c_str(), 0, &dbi);
+         if (rc == MDB_DBS_FULL) {
+            fail(rc, "open every table");
+         }
+         if (rc != MDB_SUCCESS) {
             throw DatabaseError(dir_ + ": not a connroute table directory (foreign key '" + name +
                                 "')");
          }
@@ -279,11 +290,20 @@ std::optional<MDB_dbi> RowDatabase::database(std::string_view name) {
    return dbi;
 }
 
+std::optional<MDB_dbi> RowDatabase::existingDatabase(std::string_view name) const {
+   if (auto it = databases_.find(name); it != databases_.end()) {
+      return it->second;
+   }
+   return std::nullopt;
+}
+
 std::optional<MDB_dbi> RowDatabase::rowsOf(std::string_view kind) {
    return database("rows:" + std::string(kind));
 }
 
-
+std::optional<MDB_dbi> RowDatabase::tableRowsOf(std::string_view kind, std::uint32_t table) {
+   return database(tableRowsName(kind, table));
+}
 
 std::optional<std::uint32_t> RowDatabase::tableNumber(const std::string& path) {
    if (auto it = tableNumbers_.find(path); it != tableNumbers_.end()) {

@@ -1,7 +1,7 @@
 // A directory of tables that outlives the process and that other processes
-// read while the agent writes: one LMDB environment, one database per kind
-// of row, every table's rows keyed by the table's number (from its path),
-// the row's place (RowPlace.h), then the row's own key bytes.
+// read while the agent writes: one LMDB environment, one database per table
+// and kind of row (named after the table's number, from its path), every
+// row keyed by its place (RowPlace.h), then its own key bytes.
 //
 //   auto db = Plim::RowDatabase::open("/dev/shm/connroute", Plim::Access::write, layout);
 //   ... tables write through stores bound to db ...
@@ -46,6 +46,10 @@ class PendingWrites {
    virtual void flush() = 0;
 };
 
+// The name of the database of the rows of `kind` of the table numbered
+// `table`: "rows:route:7".
+std::string tableRowsName(std::string_view kind, std::uint32_t table);
+
 class RowDatabase {
  public:
    // Opens (for writing: creates, with the directory if absent) the table
@@ -66,12 +70,21 @@ class RowDatabase {
    // A write failed: the turn's transaction, and every cursor of it, is gone.
    bool failed() const noexcept { return failed_; }
 
-   // The database holding rows of `kind` (created for writing if absent);
-   // nullopt when a read-only directory has none.
+   // The database of the rows of `kind` published beside the tables
+   // (created for writing if absent); nullopt when a read-only directory
+   // has none.
    std::optional<MDB_dbi> rowsOf(std::string_view kind);
+   // The database of the rows of `kind` of the table numbered `table`
+   // (created for writing if absent); nullopt when a read-only directory
+   // has none. A table's rows end their database, so that rows written in
+   // key order fill its pages (LMDB splits a page in the middle unless the
+   // new row goes last), and it is cleared by dropping them all at once.
+   std::optional<MDB_dbi> tableRowsOf(std::string_view kind, std::uint32_t table);
    // The database `name` (created for writing if absent); nullopt when a
    // read-only directory has none.
    std::optional<MDB_dbi> database(std::string_view name);
+   // The database `name` if it exists, never creating it.
+   std::optional<MDB_dbi> existingDatabase(std::string_view name) const;
    // Where stores record what their turn changed (a writer's only).
    ChangeLog& changeLog() noexcept { return log_; }
    // The number of the table at `path`, assigned on first use when writing;
@@ -99,11 +112,12 @@ class RowDatabase {
 
    // Removes every row of `dbi` whose key starts with `prefix`.
    void delRange(MDB_dbi dbi, std::string_view prefix);
+   // Removes every row of `dbi`, and logs it as the table's clear.
+   void clearRows(MDB_dbi dbi, std::uint32_t table, std::string_view kind);
    // Removes every row of the table at `path`, of every kind of table rows
-   // the layout names (not the rows published beside the tables, whose keys
-   // may begin with the same bytes as a table's number); the table keeps its
-   // number (numbers are never given twice). Only for a table no store of
-   // this process holds: a store would not see its rows go.
+   // the layout names; the table keeps its number (numbers are never given
+   // twice). Only for a table no store of this process holds: a store would
+   // not see its rows go.
    void clearTable(const std::string& path);
    // Does the table at `path` hold a row (of a kind the layout names)?
    bool tableHasRows(const std::string& path);

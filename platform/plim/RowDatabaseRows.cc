@@ -7,14 +7,10 @@
 
 namespace Plim {
 
-namespace {
-
-// Big-endian, as the stores key their rows: a table's rows sit together.
-std::string numberPrefix(std::uint32_t number) {
-   return {char(number >> 24), char(number >> 16), char(number >> 8), char(number)};
+void RowDatabase::clearRows(MDB_dbi dbi, std::uint32_t table, std::string_view kind) {
+   check(mdb_drop(txn(), dbi, 0), "clear a table");
+   log_.cleared(table, kind);
 }
-
-}  // namespace
 
 void RowDatabase::clearTable(const std::string& path) {
    const auto number = tableNumbers_.find(path);
@@ -22,9 +18,8 @@ void RowDatabase::clearTable(const std::string& path) {
       return;
    }
    for (const std::string& kind : tableKinds_) {
-      if (const auto dbi = rowsOf(kind)) {
-         delRange(*dbi, numberPrefix(number->second));
-         log_.cleared(number->second, kind);
+      if (const auto dbi = existingDatabase(tableRowsName(kind, number->second))) {
+         clearRows(*dbi, number->second, kind);
       }
    }
 }
@@ -34,21 +29,13 @@ bool RowDatabase::tableHasRows(const std::string& path) {
    if (number == tableNumbers_.end()) {
       return false;
    }
-   const std::string prefix = numberPrefix(number->second);
    for (const std::string& kind : tableKinds_) {
-      const auto dbi = rowsOf(kind);
-      if (!dbi) {
-         continue;
-      }
-      Cursor cursor(*this, *dbi, "open a cursor");
-      MDB_val k = bytesOf(prefix), v;
-      const int rc = cursor.get(k, v, MDB_SET_RANGE);
-      const bool found = rc == MDB_SUCCESS && textOf(k).starts_with(prefix);
-      if (rc != MDB_SUCCESS && rc != MDB_NOTFOUND) {
-         fail(rc, "look for a table's rows");
-      }
-      if (found) {
-         return true;
+      if (const auto dbi = existingDatabase(tableRowsName(kind, number->second))) {
+         MDB_stat stat;
+         check(mdb_stat(txn(), *dbi, &stat), "count a table's rows");
+         if (stat.ms_entries > 0) {
+            return true;
+         }
       }
    }
    return false;

@@ -1,8 +1,8 @@
-// Where a row sits among its table's rows in a table directory: after the
-// table's number (or a published row's VRF), its place, the placed hash of
-// its own key, big-endian. The directory then keeps rows in the order the
-// runtime's own tables keep them, which is the order the engine walks and
-// writes them in (a drain slice sweeps a range of places).
+// Where a row sits among its table's rows in a table directory (or among a
+// VRF's published candidates): its key begins with its place, the placed
+// hash of its own key, big-endian. The directory then keeps rows in the
+// order the runtime's own tables keep them, which is the order the engine
+// walks and writes them in (a drain slice sweeps a range of places).
 #pragma once
 
 #include <array>
@@ -26,21 +26,18 @@ inline std::array<char, 4> bigEndianBytes(std::uint32_t value) noexcept {
    return {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
 }
 
-// A placed row's key: the number its rows share (a table's, or a VRF's for
-// the published candidates), its place, then the key's bytes.
+// A placed row's key: its place, then the key's bytes.
 template <class K>
-std::array<char, 8 + sizeof(K)> placedKey(std::uint32_t number, std::uint32_t place, const K& key) noexcept {
-   std::array<char, 8 + sizeof(K)> bytes;
-   const auto numberBytes = bigEndianBytes(number);
+std::array<char, 4 + sizeof(K)> placedKey(std::uint32_t place, const K& key) noexcept {
+   std::array<char, 4 + sizeof(K)> bytes;
    const auto placeBytes = bigEndianBytes(place);
-   std::memcpy(bytes.data(), numberBytes.data(), 4);
-   std::memcpy(bytes.data() + 4, placeBytes.data(), 4);
-   std::memcpy(bytes.data() + 8, &key, sizeof(K));
+   std::memcpy(bytes.data(), placeBytes.data(), 4);
+   std::memcpy(bytes.data() + 4, &key, sizeof(K));
    return bytes;
 }
 template <class K>
-std::array<char, 8 + sizeof(K)> placedKey(std::uint32_t number, const K& key) noexcept {
-   return placedKey(number, placeOf(key), key);
+std::array<char, 4 + sizeof(K)> placedKey(const K& key) noexcept {
+   return placedKey(placeOf(key), key);
 }
 
 // As the directory orders two rows' keys of one table: by place, then by
@@ -55,6 +52,5 @@ bool placedLess(std::uint32_t placeA, const K& a, std::uint32_t placeB, const K&
 // In place order a run's keys land on neighbouring pages; much shorter runs
 // cost more in set-up (a cursor, a log part) than they save.
 inline constexpr std::size_t kRowRun = 256;
-
 
 }  // namespace Plim

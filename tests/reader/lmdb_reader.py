@@ -17,7 +17,7 @@ import sys
 
 import lmdb
 
-LAYOUT = (b"connroute-tables 2; Routing::Rib::Ip::ViaConfig via 12/64/4 viaMap 12/24/4; "
+LAYOUT = (b"connroute-tables 3; Routing::Rib::Ip::ViaConfig via 12/64/4 viaMap 12/24/4; "
           b"Routing::Rib::IpRibRouteOrqTable routeQuery 24/72/4; Routing::Rib::RouteConfig route 20/48/4; "
           b"Routing::Rib::ViaSetConfig viaSet 4/56/4")
 
@@ -41,10 +41,10 @@ def place(key):
     return min(h >> 32, 0xFFFFFFFE)
 
 
-def own_key(key):
-    """A row key's own key, after the table's number and its place, which is checked."""
-    own = bytes(key[8:])
-    if struct.unpack_from(">I", key, 4)[0] != place(own):
+def own_key(key, after=0):
+    """A placed row key's own key, after `after` bytes and its place, which is checked."""
+    own = bytes(key[after + 4:])
+    if struct.unpack_from(">I", key, after)[0] != place(own):
         raise SystemExit(f"row key {bytes(key).hex()}: its place is not its key's")
     return own
 
@@ -82,14 +82,26 @@ def put(routes, vrf, family, row):
     routes.setdefault((vrf, family), {})[row["prefix"]] = row
 
 
+def table_databases(txn):
+    """(kind, table number, name) of every table's rows database: rows:<kind>:<number>."""
+    found = []
+    for name, _ in txn.cursor():
+        parts = name.decode().split(":")
+        if len(parts) == 3 and parts[0] == "rows":
+            found.append((parts[1], int(parts[2]), name))
+    return found
+
+
 def read_directory(env):
     dbs = {name: env.open_db(name.encode(), create=False) for name in ("meta", "tables", "log")}
-    placed = ("rows:route", "rows:routeQuery", "rows:via", "rows:viaMap", "rows:viaSet", "rows:candidates")
-    for optional in placed + ("rows:vrfName",):
+    for optional in ("rows:candidates", "rows:vrfName"):
         try:
             dbs[optional] = env.open_db(optional.encode(), create=False)
         except lmdb.NotFoundError:
             pass  # made with the first row of its kind
+    with env.begin() as txn:
+        named = table_databases(txn)
+    table_dbs = [(kind, number, env.open_db(name, create=False)) for kind, number, name in named]
     with env.begin() as txn:
         if txn.get(b"layout", db=dbs["meta"]) != LAYOUT:
             raise SystemExit("another layout: " + repr(txn.get(b"layout", db=dbs["meta"])))
@@ -101,23 +113,20 @@ def read_directory(env):
         names, routes = {}, {}
         if "rows:vrfName" in dbs:
             names = {struct.unpack(">I", k)[0]: v.decode() for k, v in txn.cursor(db=dbs["rows:vrfName"])}
-        if "rows:route" in dbs:
-            for key, value in txn.cursor(db=dbs["rows:route"]):
-                number = struct.unpack_from(">I", key)[0]
-                if own_key(key) != value[0:20]:
-                    raise SystemExit("a route row's key is not its prefix")
-                if number in tables:
+        for kind, number, db in table_dbs:
+            for key, value in txn.cursor(db=db):
+                own = own_key(key)  # every table row is in its place
+                if kind == "route" and number in tables:
+                    if own != value[0:20]:
+                        raise SystemExit("a route row's key is not its prefix")
                     _, family, vrf = tables[number]
                     put(routes, vrf, family, route(value))
-        if "rows:routeQuery" in dbs:
-            for key, value in txn.cursor(db=dbs["rows:routeQuery"]):
-                own = own_key(key)
-                (vrf,) = struct.unpack_from("<I", own)
-                put(routes, vrf, family_of(own[4:24]), route(value[24:72]))
-        # Every row keyed by a table's number (or a VRF) and a place is in its place.
-        for name in placed:
-            for key, _ in txn.cursor(db=dbs[name]) if name in dbs else ():
-                own_key(key)
+                elif kind == "routeQuery" and number in tables:
+                    (vrf,) = struct.unpack_from("<I", own)
+                    put(routes, vrf, family_of(own[4:24]), route(value[24:72]))
+        # A published candidate is keyed by its VRF, then placed.
+        for key, _ in txn.cursor(db=dbs["rows:candidates"]) if "rows:candidates" in dbs else ():
+            own_key(key, after=4)
         feed = struct.unpack("<5Q", txn.get(b"feed", db=dbs["meta"]))
         log = [(bytes(k), bytes(v)) for k, v in txn.cursor(db=dbs["log"])]
     return tables, names, routes, feed, log
@@ -174,7 +183,7 @@ def shown(path):
 
 def main():
     directory, show_path, metrics_path = sys.argv[1:4]
-    env = lmdb.open(directory, readonly=True, max_dbs=64, subdir=True)
+    env = lmdb.open(directory, readonly=True, max_dbs=16384, subdir=True)
     tables, names, routes, feed, log = read_directory(env)
     failures = []
     want, want_names = shown(show_path)
