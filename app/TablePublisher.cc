@@ -83,8 +83,11 @@ std::string flag(const std::optional<bool>& value) { return value ? (*value ? "y
 TablePublisher::TablePublisher(std::shared_ptr<Plim::RowDatabase> db, const Agent::SharedState& shared)
       : db_(std::move(db)), shared_(shared) {
    // What an earlier run published describes that run's agent, not this one.
-   for (std::string_view kind : {kVrfStatusKind, kCandidatesKind, kAgentKind, kNetnsKind}) {
+   for (std::string_view kind : {kVrfStatusKind, kAgentKind, kNetnsKind}) {
       db_->check(mdb_drop(db_->txn(), rowsOf(*db_, kind), 0), "clear what an earlier run published");
+   }
+   for (MDB_dbi candidates : db_->numberedRowsOf(kCandidatesKind)) {
+      db_->check(mdb_drop(db_->txn(), candidates, 0), "clear what an earlier run published");
    }
 }
 
@@ -153,7 +156,7 @@ void TablePublisher::watch(std::uint32_t vrfId, const ContainerSm& container, Pu
 }
 
 void TablePublisher::forget(std::uint32_t vrfId) {
-   db_->delRange(rowsOf(*db_, kCandidatesKind), vrfKey(vrfId));
+   db_->check(mdb_drop(db_->txn(), *db_->rowsOf(kCandidatesKind, vrfId), 0), "withdraw a VRF's candidates");
    del(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId));
 }
 
@@ -165,10 +168,10 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, Watch& watch) {
    // In key order and once each, like the tables' own writes.
    std::sort(watch.changed.begin(), watch.changed.end());
    watch.changed.erase(std::unique(watch.changed.begin(), watch.changed.end()), watch.changed.end());
-   Plim::SortedWrites writes(*db_, rowsOf(*db_, kCandidatesKind));
+   Plim::SortedWrites writes(*db_, *db_->rowsOf(kCandidatesKind, vrfId));
    CandidatesValue value;
    for (const auto& [place, prefix] : watch.changed) {
-      auto key = candidateKey(vrfId, place, prefix);
+      auto key = Plim::placedKey(place, prefix);  // candidateKey(), its place known
       const MDB_val k{key.size(), key.data()};
       // One lookup finds the candidates and the installed owner.
       const PrefixRecord* record = store.prefixRecord(prefix);

@@ -62,28 +62,18 @@ std::string vrfKey(std::uint32_t vrfId) {
    return {bytes.begin(), bytes.end()};
 }
 
-CandidateKey candidateKey(std::uint32_t vrfId, std::uint32_t place, const Ovel::IpGenPrefix& prefix) {
-   CandidateKey key;
-   const auto vrf = Plim::bigEndianBytes(vrfId);
-   const auto placed = Plim::placedKey(place, prefix);
-   std::memcpy(key.data(), vrf.data(), vrf.size());
-   std::memcpy(key.data() + vrf.size(), placed.data(), placed.size());
-   return key;
-}
-
-std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix) {
-   const auto key = candidateKey(vrfId, Plim::placeOf(prefix), prefix);
+std::string candidateKey(const Ovel::IpGenPrefix& prefix) {
+   const auto key = Plim::placedKey(prefix);
    return {key.begin(), key.end()};
 }
 
 Ovel::IpGenPrefix candidatePrefix(std::string_view key) {
-   if (key.size() != 8 + sizeof(Ovel::IpGenPrefix)) {
+   if (key.size() != 4 + sizeof(Ovel::IpGenPrefix)) {
       throw std::invalid_argument("malformed candidate key");
    }
    Ovel::IpGenPrefix prefix;
-   std::memcpy(&prefix, key.data() + 8, sizeof prefix);
-   const auto placed = Plim::placedKey(prefix);
-   if (key.substr(4) != std::string_view(placed.data(), placed.size())) {
+   std::memcpy(&prefix, key.data() + 4, sizeof prefix);
+   if (key != candidateKey(prefix)) {
       throw std::invalid_argument("malformed candidate key");  // a row no lookup would find
    }
    return prefix;

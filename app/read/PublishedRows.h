@@ -3,7 +3,6 @@
 // text, one record per line.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -17,7 +16,8 @@ namespace App {
 // Names of the published databases and the layout of their values
 // (tab-separated text, read back by `connroute show`).
 inline constexpr std::string_view kVrfStatusKind = "vrfStatus";    // key: VRF id (big-endian)
-// key: VRF id, the prefix's place (platform/plim/RowPlace.h), the prefix
+// A database per VRF, numbered by its identifier; key: the prefix's place
+// (platform/plim/RowPlace.h), then the prefix.
 inline constexpr std::string_view kCandidatesKind = "candidates";
 inline constexpr std::string_view kAgentKind = "agent";            // key: "agent"
 // The name each VRF identifier is served under: kept when the agent stops
@@ -30,10 +30,8 @@ inline constexpr std::string_view kNetnsKind = "netns";            // key: the n
 // Big-endian, so that a VRF's rows sit together in key order.
 std::string vrfKey(std::uint32_t vrfId);
 // A VRF's candidates sit in their prefixes' places, the order a drain
-// publishes them in: the VRF's identifier, the place, the prefix.
-using CandidateKey = std::array<char, 8 + sizeof(Ovel::IpGenPrefix)>;
-CandidateKey candidateKey(std::uint32_t vrfId, std::uint32_t place, const Ovel::IpGenPrefix& prefix);
-std::string candidateKey(std::uint32_t vrfId, const Ovel::IpGenPrefix& prefix);
+// publishes them in.
+std::string candidateKey(const Ovel::IpGenPrefix& prefix);
 // The prefix of a candidate key; throws std::invalid_argument for another
 // key, or one whose place is not its prefix's.
 Ovel::IpGenPrefix candidatePrefix(std::string_view key);

@@ -63,7 +63,10 @@ Vok::Ptr<Table> TableReader::table(const std::string& path, std::string_view typ
 }
 
 std::optional<std::string> TableReader::published(std::string_view kind, std::string_view key) const {
-   const auto dbi = db_->rowsOf(kind);
+   return published(db_->rowsOf(kind), key);
+}
+
+std::optional<std::string> TableReader::published(std::optional<MDB_dbi> dbi, std::string_view key) const {
    if (!dbi) {
       return std::nullopt;
    }
@@ -207,18 +210,17 @@ std::string_view TableReader::Owners::of(const Ovel::IpGenPrefix& prefix) const 
 
 TableReader::Owners TableReader::owners(std::uint32_t vrfId) const {
    Owners owners;
-   const auto dbi = db_->rowsOf(kCandidatesKind);
+   const auto dbi = db_->rowsOf(kCandidatesKind, vrfId);
    if (!dbi) {
       return owners;
    }
-   const std::string prefix = vrfKey(vrfId);
    Plim::Cursor cursor(*db_, *dbi, "read the owners");
-   MDB_val k{prefix.size(), const_cast<char*>(prefix.data())}, v;
-   int rc = cursor.get(k, v, MDB_SET_RANGE);
-   for (; rc == MDB_SUCCESS && text(k).starts_with(prefix); rc = cursor.get(k, v, MDB_NEXT)) {
+   MDB_val k, v;
+   int rc = cursor.get(k, v, MDB_FIRST);
+   for (; rc == MDB_SUCCESS; rc = cursor.get(k, v, MDB_NEXT)) {
       const std::string_view value = text(v);
       const std::string_view owner = value.substr(0, value.find('\n'));
-      if (owner != "-" && k.mv_size == 8 + sizeof(Ovel::IpGenPrefix)) {
+      if (owner != "-") {
          owners.owners_.emplace_back(candidatePrefix(text(k)), std::string(owner));
       }
    }
@@ -265,7 +267,7 @@ std::vector<NamespaceCounters> TableReader::namespaceCounters() const {
 
 std::optional<Candidates> TableReader::candidates(std::uint32_t vrfId,
                                                   const Ovel::IpGenPrefix& prefix) const {
-   const auto row = published(kCandidatesKind, candidateKey(vrfId, prefix));
+   const auto row = published(db_->rowsOf(kCandidatesKind, vrfId), candidateKey(prefix));
    if (!row) {
       return std::nullopt;
    }

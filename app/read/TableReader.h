@@ -79,6 +79,7 @@ class TableReader {
    template <class Table>
    Vok::Ptr<Table> table(const std::string& path, std::string_view type) const;
    std::optional<std::string> published(std::string_view kind, std::string_view key) const;
+   std::optional<std::string> published(std::optional<MDB_dbi> dbi, std::string_view key) const;
 
    std::shared_ptr<Plim::RowDatabase> db_;
    Vok::Ptr<Kordb::EntityManager> entityManager_;

@@ -225,7 +225,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          number_ = db_->tableNumber(path_);
       }
       if (number_ && !rows_) {
-         rows_ = db_->tableRowsOf(kind_, *number_);
+         rows_ = db_->rowsOf(kind_, *number_);
       }
       return rows_.has_value();
    }

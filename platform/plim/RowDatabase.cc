@@ -24,8 +24,9 @@ const Vok::TraceHandle trace("Plim");
 // Address space only: with a write map the file is sparse, and tmpfs or a
 // disk gives pages as rows arrive.
 constexpr std::size_t kMapSize = std::size_t{64} << 30;
-// A database per table and kind of row: six for each VRF served, and the
-// few published beside the tables. LMDB sizes a reader's transaction by it
+// A database per table and kind of row, six for each VRF served, one for
+// its published candidates, and the few other rows published beside the
+// tables. LMDB sizes a reader's transaction by it
 // (57 bytes a database), and refuses a database past it with MDB_DBS_FULL.
 constexpr unsigned kMaxDatabases = 16384;
 constexpr const char* kMetaDatabase = "meta";
@@ -54,8 +55,8 @@ std::set<std::string, std::less<>> kindsOf(std::string_view layout) {
 
 }  // namespace
 
-std::string tableRowsName(std::string_view kind, std::uint32_t table) {
-   return "rows:" + std::string(kind) + ":" + std::to_string(table);
+std::string numberedRowsName(std::string_view kind, std::uint32_t number) {
+   return "rows:" + std::string(kind) + ":" + std::to_string(number);
 }
 
 RowDatabase::RowDatabase(std::string dir, Access access) : dir_(std::move(dir)), access_(access) {}
@@ -301,8 +302,17 @@ std::optional<MDB_dbi> RowDatabase::rowsOf(std::string_view kind) {
    return database("rows:" + std::string(kind));
 }
 
-std::optional<MDB_dbi> RowDatabase::tableRowsOf(std::string_view kind, std::uint32_t table) {
-   return database(tableRowsName(kind, table));
+std::optional<MDB_dbi> RowDatabase::rowsOf(std::string_view kind, std::uint32_t number) {
+   return database(numberedRowsName(kind, number));
+}
+
+std::vector<MDB_dbi> RowDatabase::numberedRowsOf(std::string_view kind) const {
+   const std::string prefix = "rows:" + std::string(kind) + ":";
+   std::vector<MDB_dbi> found;
+   for (auto it = databases_.lower_bound(prefix); it != databases_.end() && it->first.starts_with(prefix); ++it) {
+      found.push_back(it->second);
+   }
+   return found;
 }
 
 std::optional<std::uint32_t> RowDatabase::tableNumber(const std::string& path) {

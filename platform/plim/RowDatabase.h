@@ -46,9 +46,10 @@ class PendingWrites {
    virtual void flush() = 0;
 };
 
-// The name of the database of the rows of `kind` of the table numbered
-// `table`: "rows:route:7".
-std::string tableRowsName(std::string_view kind, std::uint32_t table);
+// The name of the database of the rows of `kind` numbered `number`: a
+// table's rows by the table's number ("rows:route:7"), or a VRF's published
+// rows by its identifier.
+std::string numberedRowsName(std::string_view kind, std::uint32_t number);
 
 class RowDatabase {
  public:
@@ -74,12 +75,14 @@ class RowDatabase {
    // (created for writing if absent); nullopt when a read-only directory
    // has none.
    std::optional<MDB_dbi> rowsOf(std::string_view kind);
-   // The database of the rows of `kind` of the table numbered `table`
-   // (created for writing if absent); nullopt when a read-only directory
-   // has none. A table's rows end their database, so that rows written in
-   // key order fill its pages (LMDB splits a page in the middle unless the
-   // new row goes last), and it is cleared by dropping them all at once.
-   std::optional<MDB_dbi> tableRowsOf(std::string_view kind, std::uint32_t table);
+   // The database of the rows of `kind` numbered `number` (see
+   // numberedRowsName; created for writing if absent); nullopt when a
+   // read-only directory has none. Rows that end their database fill its
+   // pages when written in key order (LMDB splits a page in the middle
+   // unless the new row goes last), and are cleared in one drop.
+   std::optional<MDB_dbi> rowsOf(std::string_view kind, std::uint32_t number);
+   // Every database of rows of `kind` numbered, whatever the number.
+   std::vector<MDB_dbi> numberedRowsOf(std::string_view kind) const;
    // The database `name` (created for writing if absent); nullopt when a
    // read-only directory has none.
    std::optional<MDB_dbi> database(std::string_view name);

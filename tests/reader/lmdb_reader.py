@@ -41,10 +41,10 @@ def place(key):
     return min(h >> 32, 0xFFFFFFFE)
 
 
-def own_key(key, after=0):
-    """A placed row key's own key, after `after` bytes and its place, which is checked."""
-    own = bytes(key[after + 4:])
-    if struct.unpack_from(">I", key, after)[0] != place(own):
+def own_key(key):
+    """A placed row key's own key, after its place, which is checked."""
+    own = bytes(key[4:])
+    if struct.unpack_from(">I", key, 0)[0] != place(own):
         raise SystemExit(f"row key {bytes(key).hex()}: its place is not its key's")
     return own
 
@@ -82,8 +82,9 @@ def put(routes, vrf, family, row):
     routes.setdefault((vrf, family), {})[row["prefix"]] = row
 
 
-def table_databases(txn):
-    """(kind, table number, name) of every table's rows database: rows:<kind>:<number>."""
+def numbered_databases(txn):
+    """(kind, number, name) of every numbered database, rows:<kind>:<number>: a
+    table's rows by the table's number, a VRF's candidates by its identifier."""
     found = []
     for name, _ in txn.cursor():
         parts = name.decode().split(":")
@@ -94,14 +95,13 @@ def table_databases(txn):
 
 def read_directory(env):
     dbs = {name: env.open_db(name.encode(), create=False) for name in ("meta", "tables", "log")}
-    for optional in ("rows:candidates", "rows:vrfName"):
-        try:
-            dbs[optional] = env.open_db(optional.encode(), create=False)
-        except lmdb.NotFoundError:
-            pass  # made with the first row of its kind
+    try:
+        dbs["rows:vrfName"] = env.open_db(b"rows:vrfName", create=False)
+    except lmdb.NotFoundError:
+        pass  # made with the first VRF
     with env.begin() as txn:
-        named = table_databases(txn)
-    table_dbs = [(kind, number, env.open_db(name, create=False)) for kind, number, name in named]
+        named = numbered_databases(txn)
+    numbered = [(kind, number, env.open_db(name, create=False)) for kind, number, name in named]
     with env.begin() as txn:
         if txn.get(b"layout", db=dbs["meta"]) != LAYOUT:
             raise SystemExit("another layout: " + repr(txn.get(b"layout", db=dbs["meta"])))
@@ -113,9 +113,9 @@ def read_directory(env):
         names, routes = {}, {}
         if "rows:vrfName" in dbs:
             names = {struct.unpack(">I", k)[0]: v.decode() for k, v in txn.cursor(db=dbs["rows:vrfName"])}
-        for kind, number, db in table_dbs:
+        for kind, number, db in numbered:
             for key, value in txn.cursor(db=db):
-                own = own_key(key)  # every table row is in its place
+                own = own_key(key)  # every row, and every published candidate, is in its place
                 if kind == "route" and number in tables:
                     if own != value[0:20]:
                         raise SystemExit("a route row's key is not its prefix")
@@ -124,9 +124,6 @@ def read_directory(env):
                 elif kind == "routeQuery" and number in tables:
                     (vrf,) = struct.unpack_from("<I", own)
                     put(routes, vrf, family_of(own[4:24]), route(value[24:72]))
-        # A published candidate is keyed by its VRF, then placed.
-        for key, _ in txn.cursor(db=dbs["rows:candidates"]) if "rows:candidates" in dbs else ():
-            own_key(key, after=4)
         feed = struct.unpack("<5Q", txn.get(b"feed", db=dbs["meta"]))
         log = [(bytes(k), bytes(v)) for k, v in txn.cursor(db=dbs["log"])]
     return tables, names, routes, feed, log

@@ -62,17 +62,15 @@ TEST(PublishedRowsTest, CandidateKeysHoldTheirPrefixesInTheirPlaces) {
    const Ovel::IpGenPrefix v4(Ovel::IpAddr(0x0A010100u), 24);
    const Ovel::IpGenPrefix v6 = Ovel::IpGenPrefix::parse("2001:db8::/64");
    for (const Ovel::IpGenPrefix& prefix : {v4, v6}) {
-      const std::string key = App::candidateKey(7, prefix);
-      ASSERT_EQ(key.size(), 8 + sizeof prefix);
-      EXPECT_EQ(key.substr(0, 4), App::vrfKey(7));
+      const std::string key = App::candidateKey(prefix);
+      ASSERT_EQ(key.size(), 4 + sizeof prefix);
       EXPECT_EQ(App::candidatePrefix(key), prefix);
       std::string moved = key;
-      moved[7] = char(moved[7] ^ 1);
+      moved[3] = char(moved[3] ^ 1);
       EXPECT_THROW(App::candidatePrefix(moved), std::invalid_argument);
       EXPECT_THROW(App::candidatePrefix(key.substr(0, key.size() - 1)), std::invalid_argument);
    }
-   EXPECT_EQ(App::candidateKey(7, v4) < App::candidateKey(7, v6),
-             Plim::placeOf(v4) < Plim::placeOf(v6));
+   EXPECT_EQ(App::candidateKey(v4) < App::candidateKey(v6), Plim::placeOf(v4) < Plim::placeOf(v6));
 }
 
 }  // namespace

@@ -245,7 +245,7 @@ TEST_F(DatabaseStoreTest, ARowOutOfItsPlaceIsCorruption) {
       const Rib::Route row = route(2);
       auto key = Plim::placedKey(Plim::placeOf(prefix) ^ 1, prefix);
       MDB_val k{key.size(), key.data()}, v{sizeof row, const_cast<Rib::Route*>(&row)};
-      ASSERT_EQ(mdb_put(writer->txn(), *writer->tableRowsOf("route", number), &k, &v, 0), MDB_SUCCESS);
+      ASSERT_EQ(mdb_put(writer->txn(), *writer->rowsOf("route", number), &k, &v, 0), MDB_SUCCESS);
       writer->commit();
    }
    const auto table = routes(open(Plim::Access::readOnly), path);
