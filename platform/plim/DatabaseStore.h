@@ -1,9 +1,11 @@
 // A table's rows in a RowDatabase, for tables that outlive the process.
 //
-// The writer keeps every row of its table in memory too: the engine reads
-// its own rows often and at memory speed, in the in-memory store's order,
-// exactly as without a database; the database is for readers in other
-// processes and for the next run.
+// The database is the table: the writer keeps no copy of its rows. It
+// reads them back from the turn's transaction, which sees the turn's own
+// writes, after the changes it has not handed over yet; a row read is a
+// copy, valid until the next read. The rows' order in the database, by
+// place then by key bytes, is the order the runtime's own tables keep, so
+// a walk visits them as an in-memory store would.
 //
 // The table's rows are a database of their own, keyed by the key's place
 // (RowPlace.h), then the key's bytes: a turn's writes, made in the engine's
@@ -16,8 +18,7 @@
 // A run is written as soon as it is full, so that a long turn (a drain
 // slice) pays for its writes while it makes them, where its own clock sees
 // them, and the commit that ends the turn has at most one run per store
-// left to write. Readers see none of it before the commit. A read-only
-// store reads the database's snapshot directly.
+// left to write. Readers see none of it before the commit.
 //
 // Rows are stored as their bytes: the directory's layout record (see
 // RowDatabase::open) refuses a directory written with other row layouts.
@@ -56,7 +57,6 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          : db_(std::move(db)), kind_(kind), path_(path) {
       located();
       if (db_->writable()) {
-         scan([this](const K& key, const V& value) { cache_.rowIs(key, value); });
          db_->pendingWritesIs(this);
       }
    }
@@ -70,22 +70,30 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          // A destructor cannot report it; the next run finds the table as
          // the last commit left it, as after a crash.
       }
+      if (reader_ && db_->inTurn() && readerTxn_ == db_->turnTxn()) {
+         mdb_cursor_close(reader_);
+      }
       db_->pendingWritesDel(this);
    }
    DatabaseStore(const DatabaseStore&) = delete;
    DatabaseStore& operator=(const DatabaseStore&) = delete;
 
-   // A read-only store's row is a copy, valid until the next call.
+   // A copy, valid until the next call.
    const V* row(const K& key) const override {
-      if (db_->writable()) {
-         return cache_.row(key);
+      if (const Change* pending = pendingChange(key)) {
+         if (!pending->written) {
+            return nullptr;
+         }
+         last_ = pending->row;
+         return &last_;
       }
       if (!located()) {
          return nullptr;
       }
       auto bytes = placedKey(key);
       MDB_val k{bytes.size(), bytes.data()}, v;
-      const int rc = mdb_get(db_->txn(), *rows_, &k, &v);
+      const int rc = db_->writable() && db_->inTurn() ? readInTurn(k, v)
+                                                      : mdb_get(db_->readTxn(), *rows_, &k, &v);
       if (rc == MDB_NOTFOUND) {
          return nullptr;
       }
@@ -96,44 +104,48 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
 
    void rowIs(const K& key, const V& value) override {
       roomForOneMore();  // first: a failed allocation changes nothing
-      cache_.rowIs(key, value);
       changed(Change{key, value, placeOf(key), true});
    }
 
    bool rowDel(const K& key) override {
-      roomForOneMore();
-      if (!cache_.rowDel(key)) {
+      if (!row(key)) {
          return false;
       }
+      roomForOneMore();
       changed(Change{key, V{}, placeOf(key), false});
       return true;
    }
 
    void rowDelAll() override {
       db_->clearRows(*rows_, *number_, kind_);
-      cache_.rowDelAll();
       changes_.clear();
+      changesSorted_ = true;
+      walked_ = {};
    }
 
-   void reserve(std::size_t rows) override {
-      if (db_->writable()) {
-         cache_.reserve(rows);
-      }
-   }
    std::size_t size() const override {
-      if (db_->writable()) {
-         return cache_.size();
+      if (!located()) {
+         return 0;
       }
-      std::size_t count = 0;
-      scan([&](const K&, const V&) { ++count; });
-      return count;
+      write();  // the turn's transaction then counts every change
+      MDB_stat stat;
+      db_->check(mdb_stat(db_->readTxn(), *rows_, &stat), "count a table's rows");
+      return stat.ms_entries;
    }
 
+   // The rows as they are when the walk starts: the visitor may change the
+   // table as it goes. What it was handed stays valid, as a store in memory
+   // keeps it, until the table next changes or is walked again.
    void forEach(const std::function<void(const K&, const V&)>& visit) const override {
-      if (db_->writable()) {
-         cache_.forEach(visit);
-      } else {
+      if (!db_->writable()) {
          scan(visit);
+         return;
+      }
+      write();
+      walked_.clear();
+      scan([&](const K& key, const V& value) { walked_.emplace_back(key, value); });
+      for (const auto& [key, value] : walked_) {
+         visit(key, value);
       }
    }
 
@@ -157,16 +169,50 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       }
    }
 
+   // Finds the row of `k` in this turn's transaction through a cursor kept
+   // for the turn: a drain reads its rows in the directory's order, and a
+   // cursor finds the next one on the page it stands on rather than from
+   // the tree's root.
+   int readInTurn(MDB_val& k, MDB_val& v) const {
+      if (!reader_ || readerTxn_ != db_->turnTxn()) {
+         reader_ = nullptr;  // opened in an earlier turn: LMDB freed it
+         db_->check(mdb_cursor_open(db_->txn(), *rows_, &reader_), "open a cursor");
+         readerTxn_ = db_->turnTxn();
+      }
+      return mdb_cursor_get(reader_, &k, &v, MDB_SET);
+   }
+
+   // The last change of `key` not handed over yet, or null. The changes of
+   // a drain come in key order, and are searched in halves then.
+   const Change* pendingChange(const K& key) const {
+      if (changes_.empty()) {
+         return nullptr;
+      }
+      const Change probe{key, V{}, placeOf(key), false};
+      if (changesSorted_) {
+         auto it = std::lower_bound(changes_.begin(), changes_.end(), probe);
+         return it != changes_.end() && !(probe < *it) ? &*it : nullptr;
+      }
+      for (auto it = changes_.rbegin(); it != changes_.rend(); ++it) {
+         if (it->place == probe.place && Vok::sameBytes(it->key, key)) {
+            return &*it;
+         }
+      }
+      return nullptr;
+   }
+
    // Records a change with room for it taken: a row written again at once
    // replaces its last change. A full run is written at once. A failure is
    // raised from here, inside the change that filled the run, and the
    // directory is written no more (RowDatabase::fail): the agent stops with
    // the error, as after a failed commit.
    void changed(const Change& change) {
+      walked_ = {};
       if (!changes_.empty() && Vok::sameBytes(changes_.back().key, change.key)) {
          changes_.back() = change;
          return;
       }
+      changesSorted_ = changesSorted_ && (changes_.empty() || changes_.back() < change);
       changes_.push_back(change);
       if (changes_.size() == kRowRun) {
          write();
@@ -178,13 +224,13 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
 
    // Writes the changes gathered into the open turn: each changed key once,
    // in key order, with the last row written to it.
-   void write() {
+   void write() const {
       if (changes_.empty()) {
          return;
       }
       // Stable: of a key's changes, the last stays last. A drain's run
       // comes sorted already.
-      if (!std::is_sorted(changes_.begin(), changes_.end())) {
+      if (!changesSorted_) {
          std::stable_sort(changes_.begin(), changes_.end());
       }
       SortedWrites writes(*db_, *rows_);
@@ -207,6 +253,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       }
       log.endTable();
       changes_.clear();
+      changesSorted_ = true;
    }
 
    V decode(const MDB_val& v) const {
@@ -235,7 +282,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       if (!located()) {
          return;
       }
-      Cursor cursor(*db_, *rows_, "open a cursor");
+      Cursor cursor(*db_, db_->readTxn(), *rows_, "open a cursor");
       MDB_val k, v;
       int rc = cursor.get(k, v, MDB_FIRST);
       for (; rc == MDB_SUCCESS; rc = cursor.get(k, v, MDB_NEXT)) {
@@ -259,9 +306,14 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    std::string kind_, path_;
    mutable std::optional<std::uint32_t> number_;
    mutable std::optional<MDB_dbi> rows_;
-   MemoryStore<K, V> cache_;
-   std::vector<Change> changes_;  // not yet in the database, in the order made
+   // Not yet in the database, in the order made; written when a read needs
+   // the whole table in it, so a const read may write them.
+   mutable std::vector<Change> changes_;
+   mutable bool changesSorted_ = true;  // strictly ascending: each key once
    mutable V last_{};
+   mutable MDB_cursor* reader_ = nullptr;  // readInTurn()'s, in turn readerTxn_
+   mutable std::uint64_t readerTxn_ = 0;
+   mutable std::vector<std::pair<K, V>> walked_;  // the last walk's rows
 };
 
 // The layout of rows of `kind` as a directory records it: a change of

@@ -77,6 +77,9 @@ RowDatabase::~RowDatabase() {
    if (txn_) {
       mdb_txn_abort(txn_);
    }
+   if (snapshot_) {
+      mdb_txn_abort(snapshot_);
+   }
    if (env_) {
       mdb_env_close(env_);
    }
@@ -342,13 +345,35 @@ MDB_txn* RowDatabase::txn() {
    }
    if (!txn_) {
       check(mdb_txn_begin(env_, nullptr, 0, &txn_), "begin a write transaction");
+      ++txnsBegun_;
    }
    return txn_;
+}
+
+MDB_txn* RowDatabase::readTxn() {
+   if (!writable() || txn_) {
+      return txn();
+   }
+   if (failed_) {
+      throw DatabaseError(dir_ + ": no longer written: an earlier write to it failed");
+   }
+   if (!snapshot_) {
+      check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &snapshot_), "begin reading");
+   } else if (!snapshotHeld_) {
+      check(mdb_txn_renew(snapshot_), "renew a snapshot");
+   }
+   snapshotHeld_ = true;
+   return snapshot_;
 }
 
 void RowDatabase::commit() {
    if (!writable()) {
       return;
+   }
+   if (snapshotHeld_) {
+      // Held, it would keep the pages this turn frees from being reused.
+      mdb_txn_reset(snapshot_);
+      snapshotHeld_ = false;
    }
    if (failed_) {
       return;

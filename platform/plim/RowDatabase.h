@@ -100,6 +100,14 @@ class RowDatabase {
    // transaction of this turn (begun if needed) when writing, the reader's
    // snapshot otherwise.
    MDB_txn* txn();
+   // Whether this turn's write transaction has begun, and which of those
+   // the writer began it is: LMDB frees a cursor opened in one when it ends.
+   bool inTurn() const noexcept { return txn_ != nullptr; }
+   std::uint64_t turnTxn() const noexcept { return txnsBegun_; }
+   // The transaction rows are read in: this turn's, once it has begun, or
+   // else the latest committed state (a writer's own snapshot, let go of
+   // when the turn ends: a read begins no turn).
+   MDB_txn* readTxn();
    // Makes this turn's writes visible to readers, after every store has
    // handed over the writes it held back; nothing to do if there are none.
    void commit();
@@ -152,6 +160,9 @@ class RowDatabase {
    int turns_ = -1;       // kTurnsFile, for a writer
    MDB_env* env_ = nullptr;
    MDB_txn* txn_ = nullptr;  // this turn's writes, or the reader's snapshot
+   std::uint64_t txnsBegun_ = 0;
+   MDB_txn* snapshot_ = nullptr;  // a writer's reads between turns
+   bool snapshotHeld_ = false;
    bool failed_ = false;
    bool released_ = false;  // a reader's snapshot, let go of
    std::map<std::string, MDB_dbi, std::less<>> databases_;

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <numeric>
 #include <random>
 
 #include "platform/kordb/EntityManager.h"
@@ -53,10 +54,12 @@ class DatabaseStoreTest : public ::testing::Test {
 // Random writes, removals and clears on two tables of one kind, committed
 // turn by turn (short turns, and long ones whose changes reach the
 // directory in several runs before the commit, a key in more than one of
+// them; in the last phase keys come in place order, as a drain writes
 // them), with the writer closed and opened again now and then: the
 // writer's view always matches an in-memory table given the same changes
-// (rows and their order), the next run starts with exactly those rows, and
-// a reader finds the same in the end.
+// (each row read between changes, the rows and their order, their count),
+// the next run starts with exactly those rows, and a reader finds the same
+// in the end.
 TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
    const std::vector<std::string> paths = {"routing/rib/routeConfig/ipv4/1/connected",
                                            "routing/rib/routeConfig/ipv4/2/connected"};
@@ -68,9 +71,16 @@ TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
    for (const auto& path : paths) {
       tables.push_back(routes(db, path));
    }
+   std::vector<std::uint32_t> sweep(kKeys);  // keys in place order
+   std::iota(sweep.begin(), sweep.end(), 0);
+   std::sort(sweep.begin(), sweep.end(), [](std::uint32_t a, std::uint32_t b) {
+      const Prefix pa = route(a).prefix, pb = route(b).prefix;
+      return Plim::placedLess(Plim::placeOf(pa), pa, Plim::placeOf(pb), pb);
+   });
    for (int op = 0; op < 40000; ++op) {
       const std::size_t t = random() % paths.size();
-      const std::uint32_t n = random() % kKeys;
+      const bool inPlaceOrder = op >= 30000;
+      const std::uint32_t n = inPlaceOrder ? sweep[(op / 2) % kKeys] : random() % kKeys;
       // Phases of short turns, and of long ones (a phase long, unless a rare
       // clear or restart comes).
       const bool longTurns = op / 10000 % 2 == 1;
@@ -106,6 +116,19 @@ TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
       }
       if (!longTurns && random() % 50 == 0) {
          db->commit();
+      }
+      // A row read back while changes wait to be written: the one just
+      // changed, the next in place order, or any.
+      const std::uint32_t read = random() % 3 == 0 ? n : random() % 3 == 0 ? sweep[(op / 2 + 1) % kKeys]
+                                                                          : random() % kKeys;
+      const Rib::Route* row = tables[t]->route(route(read).prefix);
+      const Rib::Route* expectedRow = reference[t].row(route(read).prefix);
+      ASSERT_EQ(row != nullptr, expectedRow != nullptr) << "key " << read << " after operation " << op;
+      if (row) {
+         ASSERT_EQ(*row, *expectedRow) << "key " << read << " after operation " << op;
+      }
+      if (op % 101 == 0) {
+         ASSERT_EQ(tables[t]->routeCount(), reference[t].size()) << "after operation " << op;
       }
       if (op % 997 == 0 || kind == 3) {
          for (std::size_t i = 0; i < paths.size(); ++i) {
@@ -234,7 +257,8 @@ TEST_F(DatabaseStoreTest, DirectoriesThatCannotBeUsedAreRefused) {
 }
 
 // A row whose key's place is not its key's hash would be invisible to a
-// lookup: reading it is corruption, not a row.
+// lookup: a walk that meets it, a reader's or the next writer's, finds
+// corruption, not a row.
 TEST_F(DatabaseStoreTest, ARowOutOfItsPlaceIsCorruption) {
    const std::string path = "routing/rib/routeConfig/ipv4/1/connected";
    {
@@ -248,13 +272,15 @@ TEST_F(DatabaseStoreTest, ARowOutOfItsPlaceIsCorruption) {
       ASSERT_EQ(mdb_put(writer->txn(), *writer->rowsOf("route", number), &k, &v, 0), MDB_SUCCESS);
       writer->commit();
    }
-   const auto table = routes(open(Plim::Access::readOnly), path);
-   ASSERT_NE(table->route(route(1).prefix), nullptr);
-   try {
-      table->routeCount();
-      ADD_FAILURE() << "the misplaced row was read";
-   } catch (const Belm::CorruptionDetectedException& e) {
-      EXPECT_STREQ(e.what(), "Plim table corruption detected");
+   for (const Plim::Access access : {Plim::Access::readOnly, Plim::Access::write}) {
+      const auto table = routes(open(access), path);
+      ASSERT_NE(table->route(route(1).prefix), nullptr);
+      try {
+         table->forEachRoute([](const Rib::Route&) {});
+         ADD_FAILURE() << "the misplaced row was read";
+      } catch (const Belm::CorruptionDetectedException& e) {
+         EXPECT_STREQ(e.what(), "Plim table corruption detected");
+      }
    }
 }
 
