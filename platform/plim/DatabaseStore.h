@@ -207,7 +207,9 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    // directory is written no more (RowDatabase::fail): the agent stops with
    // the error, as after a failed commit.
    void changed(const Change& change) {
-      walked_ = {};
+      if (!walked_.empty()) {
+         walked_ = {};
+      }
       if (!changes_.empty() && Vok::sameBytes(changes_.back().key, change.key)) {
          changes_.back() = change;
          return;
