@@ -1,5 +1,6 @@
 // What the engine holds, as metrics: for the file the live agent keeps,
-// which must not read the directory its own process writes.
+// read from the engine's own tables rather than from a second reader of the
+// directory its own process writes.
 #include "app/Host.h"
 
 namespace App {

@@ -25,7 +25,7 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -79,28 +79,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    DatabaseStore& operator=(const DatabaseStore&) = delete;
 
    // A copy, valid until the next call.
-   const V* row(const K& key) const override {
-      if (const Change* pending = pendingChange(key)) {
-         if (!pending->written) {
-            return nullptr;
-         }
-         last_ = pending->row;
-         return &last_;
-      }
-      if (!located()) {
-         return nullptr;
-      }
-      auto bytes = placedKey(key);
-      MDB_val k{bytes.size(), bytes.data()}, v;
-      const int rc = db_->writable() && db_->inTurn() ? readInTurn(k, v)
-                                                      : mdb_get(db_->readTxn(), *rows_, &k, &v);
-      if (rc == MDB_NOTFOUND) {
-         return nullptr;
-      }
-      db_->check(rc, "read a row");
-      last_ = decode(v);
-      return &last_;
-   }
+   const V* row(const K& key) const override { return rowAt(key, placeOf(key)); }
 
    void rowIs(const K& key, const V& value) override {
       roomForOneMore();  // first: a failed allocation changes nothing
@@ -108,11 +87,12 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    }
 
    bool rowDel(const K& key) override {
-      if (!row(key)) {
+      const std::uint32_t place = placeOf(key);
+      if (!rowAt(key, place)) {
          return false;
       }
       roomForOneMore();
-      changed(Change{key, V{}, placeOf(key), false});
+      changed(Change{key, V{}, place, false});
       return true;
    }
 
@@ -120,7 +100,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       db_->clearRows(*rows_, *number_, kind_);
       changes_.clear();
       changesSorted_ = true;
-      walked_ = {};
+      tableChanged();
    }
 
    std::size_t size() const override {
@@ -142,10 +122,14 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
          return;
       }
       write();
-      walked_.clear();
-      scan([&](const K& key, const V& value) { walked_.emplace_back(key, value); });
-      for (const auto& [key, value] : walked_) {
+      std::vector<std::pair<K, V>> rows;
+      scan([&](const K& key, const V& value) { rows.emplace_back(key, value); });
+      const std::uint64_t version = version_;
+      for (const auto& [key, value] : rows) {
          visit(key, value);
+      }
+      if (version_ == version) {
+         walked_ = std::move(rows);  // the same elements, where the visitor saw them
       }
    }
 
@@ -163,9 +147,40 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       }
    };
 
+   const V* rowAt(const K& key, std::uint32_t place) const {
+      if (const Change* pending = pendingChange(key, place)) {
+         if (!pending->written) {
+            return nullptr;
+         }
+         last_ = pending->row;
+         return &last_;
+      }
+      if (!located()) {
+         return nullptr;
+      }
+      auto bytes = placedKey(place, key);
+      MDB_val k{bytes.size(), bytes.data()}, v;
+      const int rc = db_->writable() && db_->inTurn() ? readInTurn(k, v)
+                                                      : mdb_get(db_->readTxn(), *rows_, &k, &v);
+      if (rc == MDB_NOTFOUND) {
+         return nullptr;
+      }
+      db_->check(rc, "read a row");
+      last_ = decode(v);
+      return &last_;
+   }
+
    void roomForOneMore() {
       if (changes_.size() == changes_.capacity()) {
          changes_.reserve(std::max<std::size_t>(64, changes_.capacity() * 2));
+      }
+   }
+
+   // The rows a walk handed out go with the table's change.
+   void tableChanged() {
+      ++version_;
+      if (!walked_.empty()) {
+         std::vector<std::pair<K, V>>().swap(walked_);
       }
    }
 
@@ -184,11 +199,11 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
 
    // The last change of `key` not handed over yet, or null. The changes of
    // a drain come in key order, and are searched in halves then.
-   const Change* pendingChange(const K& key) const {
+   const Change* pendingChange(const K& key, std::uint32_t place) const {
       if (changes_.empty()) {
          return nullptr;
       }
-      const Change probe{key, V{}, placeOf(key), false};
+      const Change probe{key, V{}, place, false};
       if (changesSorted_) {
          auto it = std::lower_bound(changes_.begin(), changes_.end(), probe);
          return it != changes_.end() && !(probe < *it) ? &*it : nullptr;
@@ -207,9 +222,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    // directory is written no more (RowDatabase::fail): the agent stops with
    // the error, as after a failed commit.
    void changed(const Change& change) {
-      if (!walked_.empty()) {
-         walked_ = {};
-      }
+      tableChanged();
       if (!changes_.empty() && Vok::sameBytes(changes_.back().key, change.key)) {
          changes_.back() = change;
          return;
@@ -313,6 +326,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    mutable std::vector<Change> changes_;
    mutable bool changesSorted_ = true;  // strictly ascending: each key once
    mutable V last_{};
+   mutable std::uint64_t version_ = 0;  // changes so far
    mutable MDB_cursor* reader_ = nullptr;  // readInTurn()'s, in turn readerTxn_
    mutable std::uint64_t readerTxn_ = 0;
    mutable std::vector<std::pair<K, V>> walked_;  // the last walk's rows

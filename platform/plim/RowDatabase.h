@@ -102,7 +102,7 @@ class RowDatabase {
    MDB_txn* txn();
    // Whether this turn's write transaction has begun, and which of those
    // the writer began it is: LMDB frees a cursor opened in one when it ends.
-   bool inTurn() const noexcept { return txn_ != nullptr; }
+   bool inTurn() const noexcept { return writable() && txn_ != nullptr; }
    std::uint64_t turnTxn() const noexcept { return txnsBegun_; }
    // The transaction rows are read in: this turn's, once it has begun, or
    // else the latest committed state (a writer's own snapshot, let go of

@@ -284,6 +284,37 @@ TEST_F(DatabaseStoreTest, ARowOutOfItsPlaceIsCorruption) {
    }
 }
 
+// A writer's walk hands out rows the visitor may change the table under
+// (removing what it is handed, as a VRF's query rows are cleared), and rows
+// that stay valid until the table next changes, however often it is read
+// meanwhile (the dump holds them while it formats).
+TEST_F(DatabaseStoreTest, AWritersWalkSurvivesChangesAndReads) {
+   const std::string path = "routing/rib/routeConfig/ipv4/1/connected";
+   auto writer = open(Plim::Access::write);
+   const auto table = routes(writer, path);
+   for (std::uint32_t n = 0; n < 1000; ++n) {
+      table->routeAdd(route(n));
+   }
+   writer->commit();
+   std::size_t visited = 0;
+   table->forEachRoute([&](const Rib::Route& r) {
+      if (++visited % 2 == 1) {
+         table->routeDel(r.prefix);
+      }
+   });
+   EXPECT_EQ(visited, 1000u);
+   EXPECT_EQ(table->routeCount(), 500u);
+   std::vector<const Rib::Route*> held;
+   table->forEachRoute([&](const Rib::Route& r) { held.push_back(&r); });
+   for (const Rib::Route* r : held) {
+      const Rib::Route* read = table->route(r->prefix);
+      ASSERT_NE(read, nullptr);
+      EXPECT_EQ(*read, *r);
+   }
+   writer->commit();
+   EXPECT_EQ(table->routeCount(), 500u);
+}
+
 // A writer killed before LMDB wrote anything leaves an empty data file:
 // readers see an empty directory, and the next writer starts it.
 TEST_F(DatabaseStoreTest, AnEmptyDataFileReadsAsAnEmptyDirectory) {
