@@ -156,7 +156,7 @@ void TablePublisher::watch(std::uint32_t vrfId, const ContainerSm& container, Pu
 }
 
 void TablePublisher::forget(std::uint32_t vrfId) {
-   if (const auto candidates = db_->existingDatabase(Plim::numberedRowsName(kCandidatesKind, vrfId))) {
+   if (const auto candidates = db_->existingRowsOf(kCandidatesKind, vrfId)) {
       db_->check(mdb_drop(db_->txn(), *candidates, 0), "withdraw a VRF's candidates");
    }
    del(*db_, rowsOf(*db_, kVrfStatusKind), vrfKey(vrfId));

@@ -160,8 +160,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
       }
       auto bytes = placedKey(place, key);
       MDB_val k{bytes.size(), bytes.data()}, v;
-      const int rc = db_->writable() && db_->inTurn() ? readInTurn(k, v)
-                                                      : mdb_get(db_->readTxn(), *rows_, &k, &v);
+      const int rc = db_->inTurn() ? readInTurn(k, v) : mdb_get(db_->readTxn(), *rows_, &k, &v);
       if (rc == MDB_NOTFOUND) {
          return nullptr;
       }
@@ -326,7 +325,7 @@ class DatabaseStore final : public Store<K, V>, private PendingWrites {
    mutable std::vector<Change> changes_;
    mutable bool changesSorted_ = true;  // strictly ascending: each key once
    mutable V last_{};
-   mutable std::uint64_t version_ = 0;  // changes so far
+   std::uint64_t version_ = 0;  // changes so far
    mutable MDB_cursor* reader_ = nullptr;  // readInTurn()'s, in turn readerTxn_
    mutable std::uint64_t readerTxn_ = 0;
    mutable std::vector<std::pair<K, V>> walked_;  // the last walk's rows

@@ -53,11 +53,11 @@ std::set<std::string, std::less<>> kindsOf(std::string_view layout) {
    return kinds;
 }
 
-}  // namespace
-
 std::string numberedRowsName(std::string_view kind, std::uint32_t number) {
    return "rows:" + std::string(kind) + ":" + std::to_string(number);
 }
+
+}  // namespace
 
 RowDatabase::RowDatabase(std::string dir, Access access) : dir_(std::move(dir)), access_(access) {}
 
@@ -294,8 +294,8 @@ std::optional<MDB_dbi> RowDatabase::database(std::string_view name) {
    return dbi;
 }
 
-std::optional<MDB_dbi> RowDatabase::existingDatabase(std::string_view name) const {
-   if (auto it = databases_.find(name); it != databases_.end()) {
+std::optional<MDB_dbi> RowDatabase::existingRowsOf(std::string_view kind, std::uint32_t number) const {
+   if (auto it = databases_.find(numberedRowsName(kind, number)); it != databases_.end()) {
       return it->second;
    }
    return std::nullopt;
@@ -351,11 +351,8 @@ MDB_txn* RowDatabase::txn() {
 }
 
 MDB_txn* RowDatabase::readTxn() {
-   if (!writable() || txn_) {
-      return txn();
-   }
-   if (failed_) {
-      throw DatabaseError(dir_ + ": no longer written: an earlier write to it failed");
+   if (!writable() || txn_ || failed_) {
+      return txn();  // which refuses a directory no longer written
    }
    if (!snapshot_) {
       check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &snapshot_), "begin reading");

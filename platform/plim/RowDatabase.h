@@ -46,11 +46,6 @@ class PendingWrites {
    virtual void flush() = 0;
 };
 
-// The name of the database of the rows of `kind` numbered `number`: a
-// table's rows by the table's number ("rows:route:7"), or a VRF's published
-// rows by its identifier.
-std::string numberedRowsName(std::string_view kind, std::uint32_t number);
-
 class RowDatabase {
  public:
    // Opens (for writing: creates, with the directory if absent) the table
@@ -75,19 +70,21 @@ class RowDatabase {
    // (created for writing if absent); nullopt when a read-only directory
    // has none.
    std::optional<MDB_dbi> rowsOf(std::string_view kind);
-   // The database of the rows of `kind` numbered `number` (see
-   // numberedRowsName; created for writing if absent); nullopt when a
+   // The database of the rows of `kind` numbered `number`, "rows:route:7":
+   // a table's rows by the table's number, or a VRF's published rows by its
+   // identifier (created for writing if absent); nullopt when a
    // read-only directory has none. Rows that end their database fill its
    // pages when written in key order (LMDB splits a page in the middle
    // unless the new row goes last), and are cleared in one drop.
    std::optional<MDB_dbi> rowsOf(std::string_view kind, std::uint32_t number);
+   // The same, never creating it.
+   std::optional<MDB_dbi> existingRowsOf(std::string_view kind, std::uint32_t number) const;
    // Every database of rows of `kind` numbered, whatever the number.
    std::vector<MDB_dbi> numberedRowsOf(std::string_view kind) const;
    // The database `name` (created for writing if absent); nullopt when a
    // read-only directory has none.
    std::optional<MDB_dbi> database(std::string_view name);
-   // The database `name` if it exists, never creating it.
-   std::optional<MDB_dbi> existingDatabase(std::string_view name) const;
+
    // Where stores record what their turn changed (a writer's only).
    ChangeLog& changeLog() noexcept { return log_; }
    // The number of the table at `path`, assigned on first use when writing;

@@ -18,7 +18,7 @@ void RowDatabase::clearTable(const std::string& path) {
       return;
    }
    for (const std::string& kind : tableKinds_) {
-      if (const auto dbi = existingDatabase(numberedRowsName(kind, number->second))) {
+      if (const auto dbi = existingRowsOf(kind, number->second)) {
          clearRows(*dbi, number->second, kind);
       }
    }
@@ -30,7 +30,7 @@ bool RowDatabase::tableHasRows(const std::string& path) {
       return false;
    }
    for (const std::string& kind : tableKinds_) {
-      if (const auto dbi = existingDatabase(numberedRowsName(kind, number->second))) {
+      if (const auto dbi = existingRowsOf(kind, number->second)) {
          MDB_stat stat;
          check(mdb_stat(txn(), *dbi, &stat), "count a table's rows");
          if (stat.ms_entries > 0) {
