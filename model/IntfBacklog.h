@@ -67,6 +67,14 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
                                const Ovel::IpGenAddrWithMask& addr);
    void doAddBacklog(const Ovel::IntfId& intfId, const Ovel::IpGenPrefix& prefix);
 
+   // Prepares the store and the backlog for about `candidates` more
+   // candidates, each its own prefix and backlog entry, so that many
+   // machines starting at once do not make them grow step by step.
+   void candidatesExpected(std::size_t candidates) {
+      prefixes_.reserve(prefixes_.size() + candidates);
+      backlog_.reserve(backlog_.size() + candidates);
+   }
+
    // The backlog of pending (interface, prefix) pairs.
    const Backlog& backlog() const noexcept { return backlog_; }
    const bool* backlog(const IntfIdAndPrefix& key) const { return backlog_.lookup(key); }

@@ -56,6 +56,7 @@ class IntfStatusGateSm : public Vok::Entity {
    // Re-evaluates every interface of the VRF's collection.
    void handleStatuses() {
       VOK_TRACE(connectedRouteTrace(), 8, describe(), "");
+      prepareForNewMachines();
       forEachKey(Family::statuses(*Vok::ValidPtr<const VrfStatus>(vrfStatus())),
                  [&](const Ovel::IntfId& id) { handleIntfId(id); });
    }
@@ -169,6 +170,19 @@ class IntfStatusGateSm : public Vok::Entity {
 
    std::string describe() const {
       return intfBacklog_ ? intfBacklog_->vrfName().str() : std::string();
+   }
+
+   // A VRF's collection is usually walked whole when its container starts:
+   // the store and the backlog then take their slots for every machine
+   // about to start at once, instead of growing step by step under them.
+   void prepareForNewMachines() {
+      std::size_t candidates = 0;
+      for (const auto& [intfId, status] : Family::statuses(*vrfStatus())) {
+         if (status && !machines_.contains(intfId) && kernelIntfStatus_->kernelIntfPresent(intfId)) {
+            candidates += Machine::candidatesFor(*status);
+         }
+      }
+      intfBacklog_->candidatesExpected(candidates);
    }
 
    void removeMachine(const Ovel::IntfId& intfId) {

@@ -31,6 +31,16 @@ Ip6IntfSm::~Ip6IntfSm() {
    retire();
 }
 
+std::size_t Ip6IntfSm::candidatesFor(const Ip6::IntfStatus& status) {
+   std::size_t candidates = status.peerPrefix().size();  // an attached route each
+   for (const auto& [addr, info] : status.addr()) {
+      if (info != Ip6::AddressInfo() && !addr.addr().isZero() && !addr.addr().isLinkLocal()) {
+         candidates += (addr.len() < 128) + 1;  // the subnet and the host
+      }
+   }
+   return candidates;
+}
+
 Vok::Ptr<Ip6IntfSm> ip6IntfSmFactory(Ovel::IntfId intfId,
                                      Vok::Ptr<const Ip6::IntfStatus> ip6IntfStatus,
                                      Vok::Ptr<IntfBacklog> intfBacklog,

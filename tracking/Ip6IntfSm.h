@@ -35,6 +35,10 @@ class Ip6IntfSm final : public AddressMachine<Ip6IntfSm, Ip6::IntfStatus> {
    // addresses not replayed.
    void ip6IntfStatusIs(Vok::Ptr<const Ip6::IntfStatus> status);
 
+   // About how many candidates a machine over `status` stores: a size to
+   // prepare the store for, not a count anything relies on.
+   static std::size_t candidatesFor(const Ip6::IntfStatus& status);
+
  private:
    friend AddressMachine<Ip6IntfSm, Ip6::IntfStatus>;
    class VokIp6IntfStatus;

@@ -11,6 +11,15 @@ Zipmark::Field am4(std::string_view label, const Ovel::IpAddrWithMask& addr) {
    return Zipmark::am4(label, addr.addr().value(), addr.len());
 }
 
+// The network and broadcast /32s of a subnet of length 30 or less, each
+// unless it is the address itself.
+std::size_t networkAndBroadcast(const Ovel::IpAddrWithMask& addr) {
+   if (addr.len() > 30) {
+      return 0;
+   }
+   return (addr.addr() != addr.subnet()) + (addr.addr() != addr.broadcast());
+}
+
 }  // namespace
 
 class IpIntfSm::VokIpIntfStatus final : public Vok::Reactor<Ip::IpIntfStatus> {
@@ -49,6 +58,24 @@ IpIntfSm::IpIntfSm(Ovel::IntfId intfId, Vok::Ptr<const Ip::IpIntfStatus> ipIntfS
 IpIntfSm::~IpIntfSm() {
    handleIntfDeletion();
    retire();
+}
+
+std::size_t IpIntfSm::candidatesFor(const Ip::IpIntfStatus& status) {
+   std::size_t candidates = 0;
+   const auto addAddress = [&](const Ovel::IpAddrWithMask& addr) {
+      if (!addr.addr().isZero()) {
+         // The subnet (the store keeps no default route), the host, the /32s.
+         candidates += (addr.len() > 0 && addr.len() < 32) + 1 + networkAndBroadcast(addr);
+      }
+   };
+   addAddress(status.activeAddrWithMask());
+   for (const auto& [secondary, active] : status.activeSecondaryWithMask()) {
+      addAddress(secondary);
+   }
+   for (const Ovel::IpAddrWithMask& peer : status.peerPrefix()) {
+      candidates += 1 + (peer.len() <= 30 ? 2 : 0);
+   }
+   return candidates;
 }
 
 Vok::Ptr<IpIntfSm> ipIntfSmFactory(Ovel::IntfId intfId,

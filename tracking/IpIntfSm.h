@@ -58,6 +58,10 @@ class IpIntfSm final : public AddressMachine<IpIntfSm, Ip::IpIntfStatus> {
    void ipIntfStatusIs(Vok::Ptr<const Ip::IpIntfStatus> status);
    const Ovel::IpAddrWithMask& prevActiveAddrWithMask() const noexcept { return prevActiveAddr_; }
 
+   // About how many candidates a machine over `status` stores: a size to
+   // prepare the store for, not a count anything relies on.
+   static std::size_t candidatesFor(const Ip::IpIntfStatus& status);
+
  private:
    friend AddressMachine<IpIntfSm, Ip::IpIntfStatus>;
    class VokIpIntfStatus;

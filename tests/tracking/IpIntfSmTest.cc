@@ -89,6 +89,7 @@ TEST_F(AddressMachine, Ipv4ConfigurationsYieldTheirCandidates) {
          s->activeSecondaryWithMaskIs(v4(secondary), true);
       }
       s->directedBroadcastEnabledIs(row.directedBroadcast);
+      EXPECT_EQ(IpIntfSm::candidatesFor(*s), row.expected.size());
       auto sm = ipIntfSmFactory(e1, s, fresh.store, fresh.sm);
       EXPECT_EQ(Testing::candidates(fresh, e1), row.expected);
       EXPECT_EQ(fresh.keyStatus(Ovel::AddressFamily::ipv4).vskRefcountByIntfId(e1), row.count);
@@ -116,6 +117,7 @@ TEST_F(AddressMachine, Ipv6ConfigurationsYieldTheirCandidates) {
       Testing::InstallerHarness fresh;
       auto s = Vok::make<Ip6::IntfStatus>(e1);
       s->addrIs(v6(row.addr), Ip6::AddressInfo{Ip6::AddressInfo::Source::manual});
+      EXPECT_EQ(Ip6IntfSm::candidatesFor(*s), row.expected.size());
       auto sm = ip6IntfSmFactory(e1, s, fresh.store, fresh.sm);
       EXPECT_EQ(Testing::candidates(fresh, e1), row.expected);
       EXPECT_EQ(fresh.keyStatus(Ovel::AddressFamily::ipv6).vskRefcountByIntfId(e1), row.count);
@@ -235,6 +237,7 @@ TEST_F(AddressMachine, PeerPrefixesAreAttachedWithoutAHostRouteAndYieldToAnEqual
    const Lines both = {"10.9.0.1/32 2 rx", "10.9.0.2/32 11 vsk", "10.9.1.0/30 11 vsk",
                        "10.9.1.0/32 3 rxBcast", "10.9.1.3/32 3 rxBcast"};
    EXPECT_EQ(Testing::candidates(h, e1), both);
+   EXPECT_EQ(IpIntfSm::candidatesFor(*status), both.size());
    EXPECT_EQ(count4(), 3u);
    status->directedBroadcastEnabledIs(true);
    EXPECT_EQ(Testing::candidates(h, e1).back(), "10.9.1.3/32 4 directed");
@@ -280,6 +283,7 @@ TEST_F(AddressMachine, Ipv6PeerPrefixesAreAttachedWithoutAHostRoute) {
    auto sm = machine6();
    const Lines both = {"2001:db8:2::1/128 11 vsk", "2001:db8::/64 11 vsk", "2001:db8::1/128 1 rx"};
    EXPECT_EQ(Testing::candidates(h, e1), both);
+   EXPECT_EQ(Ip6IntfSm::candidatesFor(*status6), both.size());
    EXPECT_EQ(count6(), 2u);
    status6->addrIs(v6("2001:db8:2::1/128"), Ip6::AddressInfo{Ip6::AddressInfo::Source::manual});
    EXPECT_EQ(Testing::candidates(h, e1).front(), "2001:db8:2::1/128 2 rx");
