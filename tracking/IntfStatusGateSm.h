@@ -56,9 +56,9 @@ class IntfStatusGateSm : public Vok::Entity {
    // Re-evaluates every interface of the VRF's collection.
    void handleStatuses() {
       VOK_TRACE(connectedRouteTrace(), 8, describe(), "");
-      prepareForNewMachines();
-      forEachKey(Family::statuses(*Vok::ValidPtr<const VrfStatus>(vrfStatus())),
-                 [&](const Ovel::IntfId& id) { handleIntfId(id); });
+      const auto& statuses = Family::statuses(*Vok::ValidPtr<const VrfStatus>(vrfStatus()));
+      prepareForNewMachines(statuses);
+      forEachKey(statuses, [&](const Ovel::IntfId& id) { handleIntfId(id); });
    }
 
    // Re-evaluates every interface of the kernel directory.
@@ -175,9 +175,13 @@ class IntfStatusGateSm : public Vok::Entity {
    // A VRF's collection is usually walked whole when its container starts:
    // the store and the backlog then take their slots for every machine
    // about to start at once, instead of growing step by step under them.
-   void prepareForNewMachines() {
+   template <class Statuses>
+   void prepareForNewMachines(const Statuses& statuses) {
+      if (!intfBacklog_) {
+         return;  // no store to prepare
+      }
       std::size_t candidates = 0;
-      for (const auto& [intfId, status] : Family::statuses(*vrfStatus())) {
+      for (const auto& [intfId, status] : statuses) {
          if (status && !machines_.contains(intfId) && kernelIntfStatus_->kernelIntfPresent(intfId)) {
             candidates += Machine::candidatesFor(*status);
          }

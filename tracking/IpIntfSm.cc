@@ -70,7 +70,9 @@ std::size_t IpIntfSm::candidatesFor(const Ip::IpIntfStatus& status) {
    };
    addAddress(status.activeAddrWithMask());
    for (const auto& [secondary, active] : status.activeSecondaryWithMask()) {
-      addAddress(secondary);
+      if (active) {
+         addAddress(secondary);  // a listed secondary that is not active holds nothing
+      }
    }
    for (const Ovel::IpAddrWithMask& peer : status.peerPrefix()) {
       candidates += 1 + (peer.len() <= 30 ? 2 : 0);

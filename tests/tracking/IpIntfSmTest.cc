@@ -153,9 +153,11 @@ TEST_F(AddressMachine, SecondaryFlagsAddAndRemove) {
    status->activeSecondaryWithMaskIs(v4("10.2.2.2/24"), true);
    auto sm = machine();
    EXPECT_EQ(count4(), 2u);
+   EXPECT_EQ(IpIntfSm::candidatesFor(*status), 8u);
    status->activeSecondaryWithMaskIs(v4("10.2.2.2/24"), false);
    EXPECT_EQ(count4(), 1u);
    EXPECT_EQ(Testing::candidates(h, e1).size(), 4u);
+   EXPECT_EQ(IpIntfSm::candidatesFor(*status), 4u);
    status->activeSecondaryWithMaskIs(v4("10.2.2.2/24"), true);
    EXPECT_EQ(count4(), 2u);
    status->activeSecondaryWithMaskDel(v4("10.2.2.2/24"));
