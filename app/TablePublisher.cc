@@ -177,7 +177,7 @@ void TablePublisher::publishCandidates(std::uint32_t vrfId, Watch& watch) {
       const MDB_val k{key.size(), key.data()};
       // One lookup finds the candidates and the installed owner.
       const PrefixRecord* record = store.prefixRecord(prefix);
-      const IntfIdSet* set = record ? record->listedCandidates() : nullptr;
+      const auto set = listedCandidates(record, store.intfNumbers());
       const IntfNumber owner = record ? record->installedOwner : PrefixRecord::kNoOwner;
       if (owner == PrefixRecord::kNoOwner && !set) {
          writes.del(k, "withdraw a published row");

@@ -309,7 +309,7 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
    // own mutators move it, and the tables, counts and via sets written
    // before that notify nobody.
    PrefixRecord* record = intfBacklog_->prefixRecord(prefix);
-   const auto [newIntfId, candidate] = candidateOf(record ? record->listedCandidates() : nullptr);
+   const ConnectedRouteProperty candidate = ownerPropertyOf(record);
    if (candidate == installed) {
       return false;
    }
@@ -335,30 +335,41 @@ bool IntfBacklogSm::processBacklog(const IntfIdAndPrefix& key) {
       const IntfNumber owner = record->candidateOwner;
       keyStatusFor(af).incVskRefcountOf(owner);
       if (vrfScaleToggle().enabled()) {
-         ormoRouteConfigAdd(owner, newIntfId, queryTable, prefix, candidate.viaSetKey(),
+         ormoRouteConfigAdd(owner, nullptr, queryTable, prefix, candidate.viaSetKey(),
                             candidate.routeType(), record);
       } else {
-         routeConfigAdd(owner, newIntfId, routeConfig, prefix, candidate.viaSetKey(),
+         routeConfigAdd(owner, nullptr, routeConfig, prefix, candidate.viaSetKey(),
                         candidate.routeType(), record);
       }
    }
    return false;
 }
 
+// The route the prefix's owner asks for: its first candidate's, or the
+// empty property when the prefix has no set. The drain asks for every entry
+// and names the owner only when it writes a route.
+ConnectedRouteProperty IntfBacklogSm::ownerPropertyOf(const PrefixRecord* record) {
+   if (!record || !record->listed) {
+      return {};
+   }
+   VOK_ASSERT(record->candidateCount() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
+   return record->ownerProperty();
+}
+
 // The owner and its property: the first entry of the candidate set, or no
 // interface and the empty property when the prefix has no set.
-std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(const IntfIdSet* set) {
+std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(
+      const std::optional<IntfIdSetView>& set) {
    if (!set) {
       return {};
    }
-   const IntfIdSet& intfIdAndAddrs = *set;
-   VOK_ASSERT(intfIdAndAddrs.intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
-   const IntfIdSet::Entry first = *intfIdAndAddrs.first();
+   VOK_ASSERT(set->intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
+   const IntfIdSet::Entry first = *set->first();
    return {first.key.intfId(), first.property};
 }
 
 Ovel::IntfId IntfBacklogSm::getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const {
-   const IntfIdSet* set = Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix);
+   const auto set = Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix);
    VOK_ASSERT(set, "intfIdAndAddrs");
    return candidateOf(set).first;
 }

@@ -125,11 +125,14 @@ class IntfBacklogSm final : public Vok::Entity {
    // already, or null.
    void recordOwner(const Ovel::IpGenPrefix& prefix, IntfNumber owner, PrefixRecord* record);
    // The drain knows the owner's number and the prefix's record already:
-   // these skip the lookups that the public writers make.
-   void routeConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
+   // these skip the lookups that the public writers make. The owner's name
+   // is read only for a trace: `intfId` names it, or when null, the number
+   // does (a lookup the drain saves on every route it writes).
+   void routeConfigAdd(IntfNumber owner, const Ovel::IntfId* intfId, Rib::RouteConfig* routeConfig,
                        const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
                        Fib::RouteType routeType, PrefixRecord* record);
-   void ormoRouteConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId,
+   const Ovel::IntfId& ownerName(IntfNumber owner, const Ovel::IntfId* intfId) const;
+   void ormoRouteConfigAdd(IntfNumber owner, const Ovel::IntfId* intfId,
                            Rib::IpRibRouteOrqTable* queryTable, const Ovel::IpGenPrefix& prefix,
                            Rib::ViaSetKey viaSetKey, Fib::RouteType routeType,
                            PrefixRecord* record);
@@ -141,7 +144,9 @@ class IntfBacklogSm final : public Vok::Entity {
    IntfBacklog::Backlog::const_iterator drainSlice(IntfBacklog::Backlog::const_iterator it,
                                                    Vok::Seconds start);
    void reserveRouteTables();
-   static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(const IntfIdSet* set);
+   static ConnectedRouteProperty ownerPropertyOf(const PrefixRecord* record);
+   static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(
+         const std::optional<IntfIdSetView>& set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
                     Rib::ViaSetKind kind);

@@ -10,21 +10,25 @@ namespace Routing::ConnectedRoute {
 void IntfBacklogSm::doRouteConfigAdd(const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
                                      const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
                                      Fib::RouteType routeType) {
-   routeConfigAdd(ownerNumberOf(intfId), intfId, routeConfig, prefix, viaSetKey, routeType, nullptr);
+   routeConfigAdd(ownerNumberOf(intfId), &intfId, routeConfig, prefix, viaSetKey, routeType, nullptr);
 }
 
-void IntfBacklogSm::routeConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId,
+void IntfBacklogSm::routeConfigAdd(IntfNumber owner, const Ovel::IntfId* intfId,
                                    Rib::RouteConfig* routeConfig, const Ovel::IpGenPrefix& prefix,
                                    Rib::ViaSetKey viaSetKey, Fib::RouteType routeType,
                                    PrefixRecord* record) {
    Vok::ValidPtr<Rib::RouteConfig> table(routeConfig);
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
-             "intf=" << intfId << " prefix=" << prefix << " viaSetKeyId " << viaSetKey);
+             "intf=" << ownerName(owner, intfId) << " prefix=" << prefix << " viaSetKeyId " << viaSetKey);
    ZIPMARK(1, "doRouteConfigAdd", Zipmark::text("vrf=", vrfName_.str()),
-           Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
+           Zipmark::text(" intf=", ownerName(owner, intfId).name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
    recordOwner(prefix, owner, record);
    table->routeAdd(Rib::connectedRoute(prefix, viaSetKey, routeType));
+}
+
+const Ovel::IntfId& IntfBacklogSm::ownerName(IntfNumber owner, const Ovel::IntfId* intfId) const {
+   return intfId ? *intfId : intfBacklog_->intfNumbers().name(owner);
 }
 
 void IntfBacklogSm::doRouteConfigDel(const Ovel::IntfId& intfId, Rib::RouteConfig* routeConfig,
@@ -42,19 +46,19 @@ void IntfBacklogSm::doOrmoRouteConfigAdd(const Ovel::IntfId& intfId,
                                          Rib::IpRibRouteOrqTable* queryTable,
                                          const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
                                          Fib::RouteType routeType) {
-   ormoRouteConfigAdd(ownerNumberOf(intfId), intfId, queryTable, prefix, viaSetKey, routeType,
+   ormoRouteConfigAdd(ownerNumberOf(intfId), &intfId, queryTable, prefix, viaSetKey, routeType,
                       nullptr);
 }
 
-void IntfBacklogSm::ormoRouteConfigAdd(IntfNumber owner, const Ovel::IntfId& intfId,
+void IntfBacklogSm::ormoRouteConfigAdd(IntfNumber owner, const Ovel::IntfId* intfId,
                                        Rib::IpRibRouteOrqTable* queryTable,
                                        const Ovel::IpGenPrefix& prefix, Rib::ViaSetKey viaSetKey,
                                        Fib::RouteType routeType, PrefixRecord* record) {
    Vok::ValidPtr<Rib::IpRibRouteOrqTable> table(queryTable);
    VOK_TRACE(intfBacklogSmTrace(), 8, describe(),
-             "intf=" << intfId << " prefix=" << prefix << " viaSetKeyId " << viaSetKey);
+             "intf=" << ownerName(owner, intfId) << " prefix=" << prefix << " viaSetKeyId " << viaSetKey);
    ZIPMARK(1, "doOrmoRouteConfigAdd", Zipmark::text("vrf=", vrfName_.str()),
-           Zipmark::text(" intf=", intfId.name()), Zipmark::text(" prefix=", prefix.toString()),
+           Zipmark::text(" intf=", ownerName(owner, intfId).name()), Zipmark::text(" prefix=", prefix.toString()),
            Zipmark::integer(" viaSetKeyId ", viaSetKey.value()));
    recordOwner(prefix, owner, record);
    Rib::IpRibRouteOrq row;

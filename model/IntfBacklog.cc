@@ -96,11 +96,10 @@ void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, IntfIdSet s
    // any of them may become the first.
    set.forEach([this](const IntfIdSet::Entry& entry) { intfNumbers_->numberOf(entry.key.intfId()); });
    PrefixRecord& record = *prefixes_.tryEmplace(prefix).first;
-   if (record.listed && record.candidates == set) {
+   if (record.listed && IntfIdSetView(record, *intfNumbers_) == set) {
       return;
    }
-   record.candidates = std::move(set);
-   noteCandidateOwner(record);
+   candidatesIs(record, set);
    list(prefix, record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
 }
@@ -111,8 +110,7 @@ void IntfBacklog::intfIdsByPrefixDel(Ovel::IpGenPrefix prefix) {
       return;
    }
    record->listed = false;
-   record->candidates.clear();
-   record->candidateOwner = PrefixRecord::kNoCandidate;
+   record->candidatesClear();
    --listed_[familyIndex(prefix)];
    dropIfUnneeded(prefix, *record);
    notify([&](IntfBacklogNotifiee& n) { n.onIntfIdsByPrefix(prefix); });
@@ -124,15 +122,72 @@ void IntfBacklog::intfIdsByPrefixDelAll() {
    }
 }
 
+// Only a map of candidates has an owner to find: a single one is its own.
 void IntfBacklog::noteCandidateOwner(PrefixRecord& record) const {
-   const auto first = record.candidates.first();
-   if (!first) {
-      record.candidateOwner = PrefixRecord::kNoCandidate;
-      return;
-   }
-   const IntfNumber number = intfNumbers_->find(first->key.intfId());
+   VOK_ASSERT(record.hasMany, "record.hasMany");
+   const IntfNumber number = intfNumbers_->find(record.many->begin()->first.intfId());
    VOK_ASSERT(number != IntfNumbers::kNone, "intfNumbers.find( candidate ) != kNone");
    record.candidateOwner = number;
+}
+
+void IntfBacklog::candidateIs(PrefixRecord& record, IntfNumber number, const IntfIdAndAddr& key,
+                              const ConnectedRouteProperty& property) {
+   if (record.hasMany) {
+      record.many->insertOrAssign(key, property);
+      noteCandidateOwner(record);
+      return;
+   }
+   const PrefixRecord::SingleCandidate candidate{key.addrWithMask(), property};
+   if (record.candidateOwner == PrefixRecord::kNoCandidate) {
+      record.singleIs(candidate, number);
+      return;
+   }
+   if (record.candidateOwner == number && record.single.addrWithMask == key.addrWithMask()) {
+      record.single.property = property;
+      return;
+   }
+   // A second candidate: both go into a map of their own.
+   auto both = std::make_unique<PrefixRecord::ManyCandidates>();
+   both->insertOrAssign(IntfIdAndAddr(intfNumbers_->name(record.candidateOwner), record.single.addrWithMask),
+                        record.single.property);
+   both->insertOrAssign(key, property);
+   record.manyIs(std::move(both));
+   noteCandidateOwner(record);
+}
+
+void IntfBacklog::candidateDel(PrefixRecord& record, const IntfIdAndAddr& key) {
+   if (!record.hasMany) {
+      if (IntfIdSetView(record, *intfNumbers_).intfIdAndAddr(key)) {
+         record.candidatesClear();
+      }
+      return;
+   }
+   if (!record.many->erase(key)) {
+      return;
+   }
+   if (record.many->size() > 1) {
+      noteCandidateOwner(record);
+      return;
+   }
+   // The last one goes back into the record.
+   const auto& [lastKey, lastProperty] = *record.many->begin();
+   const IntfNumber number = intfNumbers_->find(lastKey.intfId());
+   VOK_ASSERT(number != IntfNumbers::kNone, "intfNumbers.find( candidate ) != kNone");
+   record.singleIs(PrefixRecord::SingleCandidate{lastKey.addrWithMask(), lastProperty}, number);
+}
+
+void IntfBacklog::candidatesIs(PrefixRecord& record, const IntfIdSet& set) {
+   if (set.intfIdAndAddrs() < 2) {
+      record.candidatesClear();
+      set.forEach([&](const IntfIdSet::Entry& entry) {
+         record.singleIs({entry.key.addrWithMask(), entry.property}, intfNumbers_->find(entry.key.intfId()));
+      });
+      return;
+   }
+   auto entries = std::make_unique<PrefixRecord::ManyCandidates>();
+   set.forEach([&](const IntfIdSet::Entry& entry) { entries->insertOrAssign(entry.key, entry.property); });
+   record.manyIs(std::move(entries));
+   noteCandidateOwner(record);
 }
 
 bool IntfBacklog::list(const Ovel::IpGenPrefix& prefix, PrefixRecord& record) {
@@ -201,12 +256,7 @@ void IntfBacklog::addToIntfIdsByPrefix(const Ovel::IntfId& intfId, const Ovel::I
       record = prefixes_.lookup(prefix);  // watchers may have changed the map
       VOK_ASSERT(record && record->listed, "intfIdSet");
    }
-   record->candidates.intfIdAndAddrIs(IntfIdAndAddr(intfId, addr), ConnectedRouteProperty(routeType, viaSetKey));
-   if (record->candidates.intfIdAndAddrs() == 1) {
-      record->candidateOwner = number;  // the one candidate: no lookup
-   } else {
-      noteCandidateOwner(*record);
-   }
+   candidateIs(*record, number, IntfIdAndAddr(intfId, addr), ConnectedRouteProperty(routeType, viaSetKey));
    doAddBacklog(intfId, prefix);
 }
 
@@ -223,12 +273,11 @@ void IntfBacklog::delFromIntfIdsByPrefix(const Ovel::IntfId& intfId,
    }
    PrefixRecord* record = prefixes_.lookup(prefix);
    VOK_ASSERT(record && record->listed, "intfIdSet");
-   record->candidates.intfIdAndAddrDel(IntfIdAndAddr(intfId, addr));
-   noteCandidateOwner(*record);
+   candidateDel(*record, IntfIdAndAddr(intfId, addr));
    // The pair is queued before an emptied prefix disappears, so the
    // installer always finds the work for a vanished prefix.
    doAddBacklog(intfId, prefix);
-   const IntfIdSet* set = intfIdsByPrefix(prefix);  // watchers of the backlog may have changed it
+   const auto set = intfIdsByPrefix(prefix);  // watchers of the backlog may have changed it
    if (set && set->intfIdAndAddrs() == 0) {
       intfIdsByPrefixDel(prefix);
    }

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "model/IntfIdSet.h"
@@ -90,11 +91,12 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    void backlogEmptyIs(std::uint32_t value);
 
    // Candidate sets, one per prefix that some interface address claims.
-   IntfIdsByPrefix intfIdsByPrefixes() const noexcept { return IntfIdsByPrefix(prefixes_, listed_); }
-   // The prefix's set, or null; valid until the store changes.
-   const IntfIdSet* intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const {
-      const PrefixRecord* record = prefixes_.lookup(prefix);
-      return record ? record->listedCandidates() : nullptr;
+   IntfIdsByPrefix intfIdsByPrefixes() const noexcept {
+      return IntfIdsByPrefix(prefixes_, listed_, *intfNumbers_);
+   }
+   // The prefix's set, or nothing; valid until the store changes.
+   std::optional<IntfIdSetView> intfIdsByPrefix(const Ovel::IpGenPrefix& prefix) const {
+      return listedCandidates(prefixes_.lookup(prefix), *intfNumbers_);
    }
    // How many prefixes of the family (IPv4 or IPv6) have candidates: the
    // routes the family's table holds once the backlog is drained.
@@ -145,6 +147,13 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    std::string describe() const { return vrfName_.str(); }
    // Sets the record's candidateOwner from its set's first entry.
    void noteCandidateOwner(PrefixRecord& record) const;
+   // Adds the candidate `key`, whose interface is numbered `number`, or
+   // writes its route over the one it has.
+   void candidateIs(PrefixRecord& record, IntfNumber number, const IntfIdAndAddr& key,
+                    const ConnectedRouteProperty& property);
+   void candidateDel(PrefixRecord& record, const IntfIdAndAddr& key);
+   // Stores `set` as the record's candidates.
+   void candidatesIs(PrefixRecord& record, const IntfIdSet& set);
 
    std::string name_;
    L3::VrfName vrfName_;

@@ -28,10 +28,11 @@ class IntfIdSet final {
  public:
    using Entries = Vok::HashMap<IntfIdAndAddr, ConnectedRouteProperty>;
 
-   // One entry, as the set's walks hand it out.
+   // One entry, as the set's walks hand it out: a copy, since the store
+   // keeps a prefix's single candidate without its interface's name.
    struct Entry {
-      const IntfIdAndAddr& key;
-      const ConnectedRouteProperty& property;
+      IntfIdAndAddr key;
+      ConnectedRouteProperty property;
    };
 
    IntfIdSet() = default;

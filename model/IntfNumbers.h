@@ -23,8 +23,9 @@ using IntfNumber = std::uint32_t;
 class IntfNumbers final {
  public:
    static constexpr IntfNumber kNone = 0xFFFFFFFF;
-   // Numbers stay below this: they fit in 31 bits.
-   static constexpr IntfNumber kLimit = 0x7FFFFFFF;
+   // Numbers stay below this: they fit in 30 bits, and a record of the
+   // store keeps one beside two flags in a word.
+   static constexpr IntfNumber kLimit = 0x3FFFFFFF;
 
    // The interface's number, given now if it has none yet.
    IntfNumber numberOf(const Ovel::IntfId& intfId) {

@@ -178,7 +178,7 @@ TEST_F(Store, ASetCopiedFromTheStoreIntoItsOwnMapArrivesWhole) {
    Ovel::IpGenPrefix from = p;
    for (std::uint32_t n = 1; n <= 200; ++n) {
       const Ovel::IpGenPrefix to(Ovel::IpAddr(0x0B000000u + (n << 8)), 24);
-      store->intfIdsByPrefixIs(to, *store->intfIdsByPrefix(from));
+      store->intfIdsByPrefixIs(to, store->intfIdsByPrefix(from)->set());
       ASSERT_EQ(*store->intfIdsByPrefix(to), *store->intfIdsByPrefix(p));
       from = to;
    }
@@ -244,10 +244,14 @@ TEST(IntfViaSetKeyStatus, CountsUsesAndKeepsKeysApart) {
                 "assertion failed: vskRefcountByIntfId\\( intfId \\) > 0");
 }
 
-// Random candidate changes through every mutator of the candidate sets:
-// after each, a record's candidateOwner is the number of its set's first
-// entry, as the set itself says.
-TEST(StoreRecords, TheCandidateOwnerFollowsTheFirstEntryOfEverySet) {
+// Random candidate changes through every mutator of the candidate sets,
+// against a reference of plain maps: after each, every prefix's set holds
+// the reference's entries with their routes, its first entry is the one a
+// set of those entries of its own puts first, and the record's
+// candidateOwner is that entry's interface number. The store keeps a single
+// candidate without its interface's name and moves to a map from the
+// second on; the changes cross that line both ways.
+TEST(StoreRecords, CandidateSetsAgreeWithAReference) {
    std::mt19937 random(5);
    auto store = intfBacklogFactory("", L3::VrfName("red"));
    const std::vector<Ovel::IpGenPrefix> prefixes{prefix("10.1.0.0/16"), prefix("10.2.0.0/16")};
@@ -256,48 +260,84 @@ TEST(StoreRecords, TheCandidateOwnerFollowsTheFirstEntryOfEverySet) {
    auto someAddr = [&](const Ovel::IpGenPrefix& p) {
       return addr(p.toString().substr(0, 5) + std::to_string(pick(4)) + ".1/16");
    };
-   for (int step = 0; step < 3000; ++step) {
+   auto someProperty = [&] {
+      return ConnectedRouteProperty(Fib::RouteType::attachedSubnet, Rib::ViaSetKey(1 + pick(3)));
+   };
+   using Entries = std::map<std::string, std::pair<IntfIdAndAddr, ConnectedRouteProperty>>;
+   std::map<Ovel::IpGenPrefix, Entries> reference;  // the listed prefixes
+   auto put = [](Entries& entries, const IntfIdAndAddr& key, const ConnectedRouteProperty& property) {
+      entries.insert_or_assign(key.toString(), std::pair(key, property));
+   };
+   for (int step = 0; step < 20000; ++step) {
       const Ovel::IpGenPrefix& p = prefixes[pick(2)];
-      const IntfIdSet* set = store->intfIdsByPrefix(p);
       switch (pick(8)) {
          case 0: {  // a whole set, of interfaces perhaps never seen
             IntfIdSet whole;
-            const ConnectedRouteProperty property(Fib::RouteType::attachedSubnet, Rib::ViaSetKey(3));
-            for (int n = pick(3); n > 0; --n) {
-               const Ovel::IntfId vlan = intf("Vlan" + std::to_string(pick(50)));
-               whole.intfIdAndAddrIs(IntfIdAndAddr(vlan, someAddr(p)), property);
+            Entries entries;
+            for (int n = pick(4); n > 0; --n) {
+               const IntfIdAndAddr key(intf("Vlan" + std::to_string(pick(50))), someAddr(p));
+               const ConnectedRouteProperty property = someProperty();
+               whole.intfIdAndAddrIs(key, property);
+               put(entries, key, property);
             }
             store->intfIdsByPrefixIs(p, whole);
+            reference[p] = entries;
             break;
          }
          case 1:
             store->intfIdsByPrefixDel(p);
+            reference.erase(p);
             break;
          case 2:
          case 3:
-            if (set && set->intfIdAndAddrs() > 0) {  // one of its entries goes
-               std::vector<IntfIdAndAddr> keys;
-               set->forEach([&](const IntfIdSet::Entry& entry) { keys.push_back(entry.key); });
-               const IntfIdAndAddr& gone = keys[pick(int(keys.size()))];
-               store->delFromIntfIdsByPrefix(gone.intfId(), p, gone.addrWithMask());
+            if (reference.contains(p) && !reference[p].empty()) {  // one of its entries goes
+               auto gone = std::next(reference[p].begin(), pick(int(reference[p].size())));
+               const IntfIdAndAddr key = gone->second.first;
+               reference[p].erase(gone);
+               store->delFromIntfIdsByPrefix(key.intfId(), p, key.addrWithMask());
+               if (reference[p].empty()) {
+                  reference.erase(p);  // an emptied prefix goes
+               }
             }
             break;
-         default:
-            store->addToIntfIdsByPrefix(someIntf(), p, someAddr(p), Fib::RouteType::attachedSubnet,
-                                        Rib::ViaSetKey(1));
+         default: {
+            const IntfIdAndAddr key(someIntf(), someAddr(p));
+            const ConnectedRouteProperty property = someProperty();
+            store->addToIntfIdsByPrefix(key.intfId(), p, key.addrWithMask(), property.routeType(),
+                                        property.viaSetKey());
+            put(reference[p], key, property);
+         }
       }
       for (const Ovel::IpGenPrefix& q : prefixes) {
-         const PrefixRecord* record = store->prefixRecord(q);
-         const IntfIdSet* candidates = record ? record->listedCandidates() : nullptr;
-         const auto first = candidates ? candidates->first() : std::nullopt;
-         if (!first) {
-            ASSERT_TRUE(!record || record->candidateOwner == PrefixRecord::kNoCandidate) << step;
+         const auto set = store->intfIdsByPrefix(q);
+         ASSERT_EQ(set.has_value(), reference.contains(q)) << step;
+         if (!set) {
             continue;
          }
-         const IntfNumber number = store->intfNumbers().find(first->key.intfId());
-         ASSERT_NE(number, IntfNumbers::kNone) << step;
-         ASSERT_EQ(record->candidateOwner, number) << step;
-         ASSERT_EQ(store->intfNumbers().name(number), first->key.intfId()) << step;
+         const Entries& entries = reference[q];
+         IntfIdSet expected;
+         for (const auto& [text, entry] : entries) {
+            expected.intfIdAndAddrIs(entry.first, entry.second);
+            ASSERT_TRUE(set->intfIdAndAddr(entry.first)) << step;
+            ASSERT_EQ(*set->intfIdAndAddr(entry.first), entry.second) << step;
+         }
+         ASSERT_EQ(set->intfIdAndAddrs(), entries.size()) << step;
+         ASSERT_FALSE(set->intfIdAndAddr(IntfIdAndAddr(intf("Other"), someAddr(q)))) << step;
+         ASSERT_TRUE(*set == expected) << step;
+         std::vector<std::string> walked;
+         set->forEach([&](const IntfIdSet::Entry& entry) { walked.push_back(entry.key.toString()); });
+         std::vector<std::string> inOrder;
+         expected.forEach([&](const IntfIdSet::Entry& entry) { inOrder.push_back(entry.key.toString()); });
+         ASSERT_EQ(walked, inOrder) << step;
+         const PrefixRecord* record = store->prefixRecord(q);
+         const auto first = set->first();
+         if (!first) {
+            ASSERT_EQ(record->candidateOwner, PrefixRecord::kNoCandidate) << step;
+            continue;
+         }
+         ASSERT_EQ(first->key, expected.first()->key) << step;
+         ASSERT_EQ(first->property, expected.first()->property) << step;
+         ASSERT_EQ(record->candidateOwner, store->intfNumbers().find(first->key.intfId())) << step;
       }
    }
 }
