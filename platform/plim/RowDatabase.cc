@@ -179,25 +179,14 @@ void RowDatabase::verifyLayout(const std::string& layout) {
    try {
       // Every database is opened here, in a transaction that commits, so
       // the handles stay for good.
-      const std::vector<std::string> names = databaseNames(txn);
-      for (const std::string& name : names) {
-         MDB_dbi dbi = 0;
-         const int rc = mdb_dbi_open(txn, name.c_str(), 0, &dbi);
-         if (rc == MDB_DBS_FULL) {
-            fail(rc, "open every table");
-         }
-         if (rc != MDB_SUCCESS) {
-            throw DatabaseError(dir_ + ": not a connroute table directory (foreign key '" + name +
-                                "')");
-         }
-         databases_.emplace(name, dbi);
-      }
+      const Databases opened = openUnknownDatabases(txn);
+      databases_.insert(opened.begin(), opened.end());
       auto meta = databases_.find(kMetaDatabase);
-      if (meta == databases_.end() && !writable() && names.empty()) {
+      if (meta == databases_.end() && !writable() && opened.empty()) {
          // A writer that died before its first commit leaves an empty
          // environment: nothing in it can be misread, and it holds no rows.
       } else if (meta == databases_.end()) {
-         if (!writable() || !names.empty()) {
+         if (!writable() || !opened.empty()) {
             throw DatabaseError(dir_ + ": not a connroute table directory (no layout record)");
          }
          for (const char* name : {kMetaDatabase, kTablesDatabase}) {
@@ -232,18 +221,37 @@ void RowDatabase::verifyLayout(const std::string& layout) {
 void RowDatabase::openNewDatabases() {
    MDB_txn* txn = nullptr;
    check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn), "list the databases");
+   Databases opened;
    try {
-      for (const std::string& name : databaseNames(txn)) {
-         MDB_dbi dbi = 0;
-         if (!databases_.contains(name) && mdb_dbi_open(txn, name.c_str(), 0, &dbi) == MDB_SUCCESS) {
-            databases_.emplace(name, dbi);
-         }
-      }
+      opened = openUnknownDatabases(txn);
    } catch (...) {
-      mdb_txn_abort(txn);
+      mdb_txn_abort(txn);  // and the handles it opened with it
       throw;
    }
    check(mdb_txn_commit(txn), "keep the databases open");  // handles stay after a commit
+   databases_.insert(opened.begin(), opened.end());
+}
+
+// A name the directory lists that is no database (a key another program
+// put there) is refused, not skipped: a reader would otherwise look for it
+// again at every refresh, and never find the database it stands for.
+RowDatabase::Databases RowDatabase::openUnknownDatabases(MDB_txn* txn) {
+   Databases opened;
+   for (const std::string& name : databaseNames(txn)) {
+      if (databases_.contains(name)) {
+         continue;
+      }
+      MDB_dbi dbi = 0;
+      const int rc = mdb_dbi_open(txn, name.c_str(), 0, &dbi);
+      if (rc == MDB_DBS_FULL) {
+         fail(rc, "open every table");
+      }
+      if (rc != MDB_SUCCESS) {
+         throw DatabaseError(dir_ + ": not a connroute table directory (foreign key '" + name + "')");
+      }
+      opened.emplace(name, dbi);
+   }
+   return opened;
 }
 
 // Named databases are keys of the unnamed one.

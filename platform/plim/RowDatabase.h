@@ -142,11 +142,16 @@ class RowDatabase {
    }
 
  private:
+   using Databases = std::map<std::string, MDB_dbi, std::less<>>;
+
    RowDatabase(std::string dir, Access access);
    void lockForWriting();
    void verifyLayout(const std::string& layout);
    void loadTables(MDB_txn* txn);
    void openNewDatabases();
+   // Opens, in `txn`, every database the directory lists that this handle
+   // has not opened yet; the caller keeps the handles once `txn` commits.
+   Databases openUnknownDatabases(MDB_txn* txn);
    void announceTurn(std::uint64_t seq);
    bool hasUnknownDatabases();
    std::vector<std::string> databaseNames(MDB_txn* txn);
@@ -162,7 +167,7 @@ class RowDatabase {
    bool snapshotHeld_ = false;
    bool failed_ = false;
    bool released_ = false;  // a reader's snapshot, let go of
-   std::map<std::string, MDB_dbi, std::less<>> databases_;
+   Databases databases_;
    std::map<std::string, std::uint32_t, std::less<>> tableNumbers_;
    std::set<std::string, std::less<>> tableKinds_;  // the kinds of table rows the layout names
    std::vector<PendingWrites*> pending_;

@@ -1,6 +1,7 @@
 // Tables kept in a table directory: what the writer sees, what readers in
 // other processes see, and what the next run starts with.
 #include <gtest/gtest.h>
+#include <lmdb.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -166,6 +167,30 @@ TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
 }
 
 // Counts the rows a reader in another process sees now.
+// Puts `key` into the directory's unnamed database, as a program that is
+// not connroute might: LMDB lists it among the databases, and it is none.
+// From another process, as a second handle on one environment in one
+// process is not allowed.
+void putForeignKey(const std::string& dir, const std::string& key) {
+   const pid_t child = ::fork();
+   if (child == 0) {
+      MDB_env* env = nullptr;
+      MDB_txn* txn = nullptr;
+      MDB_dbi main = 0;
+      MDB_val k{key.size(), const_cast<char*>(key.data())}, v{1, const_cast<char*>("x")};
+      const bool done = mdb_env_create(&env) == MDB_SUCCESS &&
+                        mdb_env_set_mapsize(env, std::size_t{64} << 30) == MDB_SUCCESS &&
+                        mdb_env_open(env, dir.c_str(), 0, 0644) == MDB_SUCCESS &&
+                        mdb_txn_begin(env, nullptr, 0, &txn) == MDB_SUCCESS &&
+                        mdb_dbi_open(txn, nullptr, 0, &main) == MDB_SUCCESS &&
+                        mdb_put(txn, main, &k, &v, 0) == MDB_SUCCESS && mdb_txn_commit(txn) == MDB_SUCCESS;
+      ::_exit(done ? 0 : 1);
+   }
+   int status = -1;
+   ::waitpid(child, &status, 0);
+   ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "could not put the foreign key";
+}
+
 std::size_t rowsSeenByAnotherProcess(const std::string& dir, const std::string& path) {
    int pipe[2];
    EXPECT_EQ(::pipe(pipe), 0);
@@ -253,7 +278,14 @@ TEST_F(DatabaseStoreTest, DirectoriesThatCannotBeUsedAreRefused) {
                  "tables of another layout");
    expectRefused([&] { Plim::RowDatabase::open(dir_, Plim::Access::readOnly, "another layout"); },
                  "tables of another layout");
-   EXPECT_NO_THROW(open(Plim::Access::readOnly));
+   auto reader = open(Plim::Access::readOnly);
+   // Another program puts a key of its own beside the databases: refused
+   // when a reader opens the directory, and when one refreshes (it would
+   // look for the key's database at every refresh, for ever).
+   putForeignKey(dir_, "stranger");
+   expectRefused([&] { reader->refresh(); }, "not a connroute table directory (foreign key 'stranger')");
+   expectRefused([&] { open(Plim::Access::readOnly); },
+                 "not a connroute table directory (foreign key 'stranger')");
 }
 
 // A row whose key's place is not its key's hash would be invisible to a
