@@ -89,9 +89,7 @@ void IntfBacklog::backlogEmptyIs(std::uint32_t value) {
    notify([](IntfBacklogNotifiee& n) { n.onBacklogEmpty(); });
 }
 
-// `set` is a copy: the caller's may live in this very map, which the insert
-// below can move.
-void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, IntfIdSet set) {
+void IntfBacklog::intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set) {
    // Every candidate's interface has a number before the set is stored:
    // any of them may become the first.
    set.forEach([this](const IntfIdSet::Entry& entry) { intfNumbers_->numberOf(entry.key.intfId()); });
@@ -180,7 +178,9 @@ void IntfBacklog::candidatesIs(PrefixRecord& record, const IntfIdSet& set) {
    if (set.intfIdAndAddrs() < 2) {
       record.candidatesClear();
       set.forEach([&](const IntfIdSet::Entry& entry) {
-         record.singleIs({entry.key.addrWithMask(), entry.property}, intfNumbers_->find(entry.key.intfId()));
+         const IntfNumber number = intfNumbers_->find(entry.key.intfId());
+         VOK_ASSERT(number != IntfNumbers::kNone, "intfNumbers.find( candidate ) != kNone");
+         record.singleIs({entry.key.addrWithMask(), entry.property}, number);
       });
       return;
    }

@@ -72,6 +72,9 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    // candidates, each its own prefix and backlog entry, so that many
    // machines starting at once do not make them grow step by step.
    void candidatesExpected(std::size_t candidates) {
+      if (candidates == 0) {
+         return;  // an earlier promise stands: the maps keep only the latest
+      }
       prefixes_.reserve(prefixes_.size() + candidates);
       backlog_.reserve(backlog_.size() + candidates);
    }
@@ -105,7 +108,7 @@ class IntfBacklog final : public Vok::Notifier<IntfBacklogNotifiee> {
    }
    // Stores `set` as the prefix's candidates; watchers hear of it unless the
    // prefix already had these very entries.
-   void intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, IntfIdSet set);
+   void intfIdsByPrefixIs(const Ovel::IpGenPrefix& prefix, const IntfIdSet& set);
    void intfIdsByPrefixDel(Ovel::IpGenPrefix prefix);
    void intfIdsByPrefixDelAll();
 

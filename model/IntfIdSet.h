@@ -1,6 +1,8 @@
 // The candidate owners of one prefix: one entry per (interface, address with
-// mask) falling into it, with the route that address asks for. A value: the
-// store keeps each prefix's set in its own map, beside the prefix.
+// mask) falling into it, with the route that address asks for. A value, as
+// the store's generic setter takes a set and its readers copy one; the store
+// keeps each prefix's candidates in its record (PrefixRecords.h) in the
+// same order.
 //
 // The installer takes the first entry in the set's order as the prefix's
 // owner, so ownership follows from the set of candidates alone. The order is

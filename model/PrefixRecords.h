@@ -10,7 +10,7 @@
 // Nearly every prefix has one candidate, so a record keeps that one as its
 // address and route alone: its interface is `candidateOwner`, a number the
 // record keeps anyway, which saves a 24-byte name in every record (a record
-// and its prefix fill 64 bytes, one cache line). From the second candidate
+// and its prefix fill 64 bytes instead of 96). From the second candidate
 // on, the set is a map of its own keyed by the whole entry, whose order
 // gives the owner; the map gives its last entry back to the record. The
 // store keeps `candidateOwner` in step with the set; IntfIdSetView reads
@@ -95,6 +95,7 @@ struct PrefixRecord {
    void releaseMany() noexcept {
       if (hasMany) {
          delete many;
+         single = SingleCandidate();  // the member in use again
          hasMany = false;
       }
    }
@@ -105,7 +106,9 @@ struct PrefixRecord {
       hasMany = other.hasMany;
       if (hasMany) {
          many = other.many;
-         other.hasMany = false;  // the map is this record's now
+         other.single = SingleCandidate();  // the map is this record's now
+         other.hasMany = false;
+         other.candidateOwner = kNoCandidate;
       } else {
          single = other.single;
       }

@@ -56,7 +56,8 @@ class IntfStatusGateSm : public Vok::Entity {
    // Re-evaluates every interface of the VRF's collection.
    void handleStatuses() {
       VOK_TRACE(connectedRouteTrace(), 8, describe(), "");
-      const auto& statuses = Family::statuses(*Vok::ValidPtr<const VrfStatus>(vrfStatus()));
+      const Vok::Ptr<const VrfStatus> vrf = Vok::ValidPtr<const VrfStatus>(vrfStatus());
+      const auto& statuses = Family::statuses(*vrf);  // `vrf` holds them for the walk
       prepareForNewMachines(statuses);
       forEachKey(statuses, [&](const Ovel::IntfId& id) { handleIntfId(id); });
    }

@@ -168,8 +168,8 @@ TEST_F(Store, AnInstalledOwnerOutlivesTheCandidatesUnseen) {
    EXPECT_EQ(store->intfIdsByPrefixes().size(), 2u);
 }
 
-// The generic setter may be handed a set that lives in the store itself,
-// whose map the insertion of a new prefix moves.
+// Sets copied out of the store into new prefixes, while the insertions
+// move the records (and the maps of two candidates) around.
 TEST_F(Store, ASetCopiedFromTheStoreIntoItsOwnMapArrivesWhole) {
    store->addToIntfIdsByPrefix(e1, p, addr("10.1.1.5/24"), Fib::RouteType::attachedSubnet,
                                Rib::ViaSetKey(1));
@@ -337,6 +337,7 @@ TEST(StoreRecords, CandidateSetsAgreeWithAReference) {
          }
          ASSERT_EQ(first->key, expected.first()->key) << step;
          ASSERT_EQ(first->property, expected.first()->property) << step;
+         ASSERT_EQ(record->ownerProperty(), expected.first()->property) << step;  // as the drain reads it
          ASSERT_EQ(record->candidateOwner, store->intfNumbers().find(first->key.intfId())) << step;
       }
    }

@@ -166,7 +166,6 @@ TEST_F(DatabaseStoreTest, TablesMatchAnInMemoryReferenceAcrossTurnsAndRuns) {
    }
 }
 
-// Counts the rows a reader in another process sees now.
 // Puts `key` into the directory's unnamed database, as a program that is
 // not connroute might: LMDB lists it among the databases, and it is none.
 // From another process, as a second handle on one environment in one
@@ -178,8 +177,8 @@ void putForeignKey(const std::string& dir, const std::string& key) {
       MDB_txn* txn = nullptr;
       MDB_dbi main = 0;
       MDB_val k{key.size(), const_cast<char*>(key.data())}, v{1, const_cast<char*>("x")};
+      // The map's size is the one the directory records.
       const bool done = mdb_env_create(&env) == MDB_SUCCESS &&
-                        mdb_env_set_mapsize(env, std::size_t{64} << 30) == MDB_SUCCESS &&
                         mdb_env_open(env, dir.c_str(), 0, 0644) == MDB_SUCCESS &&
                         mdb_txn_begin(env, nullptr, 0, &txn) == MDB_SUCCESS &&
                         mdb_dbi_open(txn, nullptr, 0, &main) == MDB_SUCCESS &&
@@ -191,6 +190,7 @@ void putForeignKey(const std::string& dir, const std::string& key) {
    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "could not put the foreign key";
 }
 
+// Counts the rows a reader in another process sees now.
 std::size_t rowsSeenByAnotherProcess(const std::string& dir, const std::string& path) {
    int pipe[2];
    EXPECT_EQ(::pipe(pipe), 0);
