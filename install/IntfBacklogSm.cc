@@ -356,27 +356,16 @@ ConnectedRouteProperty IntfBacklogSm::ownerPropertyOf(const PrefixRecord* record
    return record->ownerProperty();
 }
 
-// The owner and its property: the first entry of the candidate set, or no
-// interface and the empty property when the prefix has no set.
-std::pair<Ovel::IntfId, ConnectedRouteProperty> IntfBacklogSm::candidateOf(
-      const std::optional<IntfIdSetView>& set) {
-   if (!set) {
-      return {};
-   }
-   VOK_ASSERT(set->intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
-   const IntfIdSet::Entry first = *set->first();
-   return {first.key.intfId(), first.property};
-}
-
 Ovel::IntfId IntfBacklogSm::getCandidateIntfId(const Ovel::IpGenPrefix& prefix) const {
    const auto set = Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix);
    VOK_ASSERT(set, "intfIdAndAddrs");
-   return candidateOf(set).first;
+   VOK_ASSERT(set->intfIdAndAddrs() > 0, "intfIdAndAddrs->intfIdAndAddrs() > 0");
+   return set->first()->key.intfId();
 }
 
 ConnectedRouteProperty IntfBacklogSm::getCandidateRouteProperty(
       const Ovel::IpGenPrefix& prefix) const {
-   return candidateOf(Vok::ValidPtr<IntfBacklog>(intfBacklog_)->intfIdsByPrefix(prefix)).second;
+   return ownerPropertyOf(Vok::ValidPtr<IntfBacklog>(intfBacklog_)->prefixRecord(prefix));
 }
 
 Ovel::IntfId IntfBacklogSm::installedIntfId(const Ovel::IpGenPrefix& prefix) const {

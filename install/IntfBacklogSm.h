@@ -145,8 +145,6 @@ class IntfBacklogSm final : public Vok::Entity {
                                                    Vok::Seconds start);
    void reserveRouteTables();
    static ConnectedRouteProperty ownerPropertyOf(const PrefixRecord* record);
-   static std::pair<Ovel::IntfId, ConnectedRouteProperty> candidateOf(
-         const std::optional<IntfIdSetView>& set);
    ConnectedRouteProperty installedProperty(const Ovel::IpGenPrefix& prefix) const;
    void writeViaSet(Rib::ViaSetKey key, const Rib::ViaKey& viaKey, Rib::RoutingProtocol rp,
                     Rib::ViaSetKind kind);
